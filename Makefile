@@ -1,0 +1,17 @@
+# The two commands of the README. Both install what is missing first.
+.PHONY: demo test build bootstrap clean
+
+demo: bootstrap
+	scripts/demo
+
+test: bootstrap
+	scripts/test-all
+
+build: bootstrap
+	cmake --preset dev >/dev/null && cmake --build --preset dev
+
+bootstrap:
+	scripts/bootstrap
+
+clean:
+	rm -rf build
