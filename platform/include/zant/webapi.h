@@ -147,6 +147,17 @@ class APIResponse {
   void SetHeader(const std::string& name, const std::string& value);
   void SetEnableOutput(bool enable) { enableOutput_ = enable; }
   bool IsEnableOutput() const { return enableOutput_; }
+  // Answers `result` as the whole result object, exactly as given; ToResult
+  // returns it unchanged. For in-memory fakes of other web APIs whose results
+  // SetSuccess/SetError cannot shape (a success without "data", a failure
+  // without "error").
+  void SetRawResult(const Json::Value& result) {
+    raw_ = result;
+    hasRaw_ = true;
+    answered_ = true;
+    success_ = result.isObject() && result["success"] == Json::Value(true);
+  }
+  bool HasRawResult() const { return hasRaw_; }
 
   // --- what the framework reads back ---
   bool HasAnswer() const { return answered_; }
@@ -157,7 +168,8 @@ class APIResponse {
   std::string GetHeader(const std::string& name) const;  // last value, or empty
   // {"success":true,"data":D} or {"success":false,"error":{"code":N}} (with
   // "errors": data when the error carried non-null data). A handler that set
-  // no answer at all is reported as error 100.
+  // no answer at all is reported as error 100. After SetRawResult: that
+  // object, unchanged.
   Json::Value ToResult() const;
 
  private:
@@ -167,6 +179,8 @@ class APIResponse {
   Json::Value data_;
   std::vector<std::pair<std::string, std::string>> headers_;
   bool enableOutput_ = true;
+  bool hasRaw_ = false;
+  Json::Value raw_;
 };
 
 // The CGI text the framework sends for a response whose output is still on:
