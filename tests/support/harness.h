@@ -123,6 +123,7 @@ struct HandlerRun {
 
 // Runs `handler` on `request` (made current, as the framework does) and
 // collects its output. Needs a live ApplianceRoot.
+// Without a live FakeIdentity the process looks root (ids 0) during the run.
 HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request);
 
 // Lines of the sync logger's file written since the last call.

@@ -1,0 +1,97 @@
+// Fake web APIs in the in-process runner: one trampoline handler is
+// registered for each (api, version, method) and hands the call to the
+// FakeAPI object that owns it.
+#include <map>
+#include <tuple>
+
+#include "harness.h"
+
+namespace plyth_test {
+
+struct FakeAPIRegistry {
+  using Key = std::tuple<std::string, int, std::string>;
+
+  static std::map<Key, FakeAPI*>& Fakes() {
+    static std::map<Key, FakeAPI*> fakes;
+    return fakes;
+  }
+
+  static void Handle(ZANT::APIRequest* request, ZANT::APIResponse* response) {
+    auto it = Fakes().find(Key(request->GetAPI(), request->GetVersion(), request->GetMethod()));
+    if (it == Fakes().end()) {
+      response->SetError(ZANT::kErrNoSuchMethod);
+      return;
+    }
+    FakeAPI& fake = *it->second;
+    fake.calls_.push_back(FakeCall{request->GetParams(), request->GetLoginUserName()});
+    Json::Value result = fake.answer_ ? fake.answer_(request->GetParams(), request->GetLoginUserName())
+                                      : FakeAPI::Failure(ZANT::kErrUnknown);
+    Answer(result, response);
+  }
+
+  // The usual shapes go through SetSuccess/SetError like a real handler's;
+  // only the odd ones need the raw result.
+  static void Answer(const Json::Value& result, ZANT::APIResponse* response) {
+    if (result == FakeAPI::SuccessWithoutData()) {
+      response->SetSuccess();
+      return;
+    }
+    if (result.isObject() && result.size() == 2 && result.isMember("data") &&
+        result["success"] == Json::Value(true) && !result["data"].isNull()) {
+      response->SetSuccess(result["data"]);
+      return;
+    }
+    if (result.isObject() && result.size() == 2 && result["success"] == Json::Value(false) &&
+        result["error"].isObject() && result["error"].size() == 1 &&
+        result["error"]["code"].isInt()) {
+      response->SetError(result["error"]["code"].asInt());
+      return;
+    }
+    response->SetRawResult(result);
+  }
+};
+
+FakeAPI::FakeAPI(const std::string& api, int version, const std::string& method)
+    : api_(api), version_(version), method_(method) {
+  FakeAPIRegistry::Fakes()[FakeAPIRegistry::Key(api, version, method)] = this;
+  ZANT::APIRunner::Register(api, version, method, &FakeAPIRegistry::Handle);
+}
+
+FakeAPI::~FakeAPI() {
+  FakeAPIRegistry::Fakes().erase(FakeAPIRegistry::Key(api_, version_, method_));
+  ZANT::APIRunner::Unregister(api_, version_, method_);
+}
+
+void FakeAPI::AlwaysReturn(const Json::Value& result) {
+  answer_ = [result](const Json::Value&, const std::string&) { return result; };
+}
+
+void FakeAPI::Respond(Answer answer) { answer_ = std::move(answer); }
+
+Json::Value FakeAPI::Success(const Json::Value& data) {
+  Json::Value result(Json::objectValue);
+  result["success"] = true;
+  result["data"] = data;
+  return result;
+}
+
+Json::Value FakeAPI::SuccessWithoutData() {
+  Json::Value result(Json::objectValue);
+  result["success"] = true;
+  return result;
+}
+
+Json::Value FakeAPI::Failure(int code) {
+  Json::Value result(Json::objectValue);
+  result["success"] = false;
+  result["error"]["code"] = code;
+  return result;
+}
+
+Json::Value FakeAPI::FailureWithoutError() {
+  Json::Value result(Json::objectValue);
+  result["success"] = false;
+  return result;
+}
+
+}  // namespace plyth_test
