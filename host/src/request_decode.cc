@@ -1,0 +1,334 @@
+#include "zant_host/request_decode.h"
+
+#include <strings.h>
+
+#include <cstring>
+#include <memory>
+
+namespace zant_host {
+
+namespace {
+
+bool StartsWith(const std::string& text, const char* prefix) {
+  return text.compare(0, std::strlen(prefix), prefix) == 0;
+}
+
+// Strict JSON grammar, so that "00123", "1.", "[1,]" or "'a'" stay strings
+// (JsonCpp alone accepts some of them). Depth is capped so that a deeply
+// nested value cannot exhaust the stack.
+class JsonValidator {
+ public:
+  explicit JsonValidator(const std::string& text) : s_(text) {}
+
+  bool Valid() {
+    SkipBlanks();
+    if (!Value(0)) return false;
+    SkipBlanks();
+    return pos_ == s_.size();
+  }
+
+ private:
+  static constexpr int kMaxDepth = 256;
+
+  bool AtEnd() const { return pos_ >= s_.size(); }
+  char Peek() const { return AtEnd() ? '\0' : s_[pos_]; }
+
+  void SkipBlanks() {
+    while (!AtEnd() && (s_[pos_] == ' ' || s_[pos_] == '\t' || s_[pos_] == '\n' || s_[pos_] == '\r')) {
+      ++pos_;
+    }
+  }
+
+  bool Literal(const char* word) {
+    size_t n = std::strlen(word);
+    if (s_.compare(pos_, n, word) != 0) return false;
+    pos_ += n;
+    return true;
+  }
+
+  bool Digits() {
+    size_t start = pos_;
+    while (!AtEnd() && s_[pos_] >= '0' && s_[pos_] <= '9') ++pos_;
+    return pos_ > start;
+  }
+
+  bool Number() {
+    if (Peek() == '-') ++pos_;
+    if (Peek() == '0') {
+      ++pos_;
+    } else if (!Digits()) {
+      return false;
+    }
+    if (Peek() == '.') {
+      ++pos_;
+      if (!Digits()) return false;
+    }
+    if (Peek() == 'e' || Peek() == 'E') {
+      ++pos_;
+      if (Peek() == '+' || Peek() == '-') ++pos_;
+      if (!Digits()) return false;
+    }
+    return true;
+  }
+
+  static bool IsHex(char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+  }
+
+  bool String() {
+    ++pos_;  // opening quote
+    while (!AtEnd()) {
+      unsigned char c = static_cast<unsigned char>(s_[pos_++]);
+      if (c == '"') return true;
+      if (c < 0x20) return false;
+      if (c != '\\') continue;
+      if (AtEnd()) return false;
+      char e = s_[pos_++];
+      if (e == 'u') {
+        for (int i = 0; i < 4; ++i) {
+          if (AtEnd() || !IsHex(s_[pos_])) return false;
+          ++pos_;
+        }
+      } else if (std::strchr("\"\\/bfnrt", e) == nullptr || e == '\0') {
+        return false;
+      }
+    }
+    return false;
+  }
+
+  bool Container(int depth, char close, bool object) {
+    ++pos_;  // opening bracket
+    SkipBlanks();
+    if (Peek() == close) {
+      ++pos_;
+      return true;
+    }
+    for (;;) {
+      SkipBlanks();
+      if (object) {
+        if (Peek() != '"' || !String()) return false;
+        SkipBlanks();
+        if (Peek() != ':') return false;
+        ++pos_;
+        SkipBlanks();
+      }
+      if (!Value(depth + 1)) return false;
+      SkipBlanks();
+      if (Peek() == ',') {
+        ++pos_;
+        continue;
+      }
+      if (Peek() != close) return false;
+      ++pos_;
+      return true;
+    }
+  }
+
+  bool Value(int depth) {
+    if (depth > kMaxDepth) return false;
+    switch (Peek()) {
+      case '{': return Container(depth, '}', true);
+      case '[': return Container(depth, ']', false);
+      case '"': return String();
+      case 't': return Literal("true");
+      case 'f': return Literal("false");
+      case 'n': return Literal("null");
+      default: return Number();
+    }
+  }
+
+  const std::string& s_;
+  size_t pos_ = 0;
+};
+
+bool ParseNonNegative(const std::string& text, unsigned long long* value) {
+  if (text.empty() || text.size() > 18) return false;
+  unsigned long long v = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return false;
+    v = v * 10 + static_cast<unsigned>(c - '0');
+  }
+  *value = v;
+  return true;
+}
+
+// "version" as an int: a JSON integer, or a string of digits.
+bool VersionOf(const Json::Value& value, int* version) {
+  if (value.isInt()) {
+    *version = value.asInt();
+    return true;
+  }
+  if (value.isString()) {
+    unsigned long long v = 0;
+    if (!ParseNonNegative(value.asString(), &v) || v > 0x7fffffffULL) return false;
+    *version = static_cast<int>(v);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool IsServerVariable(const std::string& name) {
+  static const char* const kPrefixes[] = {"HTTP_", "SERVER_", "REMOTE_", "REQUEST_",
+                                          "CONTENT_", "SCRIPT_", "DOCUMENT_"};
+  static const char* const kNames[] = {"QUERY_STRING", "GATEWAY_INTERFACE", "AUTH_TYPE",
+                                       "REDIRECT_STATUS", "HTTPS", "HOST", "REWRITE_APP",
+                                       "PATH_INFO", "PATH_TRANSLATED"};
+  for (const char* prefix : kPrefixes) {
+    if (StartsWith(name, prefix) && name.size() > std::strlen(prefix)) return true;
+  }
+  for (const char* exact : kNames) {
+    if (name == exact) return true;
+  }
+  return false;
+}
+
+CgiVars ServerVarsFromEnviron(char** envp) {
+  CgiVars vars;
+  for (char** entry = envp; entry != nullptr && *entry != nullptr; ++entry) {
+    const char* eq = std::strchr(*entry, '=');
+    if (eq == nullptr) continue;
+    std::string name(*entry, static_cast<size_t>(eq - *entry));
+    if (IsServerVariable(name)) vars.emplace_back(std::move(name), std::string(eq + 1));
+  }
+  return vars;
+}
+
+std::string FindVar(const CgiVars& vars, const std::string& name, const std::string& def) {
+  for (const auto& var : vars) {
+    if (var.first == name) return var.second;
+  }
+  return def;
+}
+
+bool HasVar(const CgiVars& vars, const std::string& name) {
+  for (const auto& var : vars) {
+    if (var.first == name) return true;
+  }
+  return false;
+}
+
+bool IsJsonText(const std::string& text) { return JsonValidator(text).Valid(); }
+
+Json::Value ValueFromText(const std::string& text) {
+  if (!IsJsonText(text)) return Json::Value(text);
+  Json::CharReaderBuilder builder;
+  builder["collectComments"] = false;
+  builder["allowComments"] = false;
+  builder["failIfExtra"] = true;
+  builder["allowSpecialFloats"] = false;
+  builder["stackLimit"] = 1000;
+  std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value value;
+  std::string errors;
+  if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors)) {
+    return Json::Value(text);
+  }
+  return value;
+}
+
+int ParseForm(const std::string& text, size_t maxFields, FormFields* fields) {
+  size_t start = 0;
+  while (start < text.size()) {
+    size_t end = text.find('&', start);
+    if (end == std::string::npos) end = text.size();
+    const std::string field = text.substr(start, end - start);
+    start = end + 1;
+    if (field.empty()) continue;
+    if (fields->size() >= maxFields) return ZANT::kErrRequestTooLarge;
+    size_t eq = field.find('=');
+    std::string name;
+    std::string value;
+    if (!ZANT::WebAPIUtil::URLDecode(field.substr(0, eq), name, true)) return ZANT::kErrBadParameter;
+    if (eq != std::string::npos &&
+        !ZANT::WebAPIUtil::URLDecode(field.substr(eq + 1), value, true)) {
+      return ZANT::kErrBadParameter;
+    }
+    fields->emplace_back(std::move(name), std::move(value));
+  }
+  return 0;
+}
+
+bool HasFormBody(const CgiVars& vars) {
+  if (strcasecmp(FindVar(vars, "REQUEST_METHOD").c_str(), "POST") != 0) return false;
+  std::string type = FindVar(vars, "CONTENT_TYPE");
+  type = type.substr(0, type.find(';'));
+  while (!type.empty() && (type.back() == ' ' || type.back() == '\t')) type.pop_back();
+  size_t lead = type.find_first_not_of(" \t");
+  if (lead == std::string::npos) return false;
+  return strcasecmp(type.c_str() + lead, "application/x-www-form-urlencoded") == 0;
+}
+
+int ReadFormBody(const CgiVars& vars, const BodyReader& read, const Limits& limits,
+                 std::string* body) {
+  body->clear();
+  if (!HasFormBody(vars)) return 0;
+  const std::string lengthText = FindVar(vars, "CONTENT_LENGTH");
+  bool sized = !lengthText.empty();
+  unsigned long long length = 0;
+  if (sized && !ParseNonNegative(lengthText, &length)) {
+    // Eighteen digits and more are too large anyway.
+    if (lengthText.size() > 18 && lengthText.find_first_not_of("0123456789") == std::string::npos) {
+      return ZANT::kErrRequestTooLarge;
+    }
+    return ZANT::kErrBadParameter;
+  }
+  if (sized && length > limits.maxBody) return ZANT::kErrRequestTooLarge;
+  const size_t want = sized ? static_cast<size_t>(length) : limits.maxBody + 1;
+  body->resize(want);
+  size_t got = 0;
+  while (got < want) {
+    long n = read(&(*body)[got], want - got);
+    if (n < 0) return ZANT::kErrBadParameter;
+    if (n == 0) break;
+    got += static_cast<size_t>(n);
+  }
+  body->resize(got);
+  if (got > limits.maxBody) return ZANT::kErrRequestTooLarge;
+  if (sized && got < want) return ZANT::kErrBadParameter;
+  return 0;
+}
+
+int DecodeRequest(const CgiVars& vars, const std::string& body, const Limits& limits,
+                  ZANT::APIRequest* request, FormFields* decoded) {
+  for (const auto& var : vars) {
+    if (!request->HasEnv(var.first)) request->SetServerVar(var.first, var.second);
+  }
+
+  const std::string query = FindVar(vars, "QUERY_STRING");
+  const std::string cookies = FindVar(vars, "HTTP_COOKIE");
+  if (query.size() > limits.maxQuery || body.size() > limits.maxBody ||
+      cookies.size() > limits.maxCookie) {
+    return ZANT::kErrRequestTooLarge;
+  }
+  request->SetCookieHeader(cookies);
+
+  FormFields fields;
+  int rc = ParseForm(query, limits.maxFields, &fields);
+  if (rc == 0) rc = ParseForm(body, limits.maxFields, &fields);
+  if (rc != 0) return rc;
+  if (decoded != nullptr) *decoded = fields;
+
+  // "api", "version" and "method" choose the handler; they are kept apart
+  // from the parameters in a second object.
+  Json::Value selection(Json::objectValue);
+  Json::Value params(Json::objectValue);
+  for (const auto& field : fields) {
+    const bool selector = field.first == "api" || field.first == "version" || field.first == "method";
+    Json::Value& target = selector ? selection : params;
+    if (!target.isMember(field.first)) target[field.first] = ValueFromText(field.second);
+  }
+  request->SetParams(params);
+
+  const Json::Value& api = selection["api"];
+  const Json::Value& method = selection["method"];
+  int version = 0;
+  if (!api.isString() || !method.isString() || !VersionOf(selection["version"], &version)) {
+    return ZANT::kErrBadParameter;
+  }
+  request->SetAPI(api.asString(), version, method.asString());
+  return 0;
+}
+
+}  // namespace zant_host

@@ -1,0 +1,224 @@
+#include "zant_host/session.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include <openssl/evp.h>
+
+#include "zant/appliance.h"
+#include "zant/json_util.h"
+
+namespace zant_host {
+
+const char kSessionDir[] = "/var/lib/zant/sessions";
+const char kSessionCookie[] = "id";
+
+namespace {
+
+const char kHexDigits[] = "0123456789abcdef";
+
+std::string ToHex(const unsigned char* bytes, size_t count) {
+  std::string out;
+  out.reserve(count * 2);
+  for (size_t i = 0; i < count; ++i) {
+    out += kHexDigits[bytes[i] >> 4];
+    out += kHexDigits[bytes[i] & 0x0f];
+  }
+  return out;
+}
+
+bool IsLowerHex(const std::string& text, size_t length) {
+  if (text.size() != length) return false;
+  for (char c : text) {
+    if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+  }
+  return true;
+}
+
+bool MakeDirs(const std::string& path) {
+  for (size_t slash = path.find('/', 1);; slash = path.find('/', slash + 1)) {
+    const std::string part = path.substr(0, slash);
+    if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) return false;
+    if (slash == std::string::npos) return true;
+  }
+}
+
+bool WriteWhole(const std::string& path, const std::string& content) {
+  const std::string temp = path + ".tmp." + std::to_string(getpid());
+  int fd = open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  size_t done = 0;
+  while (done < content.size()) {
+    ssize_t n = write(fd, content.data() + done, content.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  bool ok = done == content.size() && fsync(fd) == 0;
+  ok = close(fd) == 0 && ok;
+  if (ok && rename(temp.c_str(), path.c_str()) == 0) return true;
+  unlink(temp.c_str());
+  return false;
+}
+
+bool Expired(const Json::Value& record, int64_t now) {
+  return !record.isObject() || !record["expires"].isInt64() || record["expires"].asInt64() <= now;
+}
+
+}  // namespace
+
+std::string RandomHex(size_t count) {
+  std::string bytes(count, '\0');
+  size_t got = 0;
+  while (got < count) {
+    ssize_t n = getrandom(&bytes[got], count - got, 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return std::string();
+    got += static_cast<size_t>(n);
+  }
+  return ToHex(reinterpret_cast<const unsigned char*>(bytes.data()), count);
+}
+
+std::string RandomToken() {
+  // Letters only, without "e" and "E": the token travels unquoted in query
+  // strings, where a text that reads as JSON (a number) would be decoded.
+  static const char kAlphabet[] = "abcdfghjkmnpqrstuvwxyzABCDFGHJKL";  // 32 letters
+  unsigned char bytes[26];
+  size_t got = 0;
+  while (got < sizeof(bytes)) {
+    ssize_t n = getrandom(bytes + got, sizeof(bytes) - got, 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return std::string();
+    got += static_cast<size_t>(n);
+  }
+  std::string token;
+  for (unsigned char b : bytes) token += kAlphabet[b & 31];
+  return token;
+}
+
+std::string Sha256Hex(const std::string& text) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_sha256(), nullptr) != 1) {
+    return std::string();
+  }
+  return ToHex(digest, length);
+}
+
+bool IsSessionId(const std::string& id) { return IsLowerHex(id, 64); }
+
+SessionStore::SessionStore() = default;
+SessionStore::SessionStore(const std::string& dir) : dir_(dir) {}
+
+std::string SessionStore::Dir() const { return dir_.empty() ? ZANT::RootPath(kSessionDir) : dir_; }
+
+std::string SessionStore::FileOf(const std::string& id) const {
+  return Dir() + "/" + Sha256Hex(id);
+}
+
+bool SessionStore::Create(const std::string& user, uid_t uid, bool admin, const std::string& lang,
+                          int64_t now, Session* session) {
+  Session made;
+  made.id = RandomHex(32);
+  made.token = RandomToken();
+  if (made.id.empty() || made.token.empty()) return false;
+  made.user = user;
+  made.uid = uid;
+  made.admin = admin;
+  made.lang = lang;
+  made.created = now;
+  made.expires = now + kSessionLifetime;
+
+  Json::Value record(Json::objectValue);
+  record["user"] = made.user;
+  record["uid"] = static_cast<Json::UInt>(made.uid);
+  record["admin"] = made.admin;
+  record["token"] = made.token;
+  record["lang"] = made.lang;
+  record["created"] = static_cast<Json::Int64>(made.created);
+  record["expires"] = static_cast<Json::Int64>(made.expires);
+  if (!MakeDirs(Dir()) || !WriteWhole(FileOf(made.id), ZANT::JsonToString(record) + "\n")) {
+    return false;
+  }
+  *session = made;
+  return true;
+}
+
+bool SessionStore::Load(const std::string& id, int64_t now, Session* session) {
+  if (!IsSessionId(id)) return false;
+  const std::string path = FileOf(id);
+  Json::Value record;
+  if (!ZANT::JsonFromFile(path, record)) return false;
+  if (Expired(record, now)) {
+    unlink(path.c_str());
+    return false;
+  }
+  if (!record["user"].isString() || !record["uid"].isUInt() || !record["token"].isString()) {
+    return false;
+  }
+  session->id = id;
+  session->user = record["user"].asString();
+  session->uid = static_cast<uid_t>(record["uid"].asUInt());
+  session->admin = record["admin"].asBool();
+  session->token = record["token"].asString();
+  session->lang = record["lang"].isString() ? record["lang"].asString() : std::string();
+  session->created = record["created"].isInt64() ? record["created"].asInt64() : 0;
+  session->expires = record["expires"].asInt64();
+  return true;
+}
+
+void SessionStore::Remove(const std::string& id) {
+  if (IsSessionId(id)) unlink(FileOf(id).c_str());
+}
+
+void SessionStore::Sweep(int64_t now) {
+  const std::string dir = Dir();
+  DIR* d = opendir(dir.c_str());
+  if (d == nullptr) return;
+  while (struct dirent* entry = readdir(d)) {
+    const std::string name = entry->d_name;
+    if (!IsLowerHex(name, 64)) continue;
+    Json::Value record;
+    const std::string path = dir + "/" + name;
+    // An unreadable file is left alone: it may be being replaced right now.
+    if (ZANT::JsonFromFile(path, record) && Expired(record, now)) unlink(path.c_str());
+  }
+  closedir(d);
+}
+
+std::string SessionCookieValue(const std::string& id, bool secure) {
+  return std::string(kSessionCookie) + "=" + id + "; Path=/; HttpOnly; SameSite=Lax" +
+         (secure ? "; Secure" : "");
+}
+
+std::string ClearedSessionCookieValue(bool secure) {
+  return std::string(kSessionCookie) +
+         "=; Expires=Thu, 01 Jan 1970 00:00:00 GMT; Path=/; HttpOnly; SameSite=Lax" +
+         (secure ? "; Secure" : "");
+}
+
+bool RequestCarriesSessionToken(const ZANT::APIRequest& request) {
+  const std::string& expected = request.GetSessionToken();
+  if (expected.empty()) return false;
+  std::string sent;
+  const Json::Value& param = request.GetParamRef("ZantToken", Json::Value());
+  if (param.isString()) {
+    sent = param.asString();
+  } else {
+    sent = request.GetEnv("HTTP_X_ZANTTOKEN", Json::Value("")).asString();
+  }
+  if (sent.size() != expected.size()) return false;
+  unsigned char diff = 0;
+  for (size_t i = 0; i < sent.size(); ++i) {
+    diff |= static_cast<unsigned char>(sent[i] ^ expected[i]);
+  }
+  return diff == 0;
+}
+
+}  // namespace zant_host
