@@ -1,0 +1,25 @@
+// Small pieces the handlers share: reading text parameters and opening the
+// store with a logged failure.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "store.h"
+#include "zant/webapi.h"
+
+namespace plyth_services {
+
+// A text parameter. The framework reads form fields as JSON where they
+// parse as JSON, so a password 1234 arrives as a number: integers and
+// booleans are taken as the text they were written as. False when the
+// parameter is of another type, or absent while `required`.
+bool TextParam(const ZANT::APIRequest& request, const char* name, bool required, std::string* value);
+
+// The store, or null after logging why it could not be opened.
+std::unique_ptr<Store> OpenStoreOrLog();
+
+// Writes a script answer ("getjs" methods) to standard output.
+void WriteScript(const std::string& body);
+
+}  // namespace plyth_services

@@ -1,0 +1,467 @@
+#include "items.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "clock.h"
+#include "crypto.h"
+#include "download.h"
+#include "plyth_utils.h"
+#include "service_errors.h"
+#include "zant/userdb.h"
+
+namespace plyth_services {
+
+namespace {
+
+#define ITEM_COLUMNS                                                                          \
+  "file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind, created_time, " \
+  "modified_time, access_time, change_time, size, hash, removed, permanent_link, "            \
+  "link_visibility, link_role, sync_id, properties"
+
+// Folders nest at most this deep; a longer parent chain is a damaged store.
+constexpr int kMaxDepth = 256;
+
+void ReadItem(const Statement& row, Item* item) {
+  item->file_id = row.Text(0);
+  item->parent_id = row.Text(1);
+  item->owner_uid = static_cast<uint32_t>(row.Int(2));
+  item->owner_name = row.Text(3);
+  item->path = row.Text(4);
+  item->display_path = row.Text(5);
+  item->name = row.Text(6);
+  item->kind = static_cast<int>(row.Int(7));
+  item->created_time = row.Int(8);
+  item->modified_time = row.Int(9);
+  item->access_time = row.Int(10);
+  item->change_time = row.Int(11);
+  item->size = static_cast<uint64_t>(row.Int(12));
+  item->hash = row.Text(13);
+  item->removed = row.Int(14) != 0;
+  item->permanent_link = row.Text(15);
+  if (!ParseVisibility(row.Text(16), &item->visibility)) item->visibility = Visibility::kMembers;
+  if (!ParseGrantableRole(row.Text(17), &item->link_role)) item->link_role = Role::kNone;
+  item->sync_id = static_cast<uint64_t>(row.Int(18));
+  item->properties = row.Text(19);
+}
+
+int FindOne(Store& store, const char* sql, const std::string& a, const std::string* b, Item* item) {
+  Statement query(store.Db(), sql);
+  if (!query.Ok()) return kErrStore;
+  query.Bind(1, a);
+  if (b != nullptr) query.Bind(2, *b);
+  int rc = query.Step();
+  if (rc == SQLITE_DONE) return kErrNoSuchItem;
+  if (rc != SQLITE_ROW) return kErrStore;
+  ReadItem(query, item);
+  return kOk;
+}
+
+int FindMany(Statement& query, std::vector<Item>* items) {
+  if (!query.Ok()) return kErrStore;
+  items->clear();
+  int rc;
+  while ((rc = query.Step()) == SQLITE_ROW) {
+    items->emplace_back();
+    ReadItem(query, &items->back());
+  }
+  return rc == SQLITE_DONE ? kOk : kErrStore;
+}
+
+int64_t NextSyncId(Store& store) {
+  Statement query(store.Db(), "SELECT COALESCE(MAX(sync_id), 0) + 1 FROM items");
+  return query.Row() ? query.Int(0) : 1;
+}
+
+std::string OwnerDisplayName(const std::string& owner) {
+  ZANT::UserDB::User user;
+  if (ZANT::UserDB::FindUser(owner, &user) == ZANT::UserDB::Status::kOk && !user.fullName.empty()) {
+    return user.fullName;
+  }
+  return owner;
+}
+
+// Grants on the item and on the folders above it, nearest first.
+int CollectGrants(Store& store, const Item& item, std::vector<Tarnova::PermissionEntry>* grants) {
+  std::string id = item.file_id;
+  for (int depth = 0; !id.empty() && depth < kMaxDepth; ++depth) {
+    Statement query(store.Db(), "SELECT member, role FROM permissions WHERE item_id = ?1 ORDER BY member");
+    if (!query.Ok()) return kErrStore;
+    query.Bind(1, id);
+    while (query.Row()) {
+      Tarnova::PermissionEntry entry;
+      entry.permission_id = id + ":" + query.Text(0);
+      entry.type = "user";
+      entry.name = query.Text(0);
+      entry.role = query.Text(1);
+      entry.inherited = id != item.file_id;
+      grants->push_back(entry);
+    }
+    Statement parent(store.Db(), "SELECT parent_id FROM items WHERE file_id = ?1");
+    if (!parent.Ok()) return kErrStore;
+    parent.Bind(1, id);
+    id = parent.Row() ? parent.Text(0) : std::string();
+  }
+  return kOk;
+}
+
+int CollectLabels(Store& store, const Item& item, std::vector<Tarnova::LabelInfo>* labels) {
+  Statement query(store.Db(),
+                  "SELECT l.label_id, l.name, l.color, l.position FROM item_labels il"
+                  " JOIN labels l ON l.label_id = il.label_id"
+                  " WHERE il.item_id = ?1 ORDER BY l.position, l.label_id");
+  if (!query.Ok()) return kErrStore;
+  query.Bind(1, item.file_id);
+  while (query.Row()) {
+    Tarnova::LabelInfo label;
+    label.label_id = query.Text(0);
+    label.name = query.Text(1);
+    label.color = query.Text(2);
+    label.position = static_cast<int32_t>(query.Int(3));
+    labels->push_back(label);
+  }
+  return kOk;
+}
+
+int64_t CountOf(Store& store, const char* sql, const std::string& key) {
+  Statement query(store.Db(), sql);
+  if (!query.Ok()) return -1;
+  query.Bind(1, key);
+  return query.Row() ? query.Int(0) : -1;
+}
+
+std::string ParentPath(const std::string& path) {
+  size_t slash = path.rfind('/');
+  return slash == 0 ? std::string() : path.substr(0, slash);
+}
+
+int InsertItem(Store& store, const Item& item) {
+  Statement insert(store.Db(),
+                   "INSERT INTO items (" ITEM_COLUMNS
+                   ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15,"
+                   " ?16, ?17, ?18, ?19, ?20)");
+  insert.Bind(1, item.file_id)
+      .Bind(2, item.parent_id)
+      .Bind(3, static_cast<int64_t>(item.owner_uid))
+      .Bind(4, item.owner_name)
+      .Bind(5, item.path)
+      .Bind(6, item.display_path)
+      .Bind(7, item.name)
+      .Bind(8, static_cast<int64_t>(item.kind))
+      .Bind(9, item.created_time)
+      .Bind(10, item.modified_time)
+      .Bind(11, item.access_time)
+      .Bind(12, item.change_time)
+      .Bind(13, static_cast<int64_t>(item.size))
+      .Bind(14, item.hash)
+      .Bind(15, static_cast<int64_t>(item.removed ? 1 : 0))
+      .Bind(16, item.permanent_link)
+      .Bind(17, std::string(VisibilityName(item.visibility)))
+      .Bind(18, std::string(RoleName(item.link_role)))
+      .Bind(19, static_cast<int64_t>(item.sync_id))
+      .Bind(20, item.properties);
+  return insert.Run() ? kOk : kErrStore;
+}
+
+int InsertFirstRevision(Store& store, const Item& item) {
+  Statement insert(store.Db(),
+                   "INSERT INTO revisions (item_id, version_id, created_time, modified_time, hash,"
+                   " size, editor_uid, editors) VALUES (?1, ?2, ?3, ?3, ?4, ?5, ?6, ?7)");
+  insert.Bind(1, item.file_id)
+      .Bind(2, std::to_string(item.sync_id))
+      .Bind(3, item.created_time)
+      .Bind(4, item.hash)
+      .Bind(5, static_cast<int64_t>(item.size))
+      .Bind(6, static_cast<int64_t>(item.owner_uid))
+      .Bind(7, item.owner_name);
+  return insert.Run() ? kOk : kErrStore;
+}
+
+Item FreshItem(const NewItem& wanted, const std::string& path, int kind, const std::string& parentId,
+               int64_t syncId) {
+  Item item;
+  item.file_id = RandomId(kFileIdLength);
+  item.permanent_link = RandomId(kLinkIdLength);
+  item.parent_id = parentId;
+  item.owner_uid = wanted.ownerUid;
+  item.owner_name = wanted.owner;
+  item.path = path;
+  item.display_path = path;
+  item.name = path.substr(path.rfind('/') + 1);
+  item.kind = kind;
+  const int64_t now = Now();
+  item.created_time = item.modified_time = item.access_time = item.change_time = now;
+  item.sync_id = static_cast<uint64_t>(syncId);
+  return item;
+}
+
+bool MakeDir(const std::string& path) { return mkdir(path.c_str(), 0755) == 0 || errno == EEXIST; }
+
+}  // namespace
+
+int FindItemByLink(Store& store, const std::string& permanentLink, Item* item) {
+  return FindOne(store, "SELECT " ITEM_COLUMNS " FROM items WHERE permanent_link = ?1",
+                 permanentLink, nullptr, item);
+}
+
+int FindItemById(Store& store, const std::string& fileId, Item* item) {
+  return FindOne(store, "SELECT " ITEM_COLUMNS " FROM items WHERE file_id = ?1", fileId, nullptr,
+                 item);
+}
+
+int FindItemByPath(Store& store, const std::string& owner, const std::string& path, Item* item) {
+  return FindOne(store, "SELECT " ITEM_COLUMNS " FROM items WHERE owner_name = ?1 AND path = ?2",
+                 owner, &path, item);
+}
+
+int FindItemsByPath(Store& store, const std::string& path, std::vector<Item>* items) {
+  Statement query(store.Db(),
+                  "SELECT " ITEM_COLUMNS " FROM items WHERE path = ?1 ORDER BY owner_name");
+  query.Bind(1, path);
+  return FindMany(query, items);
+}
+
+int ListItems(Store& store, std::vector<Item>* items) {
+  Statement query(store.Db(), "SELECT " ITEM_COLUMNS " FROM items ORDER BY owner_name, path");
+  return FindMany(query, items);
+}
+
+int MemberRole(Store& store, const Item& item, const std::string& user, Role* role) {
+  *role = Role::kNone;
+  std::string id = item.file_id;
+  for (int depth = 0; !id.empty() && depth < kMaxDepth; ++depth) {
+    Statement grant(store.Db(), "SELECT role FROM permissions WHERE item_id = ?1 AND member = ?2");
+    if (!grant.Ok()) return kErrStore;
+    grant.Bind(1, id).Bind(2, user);
+    Role granted;
+    if (grant.Row() && ParseGrantableRole(grant.Text(0), &granted)) *role = MaxRole(*role, granted);
+    Statement parent(store.Db(), "SELECT parent_id FROM items WHERE file_id = ?1");
+    if (!parent.Ok()) return kErrStore;
+    parent.Bind(1, id);
+    id = parent.Row() ? parent.Text(0) : std::string();
+  }
+  return kOk;
+}
+
+int BuildFileRecord(Store& store, const Item& item, Role role, bool insider, Json::Value* record) {
+  Tarnova::FileInfo info;
+  info.file_id = item.file_id;
+  if (insider) {
+    info.path = item.path;
+    info.nxo_path = item.path;
+    info.display_path = item.display_path;
+    info.original_path = item.path;
+    info.parent_id = item.parent_id;
+  } else {
+    // Outsiders see the shared item as the top of a view of its own, and
+    // learn nothing of where the owner keeps it.
+    info.path = "/" + item.name;
+  }
+  info.name = item.name;
+  info.kind = item.kind;
+  info.created_time = static_cast<uint32_t>(item.created_time);
+  info.access_time = static_cast<uint32_t>(item.access_time);
+  info.modified_time = static_cast<uint32_t>(item.modified_time);
+  info.change_time = static_cast<uint32_t>(item.change_time);
+  info.size = item.size;
+  info.capabilities = CapabilitiesOf(role);
+  info.sync_id = item.sync_id;
+  Statement maxId(store.Db(), "SELECT COALESCE(MAX(sync_id), 0) FROM items");
+  if (!maxId.Row()) return kErrStore;
+  info.max_id = static_cast<uint64_t>(maxId.Int(0));
+  info.removed = item.removed;
+
+  std::vector<Tarnova::PermissionEntry> grants;
+  if (CollectGrants(store, item, &grants) != kOk) return kErrStore;
+  int64_t sharingLinks =
+      CountOf(store, "SELECT COUNT(*) FROM sharing_links WHERE permanent_link = ?1", item.permanent_link);
+  int64_t revisions = CountOf(store, "SELECT COUNT(*) FROM revisions WHERE item_id = ?1", item.file_id);
+  if (sharingLinks < 0 || revisions < 0) return kErrStore;
+  info.shared = !grants.empty() || item.visibility != Visibility::kMembers;
+  info.adv_shared = sharingLinks > 0;
+  if (insider) {
+    info.shared_with = grants;
+    if (CollectLabels(store, item, &info.labels) != kOk) return kErrStore;
+  }
+  info.properties = item.properties.empty() ? "{}" : item.properties;
+  info.app_properties = "{}";
+  info.owner.name = item.owner_name;
+  info.owner.uid = item.owner_uid;
+  info.owner.display_name = OwnerDisplayName(item.owner_name);
+  info.permanent_link = item.permanent_link;
+  info.hash = item.hash;
+  info.revisions = static_cast<uint32_t>(revisions);
+  info.content_type = item.kind == Tarnova::FileInfo::kDir ? std::string() : ContentTypeFor(item.name);
+
+  Json::Value out(Json::objectValue);
+  if (ConvertFileInfoToJSon(info, out) != 0) return kErrStore;
+  record->swap(out);
+  return kOk;
+}
+
+bool IsItemPath(const std::string& path) {
+  if (path.size() < 2 || path[0] != '/' || path.back() == '/') return false;
+  size_t start = 1;
+  while (start <= path.size()) {
+    size_t end = path.find('/', start);
+    if (end == std::string::npos) end = path.size();
+    std::string name = path.substr(start, end - start);
+    if (name.empty() || name == "." || name == "..") return false;
+    for (char c : name) {
+      if (c == '\0' || c == '\n' || c == '\r') return false;
+    }
+    start = end + 1;
+  }
+  return true;
+}
+
+int AddItem(Store& store, const NewItem& wanted, Item* added) {
+  if (!IsItemPath(wanted.path) || wanted.owner.empty()) return kErrBadParameter;
+  return store.Write(
+      [&]() -> int {
+        Item existing;
+        int rc = FindItemByPath(store, wanted.owner, wanted.path, &existing);
+        if (rc == kOk) return kErrExists;
+        if (rc != kErrNoSuchItem) return rc;
+        const int64_t syncId = NextSyncId(store);
+
+        // Folders above the item, outermost first, made when missing.
+        std::string parentId;
+        std::vector<std::string> folders;
+        for (std::string up = ParentPath(wanted.path); !up.empty(); up = ParentPath(up)) {
+          folders.insert(folders.begin(), up);
+        }
+        for (const std::string& folderPath : folders) {
+          Item folder;
+          rc = FindItemByPath(store, wanted.owner, folderPath, &folder);
+          if (rc == kOk) {
+            if (folder.kind != Tarnova::FileInfo::kDir) return kErrBadParameter;
+          } else if (rc == kErrNoSuchItem) {
+            folder = FreshItem(wanted, folderPath, Tarnova::FileInfo::kDir, parentId, syncId);
+            if (folder.file_id.empty() || InsertItem(store, folder) != kOk) return kErrStore;
+          } else {
+            return rc;
+          }
+          parentId = folder.file_id;
+        }
+
+        Item item = FreshItem(wanted, wanted.path, wanted.kind, parentId, syncId);
+        if (item.file_id.empty() || item.permanent_link.empty()) return kErrStore;
+        if (wanted.kind == Tarnova::FileInfo::kFile) {
+          item.hash = wanted.hash;
+          item.size = wanted.size;
+        }
+        if (InsertItem(store, item) != kOk) return kErrStore;
+        if (wanted.kind == Tarnova::FileInfo::kFile && InsertFirstRevision(store, item) != kOk) {
+          return kErrStore;
+        }
+        *added = item;
+        return kOk;
+      },
+      kErrStore);
+}
+
+int SetRemoved(Store& store, const Item& item, bool removed) {
+  return store.Write(
+      [&]() -> int {
+        Statement update(store.Db(),
+                         "UPDATE items SET removed = ?1, change_time = ?2, sync_id = ?3"
+                         " WHERE owner_name = ?4"
+                         " AND (path = ?5 OR substr(path, 1, length(?5) + 1) = ?5 || '/')");
+        update.Bind(1, static_cast<int64_t>(removed ? 1 : 0))
+            .Bind(2, Now())
+            .Bind(3, NextSyncId(store))
+            .Bind(4, item.owner_name)
+            .Bind(5, item.path);
+        return update.Run() ? kOk : kErrStore;
+      },
+      kErrStore);
+}
+
+int SetMemberRole(Store& store, const Item& item, const std::string& member, Role role) {
+  return store.Write(
+      [&]() -> int {
+        if (role == Role::kNone) {
+          Statement remove(store.Db(), "DELETE FROM permissions WHERE item_id = ?1 AND member = ?2");
+          remove.Bind(1, item.file_id).Bind(2, member);
+          return remove.Run() ? kOk : kErrStore;
+        }
+        Statement upsert(store.Db(),
+                         "INSERT INTO permissions (item_id, member, role) VALUES (?1, ?2, ?3)"
+                         " ON CONFLICT (item_id, member) DO UPDATE SET role = excluded.role");
+        upsert.Bind(1, item.file_id).Bind(2, member).Bind(3, std::string(RoleName(role)));
+        return upsert.Run() ? kOk : kErrStore;
+      },
+      kErrStore);
+}
+
+int SetLinkAccess(Store& store, const Item& item, Visibility visibility, Role role) {
+  return store.Write(
+      [&]() -> int {
+        Statement update(store.Db(),
+                         "UPDATE items SET link_visibility = ?1, link_role = ?2 WHERE file_id = ?3");
+        update.Bind(1, std::string(VisibilityName(visibility)))
+            .Bind(2, std::string(RoleName(role)))
+            .Bind(3, item.file_id);
+        return update.Run() ? kOk : kErrStore;
+      },
+      kErrStore);
+}
+
+int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size) {
+  FILE* in = fopen(localFile.c_str(), "rb");
+  if (in == nullptr) return kErrNoSuchItem;
+  std::string temp = Store::DataDirectory() + "/incoming.XXXXXX";
+  int fd = mkstemp(&temp[0]);
+  if (fd < 0) {
+    fclose(in);
+    return kErrStore;
+  }
+  FILE* out = fdopen(fd, "wb");
+  Sha256 sha;
+  uint64_t total = 0;
+  bool ok = out != nullptr;
+  char buffer[65536];
+  size_t got;
+  while (ok && (got = fread(buffer, 1, sizeof(buffer), in)) > 0) {
+    sha.Update(buffer, got);
+    total += got;
+    ok = fwrite(buffer, 1, got, out) == got;
+  }
+  ok = ok && !ferror(in);
+  fclose(in);
+  if (out != nullptr) {
+    ok = fclose(out) == 0 && ok;
+  } else {
+    close(fd);
+  }
+  if (!ok) {
+    unlink(temp.c_str());
+    return kErrStore;
+  }
+  *hash = sha.FinishHex();
+  *size = total;
+  const std::string target = Store::ContentFile(*hash);
+  if (!MakeDir(target.substr(0, target.rfind('/'))) || rename(temp.c_str(), target.c_str()) != 0) {
+    unlink(temp.c_str());
+    return kErrStore;
+  }
+  chmod(target.c_str(), 0644);
+  return kOk;
+}
+
+int StoreEmptyContent(std::string* hash) {
+  *hash = Sha256Hex(std::string());
+  const std::string target = Store::ContentFile(*hash);
+  if (!MakeDir(target.substr(0, target.rfind('/')))) return kErrStore;
+  FILE* out = fopen(target.c_str(), "ab");
+  if (out == nullptr) return kErrStore;
+  fclose(out);
+  return kOk;
+}
+
+}  // namespace plyth_services

@@ -1,0 +1,30 @@
+// The administration command line, as a function so that tests run it
+// in-process. See docs/services.md for the commands.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace plyth_services {
+
+// Exit codes.
+enum CtlExit {
+  kExitOk = 0,
+  kExitUsage = 1,
+  kExitNotFound = 2,
+  kExitConflict = 3,
+  kExitBadValue = 4,
+  kExitStore = 5,
+};
+
+// `args` without the program name. "--root DIR" first sets ZANT_ROOT.
+int RunPlythctl(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
+                std::ostream& err);
+
+// "YYYY-MM-DD HH:MM:SS" in the local time zone, or "@<seconds since the
+// epoch>"; false for anything else, an impossible date included.
+bool ParseExpiry(const std::string& text, int64_t* when);
+
+}  // namespace plyth_services

@@ -1,0 +1,27 @@
+// "ZANT.BrindlexPlyth.AdvanceSharing.Public" "auth": unlocks a sharing
+// link, answering the token that later calls present.
+#include "api_support.h"
+#include "service_errors.h"
+#include "services_api.h"
+#include "sharing.h"
+
+namespace plyth_services {
+
+void SharingAuthFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
+  std::string link;
+  std::string password;
+  if (!TextParam(*request, "sharing_link", true, &link) || link.empty() ||
+      !TextParam(*request, "password", false, &password)) {
+    return response->SetError(kErrBadParameter);
+  }
+  std::unique_ptr<Store> store = OpenStoreOrLog();
+  if (!store) return response->SetError(kErrStore);
+  std::string token;
+  int rc = AuthenticateSharingLink(*store, link, password, &token);
+  if (rc != kOk) return response->SetError(rc);
+  Json::Value data(Json::objectValue);
+  data["sharing_token"] = token;
+  response->SetSuccess(data);
+}
+
+}  // namespace plyth_services
