@@ -1,0 +1,136 @@
+// A running appliance for the browser tests: a throw-away root made by
+// scripts/mkroot from a build's staging tree, users, items and links made
+// with its plythctl, zant-webapid on a unix socket and nginx with the
+// rendered deploy configuration on 127.0.0.1.
+import { spawn, spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import net from 'node:net';
+import path from 'node:path';
+
+import { freePort, repoRoot } from './lib.mjs';
+
+const stagePrograms = [
+  'usr/zant/zantman/webapi/entry.cgi',
+  'usr/zant/bin/zant-webapid',
+  'usr/zant/bin/plythctl',
+  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Shard.so',
+  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Services.so',
+];
+
+// The staging tree to use ($PLYTH_STAGE, else the dev preset's), and why it
+// cannot be used when a program is missing.
+export function findStage() {
+  const stage = process.env.PLYTH_STAGE || path.join(repoRoot, 'build', 'dev', 'stage');
+  const missing = stagePrograms.filter((file) => !fs.existsSync(path.join(stage, file)));
+  return { stage, missing: missing.length ? `${stage} lacks ${missing.join(', ')}` : '' };
+}
+
+function waitFor(condition, what, child, timeoutMs = 10000) {
+  const deadline = Date.now() + timeoutMs;
+  return new Promise((resolve, reject) => {
+    const attempt = async () => {
+      if (child.exitCode !== null) return reject(new Error(`${what}: exited with ${child.exitCode}`));
+      if (await condition()) return resolve();
+      if (Date.now() > deadline) return reject(new Error(`timed out waiting for ${what}`));
+      setTimeout(attempt, 50);
+    };
+    attempt();
+  });
+}
+
+function connects(options) {
+  return new Promise((resolve) => {
+    const socket = net.connect(options);
+    socket.once('connect', () => {
+      socket.destroy();
+      resolve(true);
+    });
+    socket.once('error', () => {
+      socket.destroy();
+      resolve(false);
+    });
+  });
+}
+
+function stopChild(child) {
+  if (!child || child.exitCode !== null || child.signalCode !== null) return Promise.resolve();
+  return new Promise((resolve) => {
+    const timer = setTimeout(() => child.kill('SIGKILL'), 5000);
+    child.once('exit', () => {
+      clearTimeout(timer);
+      resolve();
+    });
+    child.kill('SIGTERM');
+  });
+}
+
+// Makes the root in dir/root and starts the servers. Returns
+// { root, origin, plythctl(...args), logs(), stop() }.
+export async function startAppliance({ dir, stage }) {
+  const root = path.join(dir, 'root');
+  const run = (cmd, args, options = {}) => {
+    const result = spawnSync(cmd, args, { encoding: 'utf8', ...options });
+    if (result.status !== 0) {
+      throw new Error(`${path.basename(cmd)} ${args.join(' ')} exited ${result.status}: ${result.stderr}`);
+    }
+    return result.stdout;
+  };
+  run(path.join(repoRoot, 'scripts', 'mkroot'), ['--stage', stage, root]);
+  fs.chmodSync(root, 0o755);
+
+  // Started as root, zant-webapid serves as www-data: the store it writes
+  // (tokens, failed passwords) must be that user's, as after plythctl.
+  const serviceUser = process.getuid && process.getuid() === 0 ? 'www-data' : '';
+  const storeDir = path.join(root, 'var/packages/BrindlexPlyth/target/var');
+  const plythctlPath = path.join(root, 'usr/zant/bin/plythctl');
+  const plythctl = (...args) => {
+    const out = run(plythctlPath, ['--root', root, ...args], { env: { ...process.env, TZ: 'UTC' } });
+    if (serviceUser) run('chown', ['-R', `${serviceUser}:${serviceUser}`, storeDir]);
+    return out.trim();
+  };
+  plythctl('init');
+
+  const runDir = path.join(root, 'run');
+  const nginxDir = path.join(runDir, 'nginx');
+  fs.mkdirSync(nginxDir, { recursive: true });
+  const socket = path.join(runDir, 'zant-webapid.sock');
+  const daemonLog = path.join(dir, 'webapid.log');
+  const nginxLog = path.join(dir, 'nginx.log');
+
+  const daemon = spawn(
+    path.join(root, 'usr/zant/bin/zant-webapid'),
+    ['--root', root, '--socket', socket, '--workers', '2'],
+    { cwd: root, stdio: ['ignore', fs.openSync(daemonLog, 'a'), fs.openSync(daemonLog, 'a')] },
+  );
+  let nginx = null;
+  const stop = async () => {
+    await stopChild(nginx);
+    await stopChild(daemon);
+  };
+  try {
+    await waitFor(() => connects({ path: socket }), 'zant-webapid socket', daemon);
+    const port = await freePort();
+    const conf = path.join(runDir, 'nginx.conf');
+    fs.writeFileSync(
+      conf,
+      run(path.join(repoRoot, 'deploy', 'render-nginx-conf'), [
+        '--root', root, '--port', String(port), '--socket', socket, '--run-dir', nginxDir,
+      ]),
+    );
+    nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], {
+      stdio: ['ignore', fs.openSync(nginxLog, 'a'), fs.openSync(nginxLog, 'a')],
+    });
+    await waitFor(() => connects({ port, host: '127.0.0.1' }), 'nginx port', nginx);
+    return {
+      root,
+      origin: `http://127.0.0.1:${port}`,
+      plythctl,
+      logs: () =>
+        [daemonLog, nginxLog].map((file) => `== ${file}\n${fs.readFileSync(file, 'utf8')}`).join('\n'),
+      stop,
+    };
+  } catch (error) {
+    await stop();
+    throw error;
+  }
+}

@@ -1,0 +1,186 @@
+/*
+ * Shared part of the landing pages for phones and tablets (mobile.html).
+ * Loaded before the page's own script (anonymous.js, perm.js, info.js,
+ * expired.js or invalid.js), which uses window.PlythMobile.
+ *
+ * The page state comes from the server as a JSON text in the data-state
+ * attribute of #plyth-state: "permanent_link", "sharing_link", "zant_token"
+ * always; per page "btns" (button labels, in order), "i18n", "host_info",
+ * "file_info", "account". The page's security policy allows no inline
+ * script or style: text goes in with textContent, looks come from classes.
+ */
+(function () {
+  'use strict';
+
+  var ICON_DIR = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/';
+
+  // Icon categories by extension, in the server's order (an extension in
+  // two lists takes the first: "ac3" is audio). The server's lists also
+  // hold entries that can never match (a one-letter "c", "raw" and "mpg"
+  // padded with blanks); they are left out here with the same effect.
+  var FILE_TYPES = [
+    ['acc', 'acc accdb accde accdr accdt ade adn adp mam maf maq mar mat mda mdb mde mdf mdn mdt mdw'],
+    ['ai', 'ai'],
+    ['audio', 'aac ac3 aif ape cda dts flac m4a m4b mid mka mp2 mp3 mpc ogg pcm ra wav wma mp1 mpa ram m4p aiff dsf dff m3u wpl'],
+    ['code', 'js actproj ad akp applescript as asax asc ascx asm asmx asp aspx asr bkpi cc cpp cs css cxx jsx mhtml php xhtml xml'],
+    ['doc', 'doc docx rtf wri odt'],
+    ['exe', 'exe'],
+    ['fla', 'fla'],
+    ['htm', 'htm html'],
+    ['idn', 'idn indd'],
+    ['image', '3fr arw bmp cr2 crw dcr dng erf gif ico jpe jpeg jpg k25 kdc mef mos mrw nef orf pef png ptx raf rw2 sr2 srf tif tiff ufo x3f'],
+    ['iso', 'iso bin daa img mds nrg'],
+    ['pdf', 'pdf'],
+    ['ppt', 'ppt pps ppsx pptx odp'],
+    ['psd', 'psd'],
+    ['swf', 'swf f4v flv'],
+    ['ttf', 'ttf otf ttc'],
+    ['txt', 'txt'],
+    ['video', '3g2 3gp ac3 amr asf avi dat divx dvr-ms ifo m1v m2t m2ts m2v m4v mkv mov mpe mpeg mpeg1 mpeg2 mpeg4 mp4 mts ogv qt rm rmvb tp trp ts vob webm wmv xvid'],
+    ['xls', 'xls xla xlam xlb xlc xld xlk xll xlm xlsb xlsm xlsx xlt xltm xlv xlw xltx ods ots csv'],
+    ['zip', 'zip 7z bz2 gz rar tar tbz tgz txz'],
+  ].map(function (entry) {
+    return [entry[0], entry[1].split(' ')];
+  });
+
+  var M = (window.PlythMobile = {});
+
+  // The page state, or {} when it is missing or not JSON.
+  M.state = function () {
+    var holder = document.getElementById('plyth-state');
+    var text = holder ? holder.getAttribute('data-state') : '';
+    if (!text) return {};
+    try {
+      var state = JSON.parse(text);
+      return state && typeof state === 'object' ? state : {};
+    } catch (e) {
+      return {};
+    }
+  };
+
+  M.el = function (tag, className, text, attrs) {
+    var node = document.createElement(tag);
+    if (className) node.className = className;
+    if (text) node.textContent = String(text);
+    Object.keys(attrs || {}).forEach(function (name) {
+      if (attrs[name] !== undefined && attrs[name] !== null) node.setAttribute(name, String(attrs[name]));
+    });
+    return node;
+  };
+
+  // The icon category of a name and type, by the server's rules: "folder"
+  // for folders, the category of the lower-cased text after the last dot,
+  // else "xxx" (also for extensions of fewer than two characters).
+  M.category = function (name, type) {
+    if (type === 'dir') return 'folder';
+    name = typeof name === 'string' ? name : '';
+    var dot = name.lastIndexOf('.');
+    var extension = dot >= 0 ? name.slice(dot + 1).toLowerCase() : '';
+    if (extension.length < 2) return 'xxx';
+    for (var i = 0; i < FILE_TYPES.length; i++) {
+      if (FILE_TYPES[i][1].indexOf(extension) >= 0) return FILE_TYPES[i][0];
+    }
+    return 'xxx';
+  };
+
+  M.iconURL = function (category) {
+    return ICON_DIR + category + '.png';
+  };
+
+  // Puts the type icon (a category) or a status mark ("expired",
+  // "invalid", "denied", "signin") into the icon box.
+  M.setIcon = function (category) {
+    var box = document.getElementById('plyth-mobile-icon');
+    if (!box) return;
+    box.textContent = '';
+    box.appendChild(M.el('img', null, null, { src: M.iconURL(category), alt: '', width: 64, height: 64 }));
+  };
+  M.setStatus = function (status) {
+    var box = document.getElementById('plyth-mobile-icon');
+    if (!box) return;
+    box.textContent = '';
+    box.appendChild(M.el('span', 'plyth-mobile-status plyth-mobile-status-' + status, null, { 'aria-hidden': 'true' }));
+  };
+
+  // The landing address of the link: /d/s/<sharing>/<permanent> or /d/f/<permanent>.
+  M.linkPath = function (state) {
+    var p = encodeURIComponent(state.permanent_link || '');
+    return state.sharing_link ? '/d/s/' + encodeURIComponent(state.sharing_link) + '/' + p : '/d/f/' + p;
+  };
+
+  // The sign-in page, which comes back to `back` (a path on this site).
+  M.signInURL = function (back) {
+    return '/?redirect=' + encodeURIComponent(back || '/');
+  };
+
+  // The address the mobile app registers: where the appliance is and which
+  // link to open. The host is the one this page was reached at, with its
+  // port (host_info names the host alone); qv_id lets the app find the
+  // appliance through the relay service.
+  M.appURL = function (state) {
+    var info = state.host_info || {};
+    var query = new URLSearchParams();
+    query.set('host', window.location.host || info.host || '');
+    query.set('https', window.location.protocol === 'https:' ? '1' : '0');
+    if (info.qv_id) query.set('qv_id', info.qv_id);
+    query.set('permanent_link', state.permanent_link || '');
+    if (state.sharing_link) query.set('sharing_link', state.sharing_link);
+    return 'plyth://open?' + query.toString();
+  };
+
+  // The download address; a sharing-link visitor's token travels in the
+  // cookie plyth-sharing-<sharing link>, which the page's answer has set.
+  M.downloadURL = function (state) {
+    var url =
+      'webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1&method=download&path=' +
+      encodeURIComponent(JSON.stringify('link:' + (state.permanent_link || '')));
+    if (state.sharing_link) url += '&sharing_link=' + encodeURIComponent(JSON.stringify(state.sharing_link));
+    return url;
+  };
+
+  // Draws one control per label of "btns" into the actions box. actions[i]
+  // is {href, download} for a link or {onClick} for a button; labels
+  // without an action are skipped, empty labels take actions[i].fallback.
+  M.buttons = function (labels, actions) {
+    var box = document.getElementById('plyth-mobile-actions');
+    var made = [];
+    if (!box || !Array.isArray(labels)) return made;
+    labels.forEach(function (label, i) {
+      var action = actions[i];
+      if (!action) return;
+      var text = typeof label === 'string' && label !== '' ? label : action.fallback || '';
+      var node;
+      if (action.href) {
+        node = M.el('a', 'plyth-mobile-button', text, { href: action.href });
+        if (action.download) node.setAttribute('download', action.download);
+      } else {
+        node = M.el('button', 'plyth-mobile-button', text, { type: 'button' });
+        node.addEventListener('click', function () {
+          action.onClick(node);
+        });
+      }
+      if (action.id) node.id = action.id;
+      box.appendChild(node);
+      made.push(node);
+    });
+    return made;
+  };
+
+  // Shows a notice below the buttons: a bold title line and a text.
+  M.notice = function (title, text) {
+    var box = document.getElementById('plyth-mobile-notice');
+    if (!box) return;
+    box.textContent = '';
+    if (title) box.appendChild(M.el('strong', 'plyth-mobile-notice-title', title));
+    if (text) box.appendChild(M.el('span', 'plyth-mobile-notice-text', text));
+    box.hidden = false;
+  };
+
+  M.ready = function (fn) {
+    if (document.readyState === 'loading') {
+      document.addEventListener('DOMContentLoaded', fn, { once: true });
+    } else {
+      fn();
+    }
+  };
+})();

@@ -1,0 +1,260 @@
+/*
+ * Desktop landing page of a sharing link or a permanent link: the views and
+ * the password unlock. public_share.js (loaded after the page script of
+ * method getjs) reads what the server found and calls PlythShare.render.
+ *
+ * Builds on the base layer (ZANTUI: ext-base.js, ext-all.js, ux-all.js).
+ * The page's security policy allows no inline script or style: text goes in
+ * with textContent, looks come from the classes of style.css.
+ */
+(function () {
+  'use strict';
+
+  var UI = window.ZANTUI;
+  var AUTH_API = 'ZANT.BrindlexPlyth.AdvanceSharing.Public';
+  var ICON_DIR = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/';
+  var FAVICON = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png';
+
+  // Codes of the link service that the page tells apart.
+  var CODE = {
+    OK: 0,
+    NEED_PASSWORD: 1037,
+    EXPIRED: 1038,
+    UNKNOWN_LINK: 1036,
+    THROTTLED: 1039,
+  };
+
+  var PlythShare = (window.PlythShare = { CODE: CODE });
+
+  // The product's texts (from getjs), then the desktop's, then English.
+  PlythShare.text = function (section, key, fallback) {
+    var texts = typeof window.getPlythTexts === 'function' ? window.getPlythTexts() : null;
+    var table = texts && texts[section];
+    if (table && typeof table[key] === 'string' && table[key] !== '') return table[key];
+    return UI.text(section, key, fallback);
+  };
+  var T = PlythShare.text;
+
+  // What the visitor sees for a code of getjs and its record:
+  // "file", "unavailable", "password", "expired" or "invalid".
+  PlythShare.viewOf = function (code, file) {
+    if (code === CODE.OK) {
+      // The server withholds the record of a removed item and of one that
+      // may not be previewed; the page cannot tell the two apart.
+      return file && typeof file === 'object' ? 'file' : 'unavailable';
+    }
+    if (code === CODE.NEED_PASSWORD) return 'password';
+    if (code === CODE.EXPIRED) return 'expired';
+    // 1036 (unknown or revoked link), 1002 (no access), 408, 1040 and any
+    // other code all read as "not available to you".
+    return 'invalid';
+  };
+
+  // The download address. A sharing-link visitor is authenticated by the
+  // cookie plyth-sharing-<sharing link>, which the browser sends with this
+  // same-origin request; naming the sharing link tells the service which
+  // cookie to take. Identifiers go as JSON strings.
+  PlythShare.downloadURL = function (permanentLink, sharingLink) {
+    var url =
+      'webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1&method=download&path=' +
+      encodeURIComponent(JSON.stringify('link:' + permanentLink));
+    if (sharingLink) url += '&sharing_link=' + encodeURIComponent(JSON.stringify(sharingLink));
+    return url;
+  };
+
+  // The type icon. The server already chose it for the link preview
+  // (og:image, possibly an absolute address on another origin): its file
+  // name is taken and looked up here, so both use one set of rules.
+  PlythShare.iconURL = function (file) {
+    if (file && file.type === 'dir') return ICON_DIR + 'folder.png';
+    var meta = document.querySelector('meta[property="og:image"]');
+    var match = meta && /\/FileType\/64\/([a-z]+)\.png$/.exec(meta.getAttribute('content') || '');
+    return ICON_DIR + (match ? match[1] : 'xxx') + '.png';
+  };
+
+  // Same form as the server's own cookie line: session cookie, path "/".
+  PlythShare.setSharingCookie = function (sharingLink, token) {
+    document.cookie = 'plyth-sharing-' + sharingLink + '=' + token + '; path=/';
+  };
+
+  // Unlocks a sharing link: answers {token} or {code}.
+  PlythShare.unlock = function (sharingLink, password) {
+    return UI.callAPI(AUTH_API, 1, 'auth', { sharing_link: sharingLink, password: password }).then(
+      function (answer) {
+        if (answer && answer.success && answer.data && typeof answer.data.sharing_token === 'string') {
+          return { token: answer.data.sharing_token };
+        }
+        var code = answer && answer.error && answer.error.code;
+        return { code: typeof code === 'number' ? code : -1 };
+      },
+      function () {
+        return { code: -1 };
+      },
+    );
+  };
+
+  function header() {
+    return UI.append(
+      UI.el('header', 'plyth-share-header'),
+      UI.el('img', 'plyth-share-logo', null, { src: FAVICON, alt: '', width: 16, height: 16 }),
+      UI.el('span', 'plyth-share-brand', T('plyth', 'displayname', 'Brindlex Plyth')),
+    );
+  }
+
+  function message(panel, title, description) {
+    UI.append(
+      panel,
+      UI.el('h1', 'plyth-share-title', title),
+      UI.el('p', 'plyth-share-desc', description),
+    );
+  }
+
+  function metaLine(label, value) {
+    if (!value) return null;
+    return UI.append(
+      UI.el('p', 'plyth-share-meta'),
+      UI.el('span', 'plyth-share-meta-label', label + ': '),
+      UI.el('span', 'plyth-share-meta-value', value),
+    );
+  }
+
+  function ownerName(file) {
+    var owner = file.owner;
+    if (!owner || typeof owner !== 'object') return '';
+    return owner.display_name || owner.name || '';
+  }
+
+  function fileView(panel, ctx) {
+    var file = ctx.file;
+    var isFolder = file.type === 'dir';
+    var caps = file.capabilities || {};
+    var timeFormat = UI.def('date_format', 'Y-m-d') + ' ' + UI.def('time_format', 'H:i');
+    UI.append(
+      panel,
+      UI.el('img', 'plyth-share-icon', null, { src: PlythShare.iconURL(file), alt: '', width: 64, height: 64 }),
+      UI.el('h1', 'plyth-share-name', file.name || ''),
+      metaLine(T('common', 'size', 'Size'), isFolder ? T('common', 'folder', 'Folder') : UI.format.size(file.size)),
+      metaLine(T('common', 'modified', 'Modified'), UI.format.time(file.modified_time, timeFormat)),
+      metaLine(T('common', 'owner', 'Owner'), ownerName(file)),
+    );
+    var actions = UI.el('div', 'plyth-share-actions');
+    if (!caps.can_read) {
+      actions.appendChild(
+        UI.el('p', 'plyth-share-notice', T('share', 'preview_only', 'You may preview this item but not download it.')),
+      );
+    } else if (isFolder) {
+      actions.appendChild(
+        UI.el('p', 'plyth-share-notice', T('share', 'folder_notice', 'Folders cannot be downloaded from this page.')),
+      );
+    } else {
+      actions.appendChild(
+        UI.el('a', 'plyth-share-button', T('action', 'download', 'Download'), {
+          href: PlythShare.downloadURL(ctx.link, ctx.sharingLink),
+          download: file.name || true,
+          id: 'plyth-download',
+        }),
+      );
+    }
+    panel.appendChild(actions);
+  }
+
+  function passwordView(panel, ctx, root) {
+    message(
+      panel,
+      T('share', 'password_title', 'This link is protected by a password'),
+      T('share', 'password_desc', 'Enter the password to open the shared item.'),
+    );
+    var form = UI.el('form', 'plyth-share-password', null, { novalidate: true, id: 'plyth-password-form' });
+    var label = UI.el('label', 'plyth-share-label', T('share', 'password_label', 'Password'), { for: 'plyth-password' });
+    var input = UI.el('input', null, null, {
+      id: 'plyth-password',
+      type: 'password',
+      name: 'password',
+      autocomplete: 'current-password',
+    });
+    var submit = UI.el('button', null, T('share', 'password_submit', 'Open'), { type: 'submit' });
+    var error = UI.el('p', 'plyth-share-error', null, { role: 'alert', id: 'plyth-password-error' });
+    error.hidden = true;
+    UI.append(form, label, input, submit);
+    UI.append(panel, form, error);
+
+    function fail(text) {
+      submit.disabled = false;
+      error.textContent = text;
+      error.hidden = false;
+      input.select();
+      input.focus();
+    }
+
+    form.addEventListener('submit', function (event) {
+      event.preventDefault();
+      if (input.value === '') {
+        input.focus();
+        return;
+      }
+      submit.disabled = true;
+      error.hidden = true;
+      PlythShare.unlock(ctx.sharingLink, input.value).then(function (result) {
+        if (result.token) {
+          PlythShare.setSharingCookie(ctx.sharingLink, result.token);
+          window.location.reload();
+          return;
+        }
+        switch (result.code) {
+          case CODE.NEED_PASSWORD:
+            fail(T('share', 'wrong_password', 'The password is wrong.'));
+            break;
+          case CODE.THROTTLED:
+            fail(T('share', 'too_many_attempts', 'Too many wrong passwords. Try again in a few minutes.'));
+            break;
+          case CODE.EXPIRED:
+          case CODE.UNKNOWN_LINK:
+            // The link expired or was revoked while the form was open.
+            PlythShare.render(root, { code: result.code, link: ctx.link, sharingLink: ctx.sharingLink, file: null });
+            break;
+          default:
+            fail(T('share', 'request_failed', 'The request failed. Try again.'));
+        }
+      });
+    });
+    input.focus();
+  }
+
+  // Draws the view for ctx {code, link, sharingLink, file} into root.
+  PlythShare.render = function (root, ctx) {
+    var view = PlythShare.viewOf(ctx.code, ctx.file);
+    UI.clear(root);
+    root.setAttribute('data-view', view);
+    var panel = UI.el('main', 'plyth-share-panel plyth-share-view-' + view);
+    UI.append(root, header(), panel);
+    switch (view) {
+      case 'file':
+        fileView(panel, ctx);
+        break;
+      case 'password':
+        passwordView(panel, ctx, root);
+        break;
+      case 'expired':
+        message(
+          panel,
+          T('share', 'expired_title', 'Link expired'),
+          T('share', 'expired_link_desc', 'This sharing link has expired. Ask the owner for a new link.'),
+        );
+        break;
+      case 'unavailable':
+        message(
+          panel,
+          T('share', 'unavailable_title', 'This item is no longer available'),
+          T('share', 'unavailable_desc', 'It has been removed, or it may not be previewed through this link.'),
+        );
+        break;
+      default:
+        message(
+          panel,
+          T('request', 'not_exist_title', 'Link not available'),
+          T('error', 'item_not_exist', 'The item does not exist or is no longer shared.'),
+        );
+    }
+    return view;
+  };
+})();
