@@ -1,11 +1,14 @@
 # The two commands of the README. Both install what is missing first.
-.PHONY: demo test build bootstrap clean
+.PHONY: demo test bench build bootstrap clean
 
 demo: bootstrap
 	scripts/demo
 
 test: bootstrap
 	scripts/test-all
+
+bench: bootstrap
+	scripts/bench
 
 build: bootstrap
 	cmake --preset dev >/dev/null && cmake --build --preset dev
