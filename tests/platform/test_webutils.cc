@@ -1,0 +1,98 @@
+// Page templates, URL splitting and modification times of web resources.
+#include <gtest/gtest.h>
+#include <utime.h>
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include "harness.h"
+#include "zant/webutils.h"
+
+namespace {
+
+struct TemplateCase { const char* d; std::string text, expected; };
+class Template : public ::testing::TestWithParam<TemplateCase> {};
+
+TEST_P(Template, Fills) {
+  Json::Value values;
+  values["TITLE"] = "A <b> & \"c\"";
+  values["EMPTY"] = "";
+  values["NUM"] = 5;
+  values["NUL"] = std::string("a\0b", 3);
+  values["LOOP"] = "{{TITLE}}";
+  WebUtils::Template tpl;
+  tpl.SetText(GetParam().text);
+  EXPECT_EQ(GetParam().expected, tpl.ApplyValues(values)) << GetParam().d;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, Template, ::testing::ValuesIn(std::vector<TemplateCase>{
+  {"inserted as it stands, repeated", "<t>{{TITLE}}{{EMPTY}}{{TITLE}}</t>",
+   "<t>A <b> & \"c\"A <b> & \"c\"</t>"},
+  {"missing key, other case, number", "[{{MISSING}}{{title}}{{NUM}}]", "[]"},
+  {"NUL bytes kept", "[{{NUL}}]", std::string("[a\0b]", 5)},
+  {"inserted text not filled again", "{{LOOP}}", "{{TITLE}}"},
+  {"malformed braces kept", "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}",
+   "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}"},
+  {"extra braces around a placeholder", "{{{EMPTY}}}", "{}"},
+  {"dangling {{ at the end", "x{{EMPTY}}{{", "x{{"},
+}));
+
+struct UrlCase { const char* url; bool ok; const char *protocol, *host, *port; };
+class ParseUrl : public ::testing::TestWithParam<UrlCase> {};
+
+TEST_P(ParseUrl, Splits) {
+  const UrlCase& c = GetParam();
+  std::string protocol = "-", host = "-", port = "-";
+  ASSERT_EQ(c.ok, WebUtils::ParseURL(c.url, protocol, host, port)) << c.url;
+  EXPECT_EQ(c.ok ? c.protocol : "-", protocol) << c.url;  // a refused URL leaves the outputs alone
+  EXPECT_EQ(c.ok ? c.host : "-", host) << c.url;
+  EXPECT_EQ(c.ok ? c.port : "-", port) << c.url;
+}
+
+INSTANTIATE_TEST_SUITE_P(Rows, ParseUrl, ::testing::ValuesIn(std::vector<UrlCase>{
+  {"http://nas.example.com", true, "http", "nas.example.com", "80"},
+  {"HTTPS://NAS/", true, "HTTPS", "NAS", "443"},
+  {"ftp://nas/x", true, "ftp", "nas", ""},
+  {"http://nas:0080/d/s/abc", true, "http", "nas", "80"},
+  {"https://nas:5001?x=1", true, "https", "nas", "5001"},
+  {"https://nas/path?q=http://other:99/", true, "https", "nas", "443"},
+  {"https://evil.com@user:pw@nas:7/", true, "https", "nas", "7"},
+  {"https://[fe80::1%25eth0]:5001/", true, "https", "[fe80::1%25eth0]", "5001"},
+  {"nas:5000/x", false, "", "", ""},
+  {"http://:80", false, "", "", ""},
+  {"http://nas:+80", false, "", "", ""},
+  {"http://nas:65536", false, "", "", ""},
+  {"http://[::1]x", false, "", "", ""},
+  {"http://nas\r\nX-Evil: 1", false, "", "", ""},
+  {"http://evil.com\\@nas/", false, "", "", ""},
+}));
+
+class ModifyTime : public ::testing::Test {
+ protected:
+  void Touch(const std::string& path, time_t when) {
+    root_.WriteFile(path, "x");
+    struct utimbuf times = {when, when};
+    ASSERT_EQ(0, utime(root_.Host(path).c_str(), &times));
+  }
+  void ExpectNow(const char* path) {
+    long long before = time(nullptr);
+    long long answer = std::stoll(WebUtils::GetModifyTime(path));
+    EXPECT_LE(before, answer) << path;
+    EXPECT_GE(time(nullptr), answer) << path;
+  }
+  plyth_test::ApplianceRoot root_;
+};
+
+TEST_F(ModifyTime, RelativeUnderWebRootAbsoluteUnderRoot) {
+  Touch("/usr/zant/zantman/webapi/entry.cgi", 1500000000);
+  Touch("/var/packages/X/b.css", 1400000001);
+  Touch("/webman/c.js", 1200000003);
+  EXPECT_EQ("1500000000", WebUtils::GetModifyTime("webapi/entry.cgi?api=X?v=1"));
+  EXPECT_EQ("1400000001", WebUtils::GetModifyTime("/var/packages/X/b.css"));
+  ExpectNow("webman/c.js");  // relative paths are not root-relative
+  ExpectNow("webman/missing.js");
+  ExpectNow(nullptr);
+}
+
+}  // namespace
