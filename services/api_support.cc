@@ -27,9 +27,9 @@ bool TextParam(const ZANT::APIRequest& request, const char* name, bool required,
   return true;
 }
 
-std::unique_ptr<Store> OpenStoreOrLog() {
+Store* OpenStoreOrLog() {
   std::string error;
-  std::unique_ptr<Store> store = Store::Open(&error);
+  Store* store = Store::Shared(&error);
   if (!store) syslog(LOG_ERR, "plyth-services: cannot open the link store: %s", error.c_str());
   return store;
 }

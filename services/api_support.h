@@ -16,8 +16,9 @@ namespace plyth_services {
 // parameter is of another type, or absent while `required`.
 bool TextParam(const ZANT::APIRequest& request, const char* name, bool required, std::string* value);
 
-// The store, or null after logging why it could not be opened.
-std::unique_ptr<Store> OpenStoreOrLog();
+// The process's shared store (see Store::Shared), or null after logging why
+// it could not be opened. Valid until the end of the request.
+Store* OpenStoreOrLog();
 
 // Writes a script answer ("getjs" methods) to standard output.
 void WriteScript(const std::string& body);

@@ -40,6 +40,16 @@ std::string Hex(const unsigned char* bytes, size_t size) {
   return out;
 }
 
+// Fetched once: with EVP_sha256() every digest would look the algorithm up
+// among the providers again.
+const EVP_MD* Sha256Algorithm() {
+  static const EVP_MD* algorithm = [] {
+    const EVP_MD* fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    return fetched != nullptr ? fetched : EVP_sha256();
+  }();
+  return algorithm;
+}
+
 }  // namespace
 
 std::string RandomId(size_t length) {
@@ -58,7 +68,7 @@ std::string RandomId(size_t length) {
 }
 
 Sha256::Sha256() : ctx_(EVP_MD_CTX_new()) {
-  EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(ctx_), EVP_sha256(), nullptr);
+  EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(ctx_), Sha256Algorithm(), nullptr);
 }
 
 Sha256::~Sha256() { EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(ctx_)); }

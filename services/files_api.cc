@@ -100,7 +100,7 @@ int ResolveAccess(Store& store, const ZANT::APIRequest& request, Access* access)
 }  // namespace
 
 void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
-  std::unique_ptr<Store> store = OpenStoreOrLog();
+  Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
   Access access;
   int rc = ResolveAccess(*store, *request, &access);
@@ -112,7 +112,7 @@ void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
 }
 
 void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
-  std::unique_ptr<Store> store = OpenStoreOrLog();
+  Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
   Access access;
   int rc = ResolveAccess(*store, *request, &access);

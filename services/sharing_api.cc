@@ -14,7 +14,7 @@ void SharingAuthFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
       !TextParam(*request, "password", false, &password)) {
     return response->SetError(kErrBadParameter);
   }
-  std::unique_ptr<Store> store = OpenStoreOrLog();
+  Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
   std::string token;
   int rc = AuthenticateSharingLink(*store, link, password, &token);

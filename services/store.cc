@@ -1,9 +1,12 @@
 #include "store.h"
 
 #include <sys/stat.h>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <unordered_map>
+#include <vector>
 
 #include "zant/appliance.h"
 
@@ -114,16 +117,110 @@ int UserVersion(sqlite3* db) {
   return query.Row() ? static_cast<int>(query.Int(0)) : -1;
 }
 
+// Idle prepared statements of the shared connection, by SQL text. Preparing
+// is most of the cost of the small queries a request makes.
+struct StatementCache {
+  std::unordered_map<std::string, std::vector<sqlite3_stmt*>> idle;
+  size_t count = 0;
+};
+constexpr size_t kMaxIdleStatements = 64;
+
+// Never destroyed: the shared connection is closed by a static destructor
+// that must still find it.
+std::unordered_map<sqlite3*, StatementCache>& StatementCaches() {
+  static auto* caches = new std::unordered_map<sqlite3*, StatementCache>();
+  return *caches;
+}
+
+void DropStatementCache(sqlite3* db) {
+  auto& caches = StatementCaches();
+  auto cache = caches.find(db);
+  if (cache == caches.end()) return;
+  for (auto& entry : cache->second.idle) {
+    for (sqlite3_stmt* stmt : entry.second) sqlite3_finalize(stmt);
+  }
+  caches.erase(cache);
+}
+
+// Opening costs far more than a request's own queries (reading the schema,
+// setting up the WAL index, checkpointing on close), so a process keeps one
+// connection for all its requests.
+class SharedConnection {
+ public:
+  ~SharedConnection() {
+    // A fork's copy of the connection belongs to the parent; closing it
+    // here would checkpoint and drop locks under the parent's feet.
+    if (pid_ != getpid()) static_cast<void>(store_.release());
+  }
+
+  Store* Get(std::string* error) {
+    const std::string file = Store::DatabaseFile();
+    if (store_ && pid_ == getpid() && file_ == file && Usable(store_.get())) return store_.get();
+    if (store_ && pid_ != getpid()) static_cast<void>(store_.release());
+    store_.reset();
+    store_ = Store::Open(error);
+    if (!store_) return nullptr;
+    StatementCaches()[store_->Db()];
+    file_ = file;
+    pid_ = getpid();
+    return store_.get();
+  }
+
+ private:
+  // False once the file was unlinked or replaced since the connection
+  // opened it. A transaction a failed request left open is rolled back.
+  static bool Usable(Store* store) {
+    int moved = 1;
+    if (sqlite3_file_control(store->Db(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK ||
+        moved != 0) {
+      return false;
+    }
+    if (sqlite3_get_autocommit(store->Db()) == 0) store->Exec("ROLLBACK");
+    return true;
+  }
+
+  std::unique_ptr<Store> store_;
+  std::string file_;
+  pid_t pid_ = 0;
+};
+
 }  // namespace
 
 Statement::Statement(sqlite3* db, const char* sql) {
+  auto& caches = StatementCaches();
+  auto cache = caches.find(db);
+  if (cache != caches.end()) {
+    cacheDb_ = db;
+    sql_ = sql;
+    auto idle = cache->second.idle.find(sql_);
+    if (idle != cache->second.idle.end() && !idle->second.empty()) {
+      stmt_ = idle->second.back();
+      idle->second.pop_back();
+      --cache->second.count;
+      return;
+    }
+  }
   if (sqlite3_prepare_v2(db, sql, -1, &stmt_, nullptr) != SQLITE_OK) {
     sqlite3_finalize(stmt_);
     stmt_ = nullptr;
   }
 }
 
-Statement::~Statement() { sqlite3_finalize(stmt_); }
+Statement::~Statement() {
+  if (stmt_ != nullptr && cacheDb_ != nullptr) {
+    auto& caches = StatementCaches();
+    auto cache = caches.find(cacheDb_);
+    if (cache != caches.end() && cache->second.count < kMaxIdleStatements) {
+      // Reset ends the statement's read: a kept statement must not hold a snapshot.
+      sqlite3_reset(stmt_);
+      sqlite3_clear_bindings(stmt_);
+      cache->second.idle[sql_].push_back(stmt_);
+      ++cache->second.count;
+      return;
+    }
+  }
+  sqlite3_finalize(stmt_);
+}
 
 Statement& Statement::Bind(int index, const std::string& value) {
   if (stmt_ != nullptr) {
@@ -179,7 +276,15 @@ std::unique_ptr<Store> Store::Open(std::string* error) {
   return store;
 }
 
-Store::~Store() { sqlite3_close_v2(db_); }
+Store* Store::Shared(std::string* error) {
+  static SharedConnection connection;
+  return connection.Get(error);
+}
+
+Store::~Store() {
+  DropStatementCache(db_);
+  sqlite3_close_v2(db_);
+}
 
 bool Store::Exec(const char* sql) { return sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK; }
 

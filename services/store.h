@@ -22,7 +22,10 @@ constexpr int kBusyTimeoutMs = 5000;
 // Write transactions still busy after the timeout are started again this often.
 constexpr int kWriteAttempts = 4;
 
-// One prepared statement. Binding indexes start at 1, columns at 0.
+// One prepared statement. Binding indexes start at 1, columns at 0. On the
+// shared connection (Store::Shared) statements are kept prepared between
+// uses: one made again with the same text gets the kept one, reset and
+// without bindings.
 class Statement {
  public:
   Statement(sqlite3* db, const char* sql);
@@ -43,6 +46,8 @@ class Statement {
 
  private:
   sqlite3_stmt* stmt_ = nullptr;
+  sqlite3* cacheDb_ = nullptr;  // set when the statement goes back to a cache
+  std::string sql_;
 };
 
 class Store {
@@ -50,6 +55,12 @@ class Store {
   // Opens (creating the file and its directories when missing) and brings
   // the schema up to kSchemaVersion. Null and a message on failure.
   static std::unique_ptr<Store> Open(std::string* error);
+  // The connection this process keeps for its requests, opened on first use
+  // and again whenever the database file was replaced or removed, the root
+  // moved, or the process is a fork of the one that opened it. Owned by the
+  // process: callers must not keep it across requests, and only one thread
+  // may use it. Null and a message on failure.
+  static Store* Shared(std::string* error);
   ~Store();
   Store(const Store&) = delete;
   Store& operator=(const Store&) = delete;

@@ -6,11 +6,32 @@
 
 namespace ZANT {
 
+namespace {
+
+// Building a writer or reader from its builder costs more than most of the
+// small values it handles; each thread keeps one of each. Both keep no state
+// from one use to the next.
+Json::StreamWriter& CompactWriter() {
+  thread_local std::unique_ptr<Json::StreamWriter> writer([] {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    return builder.newStreamWriter();
+  }());
+  return *writer;
+}
+
+Json::CharReader& DefaultReader() {
+  thread_local std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+  return *reader;
+}
+
+}  // namespace
+
 std::string JsonToString(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, value);
+  std::ostringstream out;
+  CompactWriter().write(value, &out);
+  return out.str();
 }
 
 bool JsonFromFile(const std::string& path, Json::Value& out) {
@@ -21,11 +42,9 @@ bool JsonFromFile(const std::string& path, Json::Value& out) {
   if (in.bad()) return false;
   const std::string content = text.str();
 
-  Json::CharReaderBuilder builder;
-  std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value parsed;
   std::string errors;
-  if (!reader->parse(content.data(), content.data() + content.size(), &parsed, &errors)) {
+  if (!DefaultReader().parse(content.data(), content.data() + content.size(), &parsed, &errors)) {
     return false;
   }
   out.swap(parsed);
