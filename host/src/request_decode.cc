@@ -96,7 +96,9 @@ class JsonValidator {
     return false;
   }
 
+  // `depth` counts the containers already open around this one.
   bool Container(int depth, char close, bool object) {
+    if (depth >= kMaxDepth) return false;
     ++pos_;  // opening bracket
     SkipBlanks();
     if (Peek() == close) {
@@ -125,7 +127,6 @@ class JsonValidator {
   }
 
   bool Value(int depth) {
-    if (depth > kMaxDepth) return false;
     switch (Peek()) {
       case '{': return Container(depth, '}', true);
       case '[': return Container(depth, ']', false);

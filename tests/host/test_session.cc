@@ -1,105 +1,55 @@
-// The session store, the session cookie and the token check.
+// Sign-in sessions: the store, then sign-in, the request's user and
+// sign-out through the framework in-process.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <string>
+#include <regex>
+#include <sstream>
+#include <tuple>
+#include <vector>
 
 #include "harness.h"
-#include "zant_host/request_decode.h"
+#include "zant/userdb.h"
+#include "zant_host/host.h"
 #include "zant_host/session.h"
 
 namespace {
 
+using zant_host::CgiVars;
+using zant_host::kSessionLifetime;
 using zant_host::Session;
-using zant_host::SessionStore;
 
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-TEST(HostSession, CreateLoadRemove) {
+TEST(HostSession, StoreWritesLoadsExpiresAndSweeps) {
   plyth_test::ApplianceRoot root;
-  SessionStore store;
-  Session made;
+  zant_host::SessionStore store;
+  Session made, late, loaded;
   ASSERT_TRUE(store.Create("alice", 1026, false, "ger", 1000, &made));
-  EXPECT_TRUE(zant_host::IsSessionId(made.id));
-  EXPECT_EQ(made.expires, 1000 + zant_host::kSessionLifetime);
-
-  const std::string file = root.Host("/var/lib/zant/sessions/" + zant_host::Sha256Hex(made.id));
-  EXPECT_EQ(store.FileOf(made.id), file);
+  ASSERT_TRUE(store.Create("b", 2, true, "", 2000, &late));
+  // Named by the hash of the id: the directory listing gives no usable id away.
+  const std::string file = "/var/lib/zant/sessions/" + zant_host::Sha256Hex(made.id);
   struct stat st;
-  ASSERT_EQ(stat(file.c_str(), &st), 0);
+  ASSERT_EQ(stat(root.Host(file).c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(Slurp(file), "{\"admin\":false,\"created\":1000,\"expires\":87400,\"lang\":\"ger\","
-                         "\"token\":\"" + made.token + "\",\"uid\":1026,\"user\":\"alice\"}\n");
-
-  Session loaded;
-  ASSERT_TRUE(store.Load(made.id, 1001, &loaded));
-  EXPECT_EQ(loaded.user, "alice");
-  EXPECT_EQ(loaded.uid, 1026u);
-  EXPECT_EQ(loaded.token, made.token);
-  EXPECT_EQ(loaded.lang, "ger");
-
-  store.Remove(made.id);
-  EXPECT_FALSE(store.Load(made.id, 1001, &loaded));
-}
-
-TEST(HostSession, ExpiredSessionsAreRemoved) {
-  plyth_test::ApplianceRoot root;
-  SessionStore store;
-  Session early;
-  Session late;
-  ASSERT_TRUE(store.Create("a", 1, false, "", 0, &early));
-  ASSERT_TRUE(store.Create("b", 2, true, "", 100, &late));
-  Session loaded;
-  EXPECT_FALSE(store.Load(early.id, zant_host::kSessionLifetime, &loaded));
-  EXPECT_FALSE(std::ifstream(store.FileOf(early.id)).good());
-
-  ASSERT_TRUE(store.Create("a", 1, false, "", 0, &early));
+  EXPECT_EQ(root.ReadFile(file), "{\"admin\":false,\"created\":1000,\"expires\":87400,\"lang\":\"ger\",\"token\":\"" +
+                                     made.token + "\",\"uid\":1026,\"user\":\"alice\"}\n");
+  ASSERT_TRUE(store.Load(made.id, 1000 + kSessionLifetime - 1, &loaded));
+  EXPECT_EQ(loaded.user + " " + std::to_string(loaded.uid) + " " + loaded.token + " " + loaded.lang,
+            "alice 1026 " + made.token + " ger");
   root.WriteFile("/var/lib/zant/sessions/notes", "kept");
-  store.Sweep(zant_host::kSessionLifetime + 50);
-  EXPECT_FALSE(std::ifstream(store.FileOf(early.id)).good());
-  EXPECT_TRUE(store.Load(late.id, zant_host::kSessionLifetime + 50, &loaded));
-  EXPECT_TRUE(loaded.admin);
-  EXPECT_EQ(root.ReadFile("/var/lib/zant/sessions/notes"), "kept");
-}
-
-struct IdRow {
-  const char* name;
-  std::string id;
-};
-
-class MalformedIds : public ::testing::TestWithParam<IdRow> {};
-
-TEST_P(MalformedIds, NeverLoad) {
-  plyth_test::ApplianceRoot root;
-  SessionStore store;
-  Session s;
-  EXPECT_FALSE(store.Load(GetParam().id, 0, &s));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    HostSession, MalformedIds,
-    ::testing::Values(IdRow{"empty", ""}, IdRow{"short", std::string(63, 'a')},
-                      IdRow{"upper_case", std::string(64, 'A')},
-                      IdRow{"path", "../../../../etc/passwd" + std::string(42, 'a')},
-                      IdRow{"unknown", std::string(64, '0')}),
-    [](const ::testing::TestParamInfo<IdRow>& info) { return std::string(info.param.name); });
-
-TEST(HostSession, DamagedFilesDoNotLoad) {
-  plyth_test::ApplianceRoot root;
-  SessionStore store;
+  store.Sweep(1000 + kSessionLifetime);
+  EXPECT_EQ(root.ReadFile(file) + root.ReadFile("/var/lib/zant/sessions/notes"), "kept");
+  EXPECT_FALSE(store.Load(late.id, 2000 + kSessionLifetime, &loaded));
+  EXPECT_EQ(root.ReadFile("/var/lib/zant/sessions/" + zant_host::Sha256Hex(late.id)), "") << "expired: removed";
+  for (const std::string& id : {std::string(), std::string(63, 'a'), std::string(64, 'A'), std::string(64, '0'),
+                                "../../../../etc/passwd" + std::string(42, 'a')}) {
+    EXPECT_FALSE(store.Load(id, 0, &loaded)) << id;
+  }
   const std::string id(64, 'b');
-  for (const char* content : {"", "[]", "{\"expires\":99999999999}",
-                              "{\"user\":1,\"uid\":1,\"token\":\"t\",\"expires\":99999999999}",
+  for (const char* damaged : {"[]", "{\"user\":1,\"uid\":1,\"token\":\"t\",\"expires\":99999999999}",
                               "{\"user\":\"u\",\"uid\":-1,\"token\":\"t\",\"expires\":99999999999}"}) {
-    root.WriteFile("/var/lib/zant/sessions/" + zant_host::Sha256Hex(id), content);
-    Session s;
-    EXPECT_FALSE(store.Load(id, 0, &s)) << content;
+    root.WriteFile("/var/lib/zant/sessions/" + zant_host::Sha256Hex(id), damaged);
+    EXPECT_FALSE(store.Load(id, 0, &loaded)) << damaged;
   }
 }
 
@@ -108,46 +58,124 @@ TEST(HostSession, TokensAreLettersThatNeverReadAsJson) {
     const std::string token = zant_host::RandomToken();
     ASSERT_EQ(token.size(), 26u);
     EXPECT_EQ(token.find_first_of("eE0123456789"), std::string::npos) << token;
-    EXPECT_TRUE(zant_host::ValueFromText(token).isString());
   }
-  EXPECT_NE(zant_host::RandomHex(32), zant_host::RandomHex(32));
 }
 
-TEST(HostSession, Cookies) {
-  EXPECT_EQ(zant_host::SessionCookieValue("abc", false), "id=abc; Path=/; HttpOnly; SameSite=Lax");
-  EXPECT_EQ(zant_host::SessionCookieValue("abc", true), "id=abc; Path=/; HttpOnly; SameSite=Lax; Secure");
-  EXPECT_EQ(zant_host::ClearedSessionCookieValue(false),
-            "id=; Expires=Thu, 01 Jan 1970 00:00:00 GMT; Path=/; HttpOnly; SameSite=Lax");
-}
+// --- Through the framework: HandleRequest with the built-in sign-in API ---
 
-struct TokenRow {
-  const char* name;
-  std::string sessionToken;
-  Json::Value param;  // null: absent
-  std::string header;
-  bool expected;
+const std::string kHead = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
+const std::string kCleared = kHead +
+    "Set-Cookie: id=; Expires=Thu, 01 Jan 1970 00:00:00 GMT; Path=/; HttpOnly; SameSite=Lax\r\n\r\n{\"success\":true}";
+const std::string kLogin = "api=ZANT.Core.Auth&version=1&method=login";
+const std::string kLogout = "api=ZANT.Core.Auth&version=1&method=logout";
+const std::string kWho = "api=T&version=1&method=whoami";
+
+std::string Error(int code) {
+  return kHead + "\r\n{\"error\":{\"code\":" + std::to_string(code) + "},\"success\":false}";
+}
+// The answer of WhoAmI: "auth|uid|user|lang|USERNAME|token".
+std::string Who(const std::string& data) { return kHead + "\r\n{\"data\":\"" + data + "\",\"success\":true}"; }
+
+void WhoAmI(ZANT::APIRequest* r, ZANT::APIResponse* response) {
+  const char* username = getenv("USERNAME");
+  response->SetSuccess(Json::Value(std::to_string(r->GetAuthResult()) + "|" + std::to_string(r->GetLoginUID()) + "|" +
+                                   r->GetLoginUserName() + "|" + r->GetUILanguage() + "|" +
+                                   (username ? username : "null") + "|" + r->GetSessionToken()));
+}
+int Allow(ZANT::APIRequest*) { return 1; }
+
+class SignIn : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (const auto& [name, admin, disabled] : {std::tuple<const char*, bool, bool>{"alice", false, false},
+                                                {"carol", false, true}, {"root_admin", true, false}}) {
+      ZANT::UserDB::User user;
+      user.name = name;
+      user.admin = admin;
+      user.disabled = disabled;
+      ASSERT_EQ(ZANT::UserDB::AddUser(&user, "1.50"), ZANT::UserDB::Status::kOk);
+    }
+    zant_host::RegisterBuiltinAPIs();
+    ZANT::APIRunner::Register("T", 1, "whoami", WhoAmI, Allow);
+    setenv("USERNAME", "mallory", 1);  // inherited from the server's own environment
+  }
+  void TearDown() override {
+    ZANT::APIRunner::Clear();
+    unsetenv("USERNAME");
+  }
+  static std::string Handle(const std::string& query, CgiVars vars = {}, const std::string& body = "") {
+    vars.insert(vars.end(), {{"QUERY_STRING", query}, {"REQUEST_METHOD", body.empty() ? "GET" : "POST"},
+                             {"CONTENT_TYPE", "application/x-www-form-urlencoded"}});
+    std::istringstream in(body);
+    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
+    return zant_host::HandleRequest(vars, reader, zant_host::Limits());
+  }
+  // {session id, "; Secure" or "", token} of a successful sign-in; empty otherwise.
+  static std::vector<std::string> SignInWith(const std::string& body, const CgiVars& vars = {}) {
+    const std::string answer = Handle(kLogin, vars, body);
+    static const std::regex kShape(kHead +
+        "Set-Cookie: id=([0-9a-f]{64}); Path=/; HttpOnly; SameSite=Lax(; Secure)?\r\n\r\n"
+        "\\{\"data\":\\{\"ZantToken\":\"([a-zA-Z]{26})\",\"account\":\"[a-z_]+\",\"is_admin\":(true|false)\\},"
+        "\"success\":true\\}");
+    std::smatch m;
+    if (std::regex_match(answer, m, kShape)) return {m[1], m[2], m[3]};
+    ADD_FAILURE() << answer;
+    return {};
+  }
+  plyth_test::ApplianceRoot root_;
 };
 
-class TokenCheck : public ::testing::TestWithParam<TokenRow> {};
-
-TEST_P(TokenCheck, Matches) {
-  ZANT::APIRequest request;
-  request.SetSessionToken(GetParam().sessionToken);
-  if (!GetParam().param.isNull()) request.SetParam("ZantToken", GetParam().param);
-  if (!GetParam().header.empty()) request.SetServerVar("HTTP_X_ZANTTOKEN", GetParam().header);
-  EXPECT_EQ(zant_host::RequestCarriesSessionToken(request), GetParam().expected);
+TEST_F(SignIn, LoginWhoAmILogout) {
+  const auto login = SignInWith("account=alice&passwd=1.50&lang=de");
+  ASSERT_EQ(login.size(), 3u);
+  const std::string id = login[0], token = login[2];
+  EXPECT_EQ(login[1], "");
+  const CgiVars cookie = {{"HTTP_COOKIE", "other=1; id=" + id}, {"HTTP_ACCEPT_LANGUAGE", "fr"}};
+  EXPECT_EQ(Handle(kWho, cookie), Who("1|1026|alice|ger|null|" + token));
+  // A session wins over the web server's user, whose name is still exposed.
+  CgiVars both = cookie;
+  both.emplace_back("REMOTE_USER", "bob");
+  EXPECT_EQ(Handle(kWho + "&lang=ja", both), Who("1|1026|alice|jpn|bob|" + token));
+  EXPECT_EQ(Handle(kLogout, cookie), Error(105));
+  EXPECT_EQ(Handle(kLogout + "&ZantToken=" + token.substr(0, 25), cookie), Error(105));
+  EXPECT_EQ(Handle(kLogout + "&ZantToken=" + token, cookie), kCleared);
+  EXPECT_EQ(Handle(kWho, cookie), Who("-1|-1||fre|null|"));
+  EXPECT_EQ(Handle(kLogout), kCleared) << "signing out without a session";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    HostSession, TokenCheck,
-    ::testing::Values(TokenRow{"param", "tok", Json::Value("tok"), "", true},
-                      TokenRow{"header", "tok", Json::Value(), "tok", true},
-                      TokenRow{"param_wins_over_header", "tok", Json::Value("bad"), "tok", false},
-                      TokenRow{"wrong", "tok", Json::Value("tol"), "", false},
-                      TokenRow{"prefix", "tok", Json::Value("to"), "", false},
-                      TokenRow{"nothing_sent", "tok", Json::Value(), "", false},
-                      TokenRow{"no_session", "", Json::Value(""), "", false},
-                      TokenRow{"param_not_a_string", "1", Json::Value(1), "", false}),
-    [](const ::testing::TestParamInfo<TokenRow>& info) { return std::string(info.param.name); });
+TEST_F(SignIn, WebServerUserIsMinusSevenAndExposedAsUSERNAME) {
+  EXPECT_EQ(Handle(kWho, {{"REMOTE_USER", "bob"}}), Who("-7|-1||enu|bob|"));
+  EXPECT_EQ(Handle(kWho, {{"REMOTE_USER", ""}}), Who("-1|-1||enu|null|"));
+  EXPECT_EQ(Handle(kWho, {{"HTTP_COOKIE", "id=" + std::string(64, 'a')}}), Who("-1|-1||enu|null|"));
+}
+
+TEST_F(SignIn, AdminOverHttpsGetsASecureCookieAndSignsOutWithTheHeader) {
+  const auto login = SignInWith("account=root_admin&passwd=1.50", {{"HTTPS", "on"}});
+  ASSERT_EQ(login.size(), 3u);
+  EXPECT_EQ(login[1], "; Secure");
+  const CgiVars cookie = {{"HTTP_COOKIE", "id=" + login[0]}, {"HTTP_X_ZANTTOKEN", login[2]}};
+  EXPECT_EQ(Handle(kWho, cookie), Who("2|1028|root_admin|enu|null|" + login[2]));
+  EXPECT_EQ(Handle(kLogout + "&ZantToken=" + login[2] + "x", cookie), Error(105)) << "the parameter comes first";
+  EXPECT_EQ(Handle(kLogout, cookie), kCleared);
+}
+
+TEST_F(SignIn, SessionOfADisabledAccountIsDropped) {
+  const auto login = SignInWith("account=alice&passwd=1.50");
+  ASSERT_EQ(login.size(), 3u);
+  const CgiVars cookie = {{"HTTP_COOKIE", "id=" + login[0]}};
+  ASSERT_EQ(ZANT::UserDB::SetFlags("alice", false, true), ZANT::UserDB::Status::kOk);
+  EXPECT_EQ(Handle(kWho, cookie), Who("-1|-1||enu|null|"));
+  ASSERT_EQ(ZANT::UserDB::SetFlags("alice", false, false), ZANT::UserDB::Status::kOk);
+  EXPECT_EQ(Handle(kWho, cookie), Who("-1|-1||enu|null|"));
+}
+
+// A password that reads as JSON ("1.50" would become 1.5) is taken as typed.
+TEST_F(SignIn, RefusalsAnswerOneCode) {
+  EXPECT_EQ(SignInWith("account=alice&passwd=%221.50%22").size(), 3u);
+  for (const char* body : {"account=alice&passwd=1.5", "account=zoe&passwd=1.50", "account=carol&passwd=1.50"}) {
+    EXPECT_EQ(Handle(kLogin, {}, body), Error(400)) << body;
+  }
+  EXPECT_EQ(Handle(kLogin, {}, "passwd=pw"), Error(101));
+}
 
 }  // namespace

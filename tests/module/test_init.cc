@@ -4,455 +4,184 @@
 #include <unistd.h>
 
 #include <climits>
-#include <cstdlib>
-#include <ostream>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include "harness.h"
 #include "init.h"
+#include "module_testing.h"
 #include "shard_api.h"
-#include "zant/json_util.h"
 
 namespace {
 
-using plyth_test::HandlerRun;
-using plyth_test::SyslogLine;
-
-const char kWebRoot[] = "/usr/zant/zantman";
-const char kSource[] = "server/ui-web/webapi/plyth/shard/init";
+const char kWebRoot[] = "/usr/zant/zantman/";
+const char F[] = R"({"date_format":"d/m/Y","time_format":"h:i a"})";
 
 std::string Cwd() {
   char buffer[PATH_MAX];
   return getcwd(buffer, sizeof(buffer)) != nullptr ? buffer : "";
 }
 
-SyslogLine Err(int line, const std::string& rest) {
-  return SyslogLine{3, std::string(kSource) + ":" + std::to_string(line) + " " + rest};
+SyslogLine Err(int line, const std::string& text) {
+  return Logged(3, PLYTH_INIT_SOURCE, line, text);
 }
 
-class InitTest : public ::testing::Test {
+class InitTest : public LinkTest {
  protected:
-  InitTest() : identity_(1026, 100) {
-    root_.MakeDir(std::string(kWebRoot) + "/webman/modules");
-    root_.MakeDir(std::string(kWebRoot) + "/webman/3rdparty");
-    root_.WriteFile("/usr/zant/etc/date_time_format",
-                    "{\"date_format\":\"d/m/Y\",\"time_format\":\"h:i a\"}");
-    root_.WriteFile("/usr/zant/etc/users",
-                    "bob:1030:100:Bob:/home/bob::\ncarol:1031:100:Carol:/home/carol:disabled:\n");
-    unsetenv("USERNAME");
-  }
-  ~InitTest() override { unsetenv("USERNAME"); }
-
-  // `path` relative to the web root.
-  void Web(const std::string& path, const std::string& content) {
-    root_.WriteFile(std::string(kWebRoot) + "/" + path, content);
+  InitTest() {
+    root_.MakeDir(std::string(kWebRoot) + "webman/modules");
+    root_.MakeDir(std::string(kWebRoot) + "webman/3rdparty");
+    root_.WriteFile("/usr/zant/etc/date_time_format", F);
+    request_.SetAPI("ZANT.BrindlexPlyth.Shard", 1, "init");
   }
 
-  static ZANT::APIRequest Request() {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Shard", 1, "init");
-    return request;
+  // Module "a" with its script "app.js", and "path=content;..." files in it,
+  // or under the web root for a path starting with "/".
+  void Web(const std::string& files) {
+    root_.WriteFile(std::string(kWebRoot) + "webman/modules/a/app.js", "");
+    std::istringstream in(files);
+    for (std::string file; std::getline(in, file, ';');) {
+      const size_t eq = file.find('=');
+      const std::string path =
+          file[0] == '/' ? file.substr(1, eq - 1) : "webman/modules/a/" + file.substr(0, eq);
+      root_.WriteFile(kWebRoot + path, file.substr(eq + 1));
+    }
   }
 
-  HandlerRun Run(ZANT::APIRequest& request) {
+  HandlerRun Run() {
     const std::string before = Cwd();
-    HandlerRun run = plyth_test::RunHandler(InitFunc, request);
+    HandlerRun run = plyth_test::RunHandler(InitFunc, request_);
     EXPECT_EQ(before, Cwd()) << "working directory not restored";
     return run;
   }
 
-  plyth_test::ApplianceRoot root_;
-  plyth_test::FakeIdentity identity_;
+  FakeIdentity identity_{1026, 100};
 };
 
-// ---------------------------------------------------------------------------
-// "JSConfig" and what is logged while gathering it.
-
-struct WebFile {
-  std::string path;     // relative to the web root
-  std::string content;  // "<dir>": a directory
+struct ConfigRow {
+  const char *description, *files, *action, *jsConfig;
+  int logLine = 0;  // nothing logged
+  const char* logText = "";
 };
 
-struct ConfigCase {
-  const char* description;
-  std::vector<WebFile> files;
-  const char* action;  // null: absent
-  std::string jsConfig;
-  std::vector<SyslogLine> syslog;
-};
+class Config : public InitTest, public ::testing::WithParamInterface<ConfigRow> {};
 
-void PrintTo(const ConfigCase& c, std::ostream* os) { *os << c.description; }
-
-class InitConfigTest : public InitTest, public ::testing::WithParamInterface<ConfigCase> {};
-
-TEST_P(InitConfigTest, Gathers) {
-  const ConfigCase& c = GetParam();
-  for (const WebFile& file : c.files) {
-    if (file.content == "<dir>") {
-      root_.MakeDir(std::string(kWebRoot) + "/" + file.path);
-    } else {
-      Web(file.path, file.content);
-    }
-  }
-  ZANT::APIRequest request = Request();
-  if (c.action != nullptr) request.SetParam("action", c.action);
-
-  HandlerRun run = Run(request);
-
+TEST_P(Config, Gathers) {
+  const ConfigRow& row = GetParam();
+  Web(row.files);
+  request_.SetParam("action", row.action);
+  HandlerRun run = Run();
   ASSERT_TRUE(run.response.IsSuccess());
-  EXPECT_EQ(c.jsConfig, ZANT::JsonToString(run.response.GetData()["JSConfig"]));
-  EXPECT_EQ(c.syslog, run.syslog);
+  std::string expected = row.jsConfig;
+  for (size_t at; (at = expected.find("$m")) != std::string::npos;) {
+    expected.replace(at, 2, "webman/modules/a");
+  }
+  EXPECT_EQ(Text(run.response.GetData()["JSConfig"]), expected);
+  EXPECT_EQ(run.syslog, row.logLine ? Lines{Err(row.logLine, row.logText)} : Lines());
 }
 
-const char kAppConfig[] = "{\"app.js\":{\"ZANT.A.App\":{\"title\":\"A\"}}}";
-const char kAppResult[] =
-    "{\"webman/modules/a/app.js\":{\"ZANT.A.App\":{\"jsBaseURL\":\"webman/modules/a\","
-    "\"jsID\":\"ZANT.A.App\",\"title\":\"A\"}}}";
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, InitConfigTest,
-    ::testing::Values(
-        ConfigCase{"nothing installed: null", {}, nullptr, "null", {}},
-        ConfigCase{"one module, one class",
-                   {{"webman/modules/a/config", kAppConfig}, {"webman/modules/a/app.js", ""}},
-                   nullptr, kAppResult, {}},
-        ConfigCase{"module without configuration is skipped silently",
-                   {{"webman/modules/a", "<dir>"}}, nullptr, "null", {}},
-        ConfigCase{"plain file in the module directory is not a module",
-                   {{"webman/modules/config", kAppConfig}}, nullptr, "null", {}},
-        ConfigCase{"debug prefers config.debug",
-                   {{"webman/modules/a/config", "{\"x.js\":{}}"},
-                    {"webman/modules/a/config.debug", kAppConfig},
-                    {"webman/modules/a/app.js", ""}},
-                   "debug", kAppResult, {}},
-        ConfigCase{"debug falls back to config",
-                   {{"webman/modules/a/config", kAppConfig}, {"webman/modules/a/app.js", ""}},
-                   "debug", kAppResult, {}},
-        ConfigCase{"without debug, config.debug alone is not read",
-                   {{"webman/modules/a/config.debug", kAppConfig},
-                    {"webman/modules/a/app.js", ""}},
-                   "other", "null", {}},
-        ConfigCase{"empty object adds nothing", {{"webman/modules/a/config", "{}"}}, nullptr,
-                   "null", {}},
-        ConfigCase{"entry with an empty array adds nothing and logs nothing",
-                   {{"webman/modules/a/config", "{\"app.js\":[]}"},
-                    {"webman/modules/a/app.js", ""}},
-                   nullptr, "null", {}},
-        ConfigCase{"class with an empty array becomes an object",
-                   {{"webman/modules/a/config", "{\"app.js\":{\"K\":[]}}"},
-                    {"webman/modules/a/app.js", ""}},
-                   nullptr,
-                   "{\"webman/modules/a/app.js\":{\"K\":{\"jsBaseURL\":\"webman/modules/a\","
-                   "\"jsID\":\"K\"}}}",
-                   {}},
-        ConfigCase{"jsBaseURL and jsID are overwritten",
-                   {{"webman/modules/a/config",
-                     "{\"app.js\":{\"K\":{\"jsBaseURL\":\"x\",\"jsID\":\"y\",\"n\":1}}}"},
-                    {"webman/modules/a/app.js", ""}},
-                   nullptr,
-                   "{\"webman/modules/a/app.js\":{\"K\":{\"jsBaseURL\":\"webman/modules/a\","
-                   "\"jsID\":\"K\",\"n\":1}}}",
-                   {}},
-        ConfigCase{".url is taken without a file",
-                   {{"webman/3rdparty/p/config", "{\".url\":{\"U\":{\"url\":\"http://x\"}}}"}},
-                   nullptr,
-                   "{\"webman/3rdparty/p/.url\":{\"U\":{\"jsBaseURL\":\"webman/3rdparty/p\","
-                   "\"jsID\":\"U\",\"url\":\"http://x\"}}}",
-                   {}},
-        ConfigCase{"unreadable entry is skipped with the system's error text",
-                   {{"webman/modules/a/config", "{\"gone.js\":{\"K\":{}},\".url\":{\"U\":{}}}"}},
-                   nullptr,
-                   "{\"webman/modules/a/.url\":{\"U\":{\"jsBaseURL\":\"webman/modules/a\","
-                   "\"jsID\":\"U\"}}}",
-                   {Err(151, "Skip webman/modules/a/gone.js: No such file or directory.")}},
-        ConfigCase{"configuration that is not an object",
-                   {{"webman/modules/a/config", "[1,2]"}}, nullptr, "null",
-                   {Err(138, "Skip webman/modules/a: Config is not an object.")}},
-        ConfigCase{"entry that is not an object",
-                   {{"webman/modules/a/config", "{\"app.js\":\"x\"}"},
-                    {"webman/modules/a/app.js", ""}},
-                   nullptr, "null",
-                   {Err(161, "Skip webman/modules/a/app.js: Config is not an object.")}},
-        ConfigCase{"class that is not an object is named alone",
-                   {{"webman/modules/a/config", "{\"app.js\":{\"Bad\":1,\"K\":{}}}"},
-                    {"webman/modules/a/app.js", ""}},
-                   nullptr,
-                   "{\"webman/modules/a/app.js\":{\"K\":{\"jsBaseURL\":\"webman/modules/a\","
-                   "\"jsID\":\"K\"}}}",
-                   {Err(174, "Skip Bad: Config is not an object.")}},
-        ConfigCase{"modules and packages merge into one object",
-                   {{"webman/modules/a/config", kAppConfig},
-                    {"webman/modules/a/app.js", ""},
-                    {"webman/3rdparty/p/config", "{\".url\":{\"U\":{}}}"}},
-                   nullptr,
-                   "{\"webman/3rdparty/p/.url\":{\"U\":{\"jsBaseURL\":\"webman/3rdparty/p\","
-                   "\"jsID\":\"U\"}},\"webman/modules/a/app.js\":{\"ZANT.A.App\":{\"jsBaseURL\":"
-                   "\"webman/modules/a\",\"jsID\":\"ZANT.A.App\",\"title\":\"A\"}}}",
-                   {}}),
-    [](const ::testing::TestParamInfo<ConfigCase>& info) {
-      return "Row" + std::to_string(info.index);
-    });
-
-TEST_F(InitTest, SymlinkedPackageIsReadThroughTheLink) {
-  Web("pkgs/q/config", "{\".url\":{\"U\":{}}}");
-  ASSERT_EQ(0, symlink(root_.Host(std::string(kWebRoot) + "/pkgs/q").c_str(),
-                       root_.Host(std::string(kWebRoot) + "/webman/3rdparty/q").c_str()));
-  ZANT::APIRequest request = Request();
-  HandlerRun run = Run(request);
-  EXPECT_EQ(
-      "{\"webman/3rdparty/q/.url\":{\"U\":{\"jsBaseURL\":\"webman/3rdparty/q\",\"jsID\":\"U\"}}}",
-      ZANT::JsonToString(run.response.GetData()["JSConfig"]));
-}
+// "$m" stands for the module directory "webman/modules/a".
+INSTANTIATE_TEST_SUITE_P(Rows, Config, ::testing::Values(
+    // Neither a module without configuration nor a plain file in the directory counts.
+    ConfigRow{"nothing to gather: null", "/webman/modules/config={}", "", "null"},
+    ConfigRow{"one module", R"(config={"app.js":{"A":{"t":1}}})", "",
+              R"({"$m/app.js":{"A":{"jsBaseURL":"$m","jsID":"A","t":1}}})"},
+    ConfigRow{"debug prefers it", R"(config={"x.js":{}};config.debug={"app.js":{"A":{}}})",
+              "debug", R"({"$m/app.js":{"A":{"jsBaseURL":"$m","jsID":"A"}}})"},
+    ConfigRow{"otherwise no config.debug", R"(config.debug={"app.js":{"A":{}}})", "", "null"},
+    ConfigRow{"entry with an empty array adds nothing", R"(config={"app.js":[]})", "", "null"},
+    ConfigRow{"class with an empty array, settings overwritten",
+              R"(config={"app.js":{"K":[],"L":{"jsBaseURL":"x","jsID":1}}})", "",
+              R"({"$m/app.js":{"K":{"jsBaseURL":"$m","jsID":"K"},)"
+              R"("L":{"jsBaseURL":"$m","jsID":"L"}}})"},
+    ConfigRow{".url needs no file; modules and packages in one object",
+              R"(config={"app.js":{"A":{}}};/webman/3rdparty/p/config={".url":{"U":{}}})", "",
+              R"({"webman/3rdparty/p/.url":{"U":{"jsBaseURL":"webman/3rdparty/p","jsID":"U"}},)"
+              R"("$m/app.js":{"A":{"jsBaseURL":"$m","jsID":"A"}}})"},
+    ConfigRow{"unreadable entry", R"(config={"gone.js":{"K":{}}})", "", "null", 151,
+              "Skip webman/modules/a/gone.js: No such file or directory."},
+    ConfigRow{"configuration not an object", "config=[1]", "", "null", 138,
+              "Skip webman/modules/a: Config is not an object."},
+    ConfigRow{"entry not an object", R"(config={"app.js":"x"})", "", "null", 161,
+              "Skip webman/modules/a/app.js: Config is not an object."},
+    ConfigRow{"class not an object", R"(config={"app.js":{"Bad":1}})", "", "null", 174,
+              "Skip Bad: Config is not an object."}));
 
 TEST_F(InitTest, BrokenConfigurationFailsWith117AndNamesThePlainFile) {
-  const std::string broken = "{\"app.js\": {";
-  Web("webman/modules/a/config.debug", broken);
-  Web("webman/modules/b/config", kAppConfig);
-  Web("webman/modules/b/app.js", "");
-  ZANT::APIRequest request = Request();
-  request.SetParam("action", "debug");
-
-  HandlerRun run = Run(request);
-
+  Web(R"(config={"app.js":{}};config.debug={"app.js": {)");
+  request_.SetParam("action", "debug");
+  HandlerRun run = Run();
   Json::Reader reader;
   Json::Value ignored;
-  ASSERT_FALSE(reader.parse(broken, ignored, false));
-  EXPECT_EQ(117, run.response.GetErrorCode());
-  EXPECT_TRUE(run.response.GetData().isNull());
-  EXPECT_EQ(std::vector<SyslogLine>{Err(215, "webman/modules/a/config: " +
-                                                 reader.getFormattedErrorMessages() + "\n")},
-            run.syslog);
-  EXPECT_EQ("{\"error\":{\"code\":117},\"success\":false}",
-            ZANT::JsonToString(run.response.ToResult()));
+  ASSERT_FALSE(reader.parse("{\"app.js\": {", ignored, false));
+  EXPECT_EQ(run.syslog, Lines{Err(215, "webman/modules/a/config: " +
+                                           reader.getFormattedErrorMessages() + "\n")});
+  EXPECT_EQ(Text(run.response.ToResult()), R"({"error":{"code":117},"success":false})");
 }
 
-struct MissingDirCase {
-  const char* description;
-  const char* removed;
-};
-
-void PrintTo(const MissingDirCase& c, std::ostream* os) { *os << c.description; }
-
-class InitMissingDirTest : public InitTest, public ::testing::WithParamInterface<MissingDirCase> {};
-
-TEST_P(InitMissingDirTest, FailsWith117) {
-  root_.Remove(std::string(kWebRoot) + "/" + GetParam().removed);
-  ZANT::APIRequest request = Request();
-  HandlerRun run = Run(request);
-  EXPECT_EQ(117, run.response.GetErrorCode());
-  EXPECT_TRUE(run.syslog.empty());
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, InitMissingDirTest,
-                         ::testing::Values(MissingDirCase{"modules", "webman/modules"},
-                                           MissingDirCase{"3rdparty", "webman/3rdparty"},
-                                           MissingDirCase{"the whole web root", ""}),
-                         [](const ::testing::TestParamInfo<MissingDirCase>& info) {
-                           return "Row" + std::to_string(info.index);
-                         });
-
-TEST_F(InitTest, ScansRestoreTheWorkingDirectoryWhenCalledAlone) {
-  const std::string before = Cwd();
-  ZANT::APIRequest request = Request();
-  Json::Value config;
-  EXPECT_TRUE(ScanModulesJSConfig(&request, config));
-  EXPECT_EQ(before, Cwd());
-  root_.Remove(std::string(kWebRoot) + "/webman/3rdparty");
-  EXPECT_FALSE(Scan3rdPartyJSConfig(&request, config));
-  EXPECT_EQ(before, Cwd());
-}
-
-// ---------------------------------------------------------------------------
-// "Session".
-
-enum Visitor { kAnonymous, kUser, kAdmin, kServerNamed };
-
-struct SessionCase {
-  const char* description;
-  Visitor visitor;
-  const char* serverUser;  // USERNAME; null: unset
-  const char* referer;     // HTTP_REFERER; null: unset
-  const char* formatFile;  // date_time_format; null: missing
-  std::string session;
-  std::vector<SyslogLine> syslog;
-};
-
-void PrintTo(const SessionCase& c, std::ostream* os) { *os << c.description; }
-
-class InitSessionTest : public InitTest, public ::testing::WithParamInterface<SessionCase> {};
-
-TEST_P(InitSessionTest, Session) {
-  const SessionCase& c = GetParam();
-  if (c.formatFile != nullptr) {
-    root_.WriteFile("/usr/zant/etc/date_time_format", c.formatFile);
-  } else {
-    root_.Remove("/usr/zant/etc/date_time_format");
+TEST_F(InitTest, MissingDirectoryFailsWith117) {
+  for (const char* removed : {"webman/3rdparty", "webman/modules", ""}) {
+    root_.Remove(kWebRoot + std::string(removed));
+    HandlerRun run = Run();
+    EXPECT_EQ(run.response.GetErrorCode(), 117) << removed;
+    EXPECT_TRUE(run.syslog.empty());
   }
-  ZANT::APIRequest request = Request();
-  request.SetUILanguage("ger");
-  request.SetSessionToken("TOK");
-  request.SetServerVar("REQUEST_SCHEME", "http");
-  request.SetServerVar("HTTP_HOST", "nas:5000");
-  request.SetServerVar("SERVER_ADDR", "10.0.0.2");
-  request.SetServerVar("SERVER_PORT", "5000");
-  request.SetServerVar("REMOTE_ADDR", "10.0.0.9");
-  request.SetServerVar("REMOTE_PORT", "40000");
-  if (c.referer != nullptr) request.SetServerVar("HTTP_REFERER", c.referer);
-  if (c.visitor == kUser) request.SetLogin("alice", 1026, ZANT::kAuthUser);
-  if (c.visitor == kAdmin) request.SetLogin("admin", 1024, ZANT::kAuthAdmin);
-  if (c.visitor == kServerNamed) request.SetLogin("", -1, ZANT::kAuthWebServer);
-  if (c.serverUser != nullptr) setenv("USERNAME", c.serverUser, 1);
+}
 
-  HandlerRun run = Run(request);
+// Signed in or not; a user named by the web server ("-7") only when the
+// referer shows the appliance's own host and port.
+struct SessionRow {
+  const char *description, *visitor;  // as LinkTest::SetVisitor takes it
+  const char *host, *referer /* null: unset */;
+  const char* connections;  // relay connections table; null: none; "DIR": unreadable
+  const char *formats /* null: no file */, *session;
+  bool relayQueried;  // with root ids held at line 59
+  bool logged;  // line 89
+};
 
+class Session : public InitTest, public ::testing::WithParamInterface<SessionRow> {};
+
+TEST_P(Session, Facts) {
+  const SessionRow& row = GetParam();
+  if (row.formats != nullptr) root_.WriteFile("/usr/zant/etc/date_time_format", row.formats);
+  else root_.Remove("/usr/zant/etc/date_time_format");
+  RelayConnections(root_, row.connections);
+  request_.SetUILanguage("ger");
+  for (const char* name : {"SERVER_ADDR", "SERVER_PORT", "REMOTE_ADDR", "REMOTE_PORT"}) {
+    request_.SetServerVar(name, "10.0.0.2");
+  }
+  request_.SetServerVar("REQUEST_SCHEME", "http");
+  request_.SetServerVar("HTTP_HOST", row.host);
+  if (row.referer != nullptr) request_.SetServerVar("HTTP_REFERER", row.referer);
+  SetVisitor(row.visitor);
+  HandlerRun run = Run();
   ASSERT_TRUE(run.response.IsSuccess());
-  EXPECT_EQ(c.session, ZANT::JsonToString(run.response.GetData()["Session"]));
-  std::vector<SyslogLine> initLines;
-  for (const SyslogLine& line : run.syslog) {
-    if (line.text.rfind(std::string(kSource) + ":89 ", 0) == 0) initLines.push_back(line);
-  }
-  EXPECT_EQ(c.syslog, initLines);
+  EXPECT_EQ(Text(run.response.GetData()["Session"]), row.session);
+  Lines lines = row.relayQueried ? Switched(PLYTH_INIT_SOURCE, 59) : Lines();
+  if (row.logged) lines.push_back(Err(89, "Failed to read date time format from file"));
+  EXPECT_EQ(run.syslog, lines);
 }
 
-const char kFormats[] = "{\"date_format\":\"d/m/Y\",\"time_format\":\"h:i a\"}";
-const char kSignedIn[] = "{\"ZantToken\":\"TOK\",\"isLogined\":true,\"lang\":\"ger\",\"standalone\":true}";
-const char kGuest[] =
-    "{\"date_format\":\"d/m/Y\",\"isLogined\":false,\"lang\":\"ger\",\"standalone\":true,"
-    "\"time_format\":\"h:i a\"}";
+#define IN R"({"ZantToken":"TOK","isLogined":true,"lang":"ger","standalone":true})"
+#define GUEST(date, time) \
+  R"({"date_format":)" date R"(,"isLogined":false,"lang":"ger","standalone":true,)" \
+  R"("time_format":)" time "}"
+#define OUT GUEST(R"("d/m/Y")", R"("h:i a")")
+const char k32[] = "* * * * 32\n";
+using S = SessionRow;
 
-INSTANTIATE_TEST_SUITE_P(
-    Rows, InitSessionTest,
-    ::testing::Values(
-        SessionCase{"signed-in user gets the token, no formats", kUser, nullptr, nullptr,
-                    kFormats, kSignedIn, {}},
-        SessionCase{"administrator", kAdmin, nullptr, nullptr, kFormats, kSignedIn, {}},
-        SessionCase{"anonymous gets the formats", kAnonymous, nullptr, nullptr, kFormats, kGuest,
-                    {}},
-        SessionCase{"format file missing: defaults, logged at line 89", kAnonymous, nullptr,
-                    nullptr, nullptr,
-                    "{\"date_format\":\"Y-m-d\",\"isLogined\":false,\"lang\":\"ger\","
-                    "\"standalone\":true,\"time_format\":\"H:i\"}",
-                    {Err(89, "Failed to read date time format from file")}},
-        SessionCase{"format file without time_format: null", kAnonymous, nullptr, nullptr,
-                    "{\"date_format\":\"Y.m.d\"}",
-                    "{\"date_format\":\"Y.m.d\",\"isLogined\":false,\"lang\":\"ger\","
-                    "\"standalone\":true,\"time_format\":null}",
-                    {}},
-        SessionCase{"format file that is not an object: both null", kAnonymous, nullptr, nullptr,
-                    "[1]",
-                    "{\"date_format\":null,\"isLogined\":false,\"lang\":\"ger\","
-                    "\"standalone\":true,\"time_format\":null}",
-                    {}},
-        SessionCase{"broken format file: defaults", kAnonymous, nullptr, nullptr, "{",
-                    "{\"date_format\":\"Y-m-d\",\"isLogined\":false,\"lang\":\"ger\","
-                    "\"standalone\":true,\"time_format\":\"H:i\"}",
-                    {Err(89, "Failed to read date time format from file")}},
-        SessionCase{"-7 from the same domain and port", kServerNamed, "bob", "https://nas:5000/x",
-                    kFormats, kSignedIn, {}},
-        SessionCase{"-7 from another port", kServerNamed, "bob", "http://nas:5001/", kFormats,
-                    kGuest, {}},
-        SessionCase{"-7 without a referer", kServerNamed, "bob", nullptr, kFormats, kGuest, {}},
-        SessionCase{"disabled server-named user", kServerNamed, "carol", "http://nas:5000/",
-                    kFormats, kGuest, {}}),
-    [](const ::testing::TestParamInfo<SessionCase>& info) {
-      return "Row" + std::to_string(info.index);
-    });
-
-// ---------------------------------------------------------------------------
-// IsSameDomainAndPort.
-
-struct SameDomainCase {
-  const char* description;
-  std::vector<std::pair<std::string, std::string>> vars;
-  const char* connections;  // relay connections table; null: none; "<dir>": unreadable
-  bool expected;
-  bool queriesRelay;
-};
-
-void PrintTo(const SameDomainCase& c, std::ostream* os) { *os << c.description; }
-
-const std::vector<std::pair<std::string, std::string>> kEndpoints = {
-    {"SERVER_ADDR", "10.0.0.2"},
-    {"SERVER_PORT", "5000"},
-    {"REMOTE_ADDR", "10.0.0.9"},
-    {"REMOTE_PORT", "40000"}};
-
-std::vector<std::pair<std::string, std::string>> Vars(
-    const char* scheme, const char* host, const char* referer,
-    std::vector<std::pair<std::string, std::string>> extra = kEndpoints) {
-  std::vector<std::pair<std::string, std::string>> vars = std::move(extra);
-  vars.emplace_back("REQUEST_SCHEME", scheme);
-  if (host != nullptr) vars.emplace_back("HTTP_HOST", host);
-  if (referer != nullptr) vars.emplace_back("HTTP_REFERER", referer);
-  return vars;
-}
-
-class SameDomainTest : public InitTest, public ::testing::WithParamInterface<SameDomainCase> {};
-
-TEST_P(SameDomainTest, Check) {
-  const SameDomainCase& c = GetParam();
-  if (c.connections != nullptr && std::string(c.connections) == "<dir>") {
-    root_.MakeDir("/usr/zant/etc/relay/connections");
-  } else if (c.connections != nullptr) {
-    root_.WriteFile("/usr/zant/etc/relay/connections", c.connections);
-  }
-  ZANT::APIRequest request;
-  for (const auto& var : c.vars) request.SetServerVar(var.first, var.second);
-  plyth_test::SyslogCapture syslog;
-
-  EXPECT_EQ(c.expected, IsSameDomainAndPort(&request));
-
-  // The relay query is made with root ids, entered and left at line 59.
-  EXPECT_EQ(c.queriesRelay, !identity_.Calls().empty());
-  EXPECT_EQ(1026u, identity_.Euid());
-  EXPECT_EQ(100u, identity_.Egid());
-  for (const SyslogLine& line : syslog.Lines()) {
-    EXPECT_EQ(0u, line.text.find(std::string(kSource) + ":59 ")) << line.text;
-  }
-  EXPECT_EQ(c.queriesRelay, !syslog.Lines().empty());
-}
-
-const char kRelayed[] = "* * * * 32\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, SameDomainTest,
-    ::testing::Values(
-        SameDomainCase{"same host and port, https referer", Vars("http", "nas:5000",
-                                                                  "https://nas:5000/path?q"),
-                       nullptr, true, true},
-        SameDomainCase{"no referer: no relay query", Vars("http", "nas:5000", nullptr), nullptr,
-                       false, false},
-        SameDomainCase{"no host", Vars("http", nullptr, "http://nas:5000/"), nullptr, false,
-                       false},
-        SameDomainCase{"missing end point", Vars("http", "nas:5000", "http://nas:5000/", {
-                                                   {"SERVER_ADDR", "10.0.0.2"},
-                                                   {"SERVER_PORT", "5000"},
-                                                   {"REMOTE_ADDR", "10.0.0.9"}}),
-                       nullptr, false, false},
-        SameDomainCase{"host differs in letter case", Vars("http", "NAS:5000", "http://nas:5000/"),
-                       nullptr, false, true},
-        SameDomainCase{"other port", Vars("http", "nas:5000", "http://nas:5001/"), nullptr, false,
-                       true},
-        SameDomainCase{"other host", Vars("http", "nas:5000", "http://box:5000/"), nullptr, false,
-                       true},
-        SameDomainCase{"relay table unreadable", Vars("http", "nas:5000", "http://nas:5000/"),
-                       "<dir>", false, true},
-        SameDomainCase{"default ports: http host against https referer",
-                       Vars("http", "nas", "https://nas/"), nullptr, false, true},
-        SameDomainCase{"type 32 makes the host https", Vars("http", "nas", "https://nas/"),
-                       kRelayed, true, true},
-        SameDomainCase{"type 32, referer scheme ignored", Vars("http", "nas", "http://nas:443/"),
-                       kRelayed, true, true},
-        SameDomainCase{"type 32 against an http referer without port",
-                       Vars("http", "nas", "http://nas/"), kRelayed, false, true},
-        SameDomainCase{"unparsable referer", Vars("http", "nas:5000", "nas:5000"), nullptr,
-                       false, true}),
-    [](const ::testing::TestParamInfo<SameDomainCase>& info) {
-      return "Row" + std::to_string(info.index);
-    });
+INSTANTIATE_TEST_SUITE_P(Rows, Session, ::testing::Values(
+    S{"signed in: token, no formats", "alice", "nas:5000", 0, 0, F, IN, false, false},
+    S{"anonymous: formats", "", "nas:5000", 0, 0, F, OUT, false, false},
+    S{"no format file", "", "nas:5000", 0, 0, 0, GUEST(R"("Y-m-d")", R"("H:i")"), false, true},
+    S{"time format missing: null", "", "nas:5000", 0, 0, R"({"date_format":"Y.m.d"})",
+      GUEST(R"("Y.m.d")", "null"), false, false},
+    S{"-7, same host and port", "-7 bob", "nas:5000", "https://nas:5000/p", 0, F, IN, true, false},
+    S{"-7, other port", "-7 bob", "nas:5000", "http://nas:5001/", 0, F, OUT, true, false},
+    S{"-7, no referer: no relay query", "-7 bob", "nas:5000", nullptr, 0, F, OUT, false, false},
+    S{"-7, letter case differs", "-7 bob", "NAS:5000", "http://nas:5000/", 0, F, OUT, true, false},
+    S{"-7, relay table unreadable", "-7 bob", "nas:5000", "http://nas:5000/", "DIR", F, OUT, true,
+      false},
+    S{"-7, type 32: the host is https", "-7 bob", "nas", "https://nas/", k32, F, IN, true, false},
+    S{"-7, type 32, referer scheme ignored", "-7 bob", "nas", "http://nas:443/", k32, F, IN, true,
+      false},
+    S{"-7, type 32, http referer", "-7 bob", "nas", "http://nas/", k32, F, OUT, true, false}));
 
 }  // namespace

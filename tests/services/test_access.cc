@@ -1,184 +1,165 @@
-// Who sees a linked item, and with which capabilities: roles held by name
-// (owner, members) or lent by a sharing token, and the permanent link's
-// visibility against anonymous, signed-in and member callers.
+// Who sees a linked item, with which capabilities, and what the file record
+// that "get" answers tells insiders and outsiders.
 #include "services_fixture.h"
 
 namespace services_test {
 namespace {
 
-using plyth_services::Item;
-using plyth_services::Role;
-using plyth_services::Visibility;
-
 // The nine capabilities in record order, as "1"/"0".
 std::string CapsBits(const Json::Value& caps) {
   std::string bits;
-  for (const char* key : {"can_preview", "can_read", "can_write", "can_delete", "can_rename",
-                          "can_comment", "can_share", "can_encrypt", "can_organize"}) {
-    EXPECT_TRUE(caps[key].isBool()) << key;
-    bits += caps[key].asBool() ? '1' : '0';
+  for (const char* key : {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment",
+                          "can_share", "can_encrypt", "can_organize"}) {
+    bits += caps[key].isBool() ? (caps[key].asBool() ? '1' : '0') : '?';
   }
   return bits;
 }
 
+// Role rows: the role, how the caller holds it ("member" grant, sharing "token", or "owner"), capabilities.
 struct RoleRow {
-  const char* description;
-  const char* role;  // "owner", or the granted / shared role
-  bool viaToken;     // lent by a sharing link instead of a member grant
+  const char* role;
+  const char* via;
   const char* caps;  // preview read write delete rename comment share encrypt organize
 };
-void PrintTo(const RoleRow& row, std::ostream* os) { *os << "\"" << row.description << "\""; }
 
 class RoleCapabilities : public ServicesTest, public ::testing::WithParamInterface<RoleRow> {};
 
 TEST_P(RoleCapabilities, RecordCarriesTheRolesCapabilities) {
-  const RoleRow& row = GetParam();
-  Item item = AddItem("alice", "/docs/plan.txt", "plan");
+  const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
-  Json::Value result;
-  if (std::string(row.role) == "owner") {
-    result = FileGet("link:" + item.permanent_link, "alice");
-  } else {
-    Role role;
-    ASSERT_TRUE(plyth_services::ParseGrantableRole(row.role, &role));
-    if (row.viaToken) {
-      std::string token = TokenFor(Share(item, "", 0, role));
-      result = FileGet("link:" + item.permanent_link, "anonymous", token);
-    } else {
-      ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", role), 0);
-      result = FileGet("link:" + item.permanent_link, "bob");
-    }
+  const std::string via = GetParam().via, path = "link:" + item.permanent_link;
+  Role role = Role::kOwner;
+  ASSERT_TRUE(via == "owner" || plyth_services::ParseGrantableRole(GetParam().role, &role));
+  if (via == "member") {
+    ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", role), 0);
   }
+  const Json::Value result = via == "owner"    ? FileGet(path, "alice")
+                             : via == "member" ? FileGet(path, "bob")
+                                               : FileGet(path, "anonymous", TokenFor(Share(item, "", 0, role)));
   ASSERT_EQ(ErrorCode(result), 0) << result.toStyledString();
-  EXPECT_EQ(CapsBits(result["data"]["capabilities"]), row.caps);
+  EXPECT_EQ(CapsBits(result["data"]["capabilities"]), GetParam().caps) << via << " " << GetParam().role;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Roles, RoleCapabilities,
-    ::testing::Values(RoleRow{"member previewer", "previewer", false, "100000000"},
-                      RoleRow{"member viewer", "viewer", false, "110000000"},
-                      RoleRow{"member commenter", "commenter", false, "110001000"},
-                      RoleRow{"member editor", "editor", false, "111111001"},
-                      RoleRow{"owner", "owner", false, "111111111"},
-                      RoleRow{"token previewer", "previewer", true, "100000000"},
-                      RoleRow{"token viewer", "viewer", true, "110000000"},
-                      RoleRow{"token commenter", "commenter", true, "110001000"},
-                      RoleRow{"token editor", "editor", true, "111111001"}),
-    [](const ::testing::TestParamInfo<RoleRow>& info) {
-      std::string name = info.param.description;
-      for (char& c : name) c = c == ' ' ? '_' : c;
-      return name;
-    });
+    ::testing::Values(RoleRow{"previewer", "member", "100000000"}, RoleRow{"viewer", "member", "110000000"},
+                      RoleRow{"commenter", "member", "110001000"}, RoleRow{"editor", "member", "111111001"},
+                      RoleRow{"owner", "owner", "111111111"}, RoleRow{"previewer", "token", "100000000"},
+                      RoleRow{"viewer", "token", "110000000"}, RoleRow{"commenter", "token", "110001000"},
+                      RoleRow{"editor", "token", "111111001"}));
 
 struct VisibilityRow {
-  const char* description;
   Visibility visibility;
-  const char* caller;     // alice owns, bob is a member previewer, carol is signed in
-  int code;
-  const char* caps;       // when code is 0
-  bool seesDisplayPath;
+  const char* caller;  // alice owns, bob is a member previewer, carol is signed in; "" is nobody
+  const char* answer;  // error code, or capabilities and whether the display path shows
 };
-void PrintTo(const VisibilityRow& row, std::ostream* os) { *os << "\"" << row.description << "\""; }
 
 class LinkVisibility : public ServicesTest, public ::testing::WithParamInterface<VisibilityRow> {};
 
 TEST_P(LinkVisibility, DecidesWhoGetsTheRecord) {
-  const VisibilityRow& row = GetParam();
-  Item item = AddItem("alice", "/docs/plan.txt", "plan");
+  const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kPreviewer), 0);
-  ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, row.visibility, Role::kViewer), 0);
-
-  Json::Value result = FileGet("link:" + item.permanent_link, row.caller);
-  ASSERT_EQ(ErrorCode(result), row.code) << result.toStyledString();
-  if (row.code != 0) return;
-  EXPECT_EQ(CapsBits(result["data"]["capabilities"]), row.caps);
-  EXPECT_EQ(result["data"]["display_path"].asString(), row.seesDisplayPath ? "/docs/plan.txt" : "");
+  ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, GetParam().visibility, Role::kViewer), 0);
+  const Json::Value result = FileGet("link:" + item.permanent_link, GetParam().caller);
+  const Json::Value& data = result["data"];
+  EXPECT_EQ(ErrorCode(result) != 0 ? std::to_string(ErrorCode(result))
+                                   : CapsBits(data["capabilities"]) + " " + data["display_path"].asString(),
+            GetParam().answer)
+      << plyth_services::VisibilityName(GetParam().visibility) << " to \"" << GetParam().caller << "\"";
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Visibilities, LinkVisibility,
-    ::testing::Values(
-        VisibilityRow{"members_anonymous", Visibility::kMembers, "anonymous", 1002, "", false},
-        VisibilityRow{"members_nobody", Visibility::kMembers, "", 1002, "", false},
-        VisibilityRow{"members_signed_in", Visibility::kMembers, "carol", 1002, "", false},
-        VisibilityRow{"members_member", Visibility::kMembers, "bob", 0, "100000000", true},
-        VisibilityRow{"members_owner", Visibility::kMembers, "alice", 0, "111111111", true},
-        VisibilityRow{"signed_in_anonymous", Visibility::kSignedIn, "anonymous", 1002, "", false},
-        VisibilityRow{"signed_in_nobody", Visibility::kSignedIn, "", 1002, "", false},
-        VisibilityRow{"signed_in_signed_in", Visibility::kSignedIn, "carol", 0, "110000000", false},
-        VisibilityRow{"signed_in_member_gets_the_higher_role", Visibility::kSignedIn, "bob", 0,
-                      "110000000", true},
-        VisibilityRow{"signed_in_owner", Visibility::kSignedIn, "alice", 0, "111111111", true},
-        VisibilityRow{"anyone_anonymous", Visibility::kAnyone, "anonymous", 0, "110000000", false},
-        VisibilityRow{"anyone_nobody", Visibility::kAnyone, "", 0, "110000000", false},
-        VisibilityRow{"anyone_signed_in", Visibility::kAnyone, "carol", 0, "110000000", false},
-        VisibilityRow{"anyone_owner", Visibility::kAnyone, "alice", 0, "111111111", true}),
-    [](const ::testing::TestParamInfo<VisibilityRow>& info) { return std::string(info.param.description); });
+    ::testing::Values(VisibilityRow{Visibility::kMembers, "anonymous", "1002"},
+                      VisibilityRow{Visibility::kMembers, "", "1002"},
+                      VisibilityRow{Visibility::kMembers, "carol", "1002"},
+                      VisibilityRow{Visibility::kMembers, "bob", "100000000 /docs/plan.txt"},
+                      VisibilityRow{Visibility::kMembers, "alice", "111111111 /docs/plan.txt"},
+                      VisibilityRow{Visibility::kSignedIn, "anonymous", "1002"},
+                      VisibilityRow{Visibility::kSignedIn, "", "1002"},
+                      VisibilityRow{Visibility::kSignedIn, "carol", "110000000 "},
+                      VisibilityRow{Visibility::kSignedIn, "bob", "110000000 /docs/plan.txt"},  // the higher role
+                      VisibilityRow{Visibility::kSignedIn, "alice", "111111111 /docs/plan.txt"},
+                      VisibilityRow{Visibility::kAnyone, "anonymous", "110000000 "},
+                      VisibilityRow{Visibility::kAnyone, "", "110000000 "},
+                      VisibilityRow{Visibility::kAnyone, "carol", "110000000 "},
+                      VisibilityRow{Visibility::kAnyone, "alice", "111111111 /docs/plan.txt"}));
 
 TEST_F(ServicesTest, FileIdPathsAreForTheOwnerAndMembersOnly) {
-  Item item = AddItem("alice", "/docs/plan.txt", "plan");
+  const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kViewer), 0);
   // The link's visibility lends nothing to a caller who names the file id.
   ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, Role::kEditor), 0);
-  EXPECT_EQ(ErrorCode(FileGet("id:" + item.file_id, "alice")), 0);
-  EXPECT_EQ(ErrorCode(FileGet("id:" + item.file_id, "bob")), 0);
-  EXPECT_EQ(ErrorCode(FileGet("id:" + item.file_id, "carol")), 1002);
-  EXPECT_EQ(ErrorCode(FileGet("id:" + item.file_id, "anonymous")), 1002);
+  std::string codes;
+  for (const char* user : {"alice", "bob", "carol", "anonymous"}) {
+    codes += std::to_string(ErrorCode(FileGet("id:" + item.file_id, user))) + " ";
+  }
+  EXPECT_EQ(codes, "0 0 1002 1002 ");
 }
 
 TEST_F(ServicesTest, GrantsOnAFolderReachEverythingBelowIt) {
-  Item file = AddItem("alice", "/team/q1/report.txt", "r");
+  const Item file = AddItem("alice", "/team/q1/report.txt", "r");
   AddUser("bob");
-  Item folder;
-  ASSERT_EQ(plyth_services::FindItemByPath(Db(), "alice", "/team", &folder), 0);
-  ASSERT_EQ(plyth_services::SetMemberRole(Db(), folder, "bob", Role::kCommenter), 0);
-  Json::Value result = FileGet("link:" + file.permanent_link, "bob");
-  ASSERT_EQ(ErrorCode(result), 0);
-  EXPECT_TRUE(result["data"]["capabilities"]["can_comment"].asBool());
-  EXPECT_FALSE(result["data"]["capabilities"]["can_write"].asBool());
-  ASSERT_EQ(result["data"]["shared_with"].size(), 1u);
-  EXPECT_EQ(result["data"]["shared_with"][0]["name"].asString(), "bob");
-  EXPECT_TRUE(result["data"]["shared_with"][0]["inherited"].asBool());
+  ASSERT_EQ(plyth_services::SetMemberRole(Db(), Find("alice", "/team"), "bob", Role::kCommenter), 0);
+  const Json::Value data = FileGet("link:" + file.permanent_link, "bob")["data"];
+  EXPECT_EQ(CapsBits(data["capabilities"]), "110001000");
+  EXPECT_EQ(Pick(data["shared_with"][0], {"name", "inherited"}), "{\"inherited\":true,\"name\":\"bob\"}");
+  EXPECT_EQ(data["shared_with"].size(), 1u);
 }
 
-struct BadPathRow {
-  const char* description;
-  Json::Value params;
-  int code;
-};
-void PrintTo(const BadPathRow& row, std::ostream* os) { *os << "\"" << row.description << "\""; }
-
-class FilesGetParams : public ServicesTest, public ::testing::WithParamInterface<BadPathRow> {};
-
-TEST_P(FilesGetParams, AnswerTheirCode) {
+TEST_F(ServicesTest, BadPathsAnswerTheirCode) {
   AddItem("alice", "/a.txt", "a");
-  Json::Value result = Call("ZANT.BrindlexPlyth.Files", "get", GetParam().params, "alice");
-  EXPECT_EQ(ErrorCode(result), GetParam().code) << result.toStyledString();
+  std::string codes;
+  for (const Json::Value& path : {Json::Value(), Json::Value("/a.txt"), Json::Value("link:"), Json::Value(5),
+                                  Json::Value("link:NoSuchLink123"), Json::Value("id:NoSuchFile1234")}) {
+    Json::Value params(Json::objectValue);
+    if (!path.isNull()) params["path"] = path;
+    codes += std::to_string(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", params, "alice"))) + " ";
+  }
+  EXPECT_EQ(codes, "101 101 101 101 408 408 ");
 }
 
-Json::Value Params(const char* path) {
-  Json::Value params(Json::objectValue);
-  if (path != nullptr) params["path"] = path;
-  return params;
+TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {
+  const Item item = AddItem("alice", "/private/docs/plan.txt", "plan!");
+  ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, Role::kViewer), 0);
+  const auto keys = {"path", "display_path", "nxo_path", "original_path", "parent_id", "shared_with", "name", "type",
+                     "size", "content_type", "revisions", "created_time", "shared", "adv_shared", "removed"};
+  EXPECT_EQ(Pick(FileGet("link:" + item.permanent_link, "anonymous")["data"], keys),
+            "{\"adv_shared\":false,\"content_type\":\"text/plain\",\"created_time\":1700000000,\"display_path\":\"\","
+            "\"name\":\"plan.txt\",\"nxo_path\":\"\",\"original_path\":\"\",\"parent_id\":\"\",\"path\":\"/plan.txt\","
+            "\"removed\":false,\"revisions\":1,\"shared\":true,\"shared_with\":[],\"size\":5,\"type\":\"file\"}");
+  Share(item);
+  const Json::Value data = FileGet("link:" + item.permanent_link, "alice")["data"];
+  EXPECT_EQ(Pick(data, {"path", "display_path", "parent_id", "adv_shared"}),
+            "{\"adv_shared\":true,\"display_path\":\"/private/docs/plan.txt\",\"parent_id\":\"" + item.parent_id +
+                "\",\"path\":\"/private/docs/plan.txt\"}");
+  EXPECT_EQ(Pick(data["owner"], {"name", "uid"}),
+            "{\"name\":\"alice\",\"uid\":" + std::to_string(item.owner_uid) + "}");
+  EXPECT_EQ(Pick(FileGet("link:" + Find("alice", "/private").permanent_link, "alice")["data"],
+                 {"type", "content_type", "revisions"}),
+            "{\"content_type\":\"\",\"revisions\":0,\"type\":\"dir\"}");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Params, FilesGetParams,
-    ::testing::Values(BadPathRow{"no_path", Params(nullptr), 101},
-                      BadPathRow{"plain_path", Params("/a.txt"), 101},
-                      BadPathRow{"empty_link", Params("link:"), 101},
-                      BadPathRow{"unknown_link", Params("link:NoSuchLink123"), 408},
-                      BadPathRow{"unknown_id", Params("id:NoSuchFile1234"), 408},
-                      BadPathRow{"path_not_text", [] {
-                                   Json::Value p(Json::objectValue);
-                                   p["path"] = 5;
-                                   return p;
-                                 }(), 101}),
-    [](const ::testing::TestParamInfo<BadPathRow>& info) { return std::string(info.param.description); });
+// Trash reaches everything below a folder, not a sibling sharing its prefix;
+// removed items are still answered, as removed, to a token holder.
+TEST_F(ServicesTest, RemovedItemsAreAnsweredAsRemoved) {
+  const Item inside = AddItem("alice", "/old/notes/a.txt", "a");
+  const Item beside = AddItem("alice", "/older/b.txt", "b");
+  const Item folder = Find("alice", "/old");
+  const std::string token = TokenFor(Share(inside));
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, true), 0);
+  auto bit = [this](const Item& item) { return Reload(item).removed ? '1' : '0'; };
+  EXPECT_EQ((std::string{bit(folder), bit(inside), bit(beside)}), "110");
+  const Json::Value result = FileGet("link:" + inside.permanent_link, "anonymous", token);
+  EXPECT_EQ(ErrorCode(result), 0);
+  EXPECT_TRUE(result["data"]["removed"].asBool());
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, false), 0);
+  EXPECT_FALSE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
+}
 
 }  // namespace
 }  // namespace services_test

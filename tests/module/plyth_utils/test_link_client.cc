@@ -3,36 +3,12 @@
 // system-log lines of a failure.
 #include <stdlib.h>
 
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include "harness.h"
+#include "../module_testing.h"
 #include "plyth_utils.h"
-
-namespace plyth_test {
-void PrintTo(const SyslogLine& line, std::ostream* os) { *os << line.priority << " " << line.text; }
-}  // namespace plyth_test
 
 namespace {
 
-using plyth_test::FakeAPI;
-using plyth_test::FakeIdentity;
-using plyth_test::SyslogCapture;
-using plyth_test::SyslogLine;
-
-const std::string kSource = "server/ui-web/src/plyth/common/plyth_utils";
-
-Json::Value Parse(const std::string& text) {
-  Json::Value value;
-  Json::Reader().parse(text, value);
-  return value;
-}
-
-SyslogLine Error(int line, const std::string& text) {
-  return {3, kSource + ":" + std::to_string(line) + " " + text};
-}
+const char kSource[] = "server/ui-web/src/plyth/common/plyth_utils";
 
 class LinkClient : public ::testing::Test {
  protected:
@@ -42,30 +18,71 @@ class LinkClient : public ::testing::Test {
   FakeAPI auth_{"ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth"};
 };
 
-TEST_F(LinkClient, FileGetSendsLinkPathAndTokenAsTheUser) {
-  files_.AlwaysReturn(FakeAPI::Success(Parse(R"({"name":"a.txt"})")));
-  Json::Value file;
-  ASSERT_EQ(PlythFileGet("alice", "AbC", "tok", file), 0);
-  ASSERT_EQ(files_.Calls().size(), 1u);
-  EXPECT_EQ(files_.Calls()[0].params, Parse(R"({"path":"link:AbC","sharing_token":"tok"})"));
-  EXPECT_EQ(files_.Calls()[0].user, "alice");
-  EXPECT_EQ(file, Parse(R"({"name":"a.txt"})"));
+// PlythFileGet("alice", "AbC", token) or PlythSharingAuth("L1", password).
+struct Case {
+  const char* description;
+  bool auth;
+  const char* input;  // the token, or the password
+  Json::Value result;
+  const char* sent;  // the parameters, as logged on failure
+  int code;
+  const char* after;  // the record (as JSON) or the token ("old" before)
+  const char* loggedResult;  // null: nothing logged
+};
+
+class Call : public LinkClient, public ::testing::WithParamInterface<Case> {};
+
+TEST_P(Call, SendsAndJudgesTheResult) {
+  const Case& c = GetParam();
+  FakeAPI& api = c.auth ? auth_ : files_;
+  api.AlwaysReturn(c.result);
+  unsetenv("CONTENT_TYPE");
+  Json::Value file("old");
+  std::string token = "old";
+  EXPECT_EQ(c.auth ? PlythSharingAuth("L1", c.input, token)
+                   : PlythFileGet("alice", "AbC", c.input, file), c.code);
+  EXPECT_EQ(c.auth ? token : Text(file), c.after);
+  ASSERT_EQ(api.Calls().size(), 1u);
+  EXPECT_EQ(api.Calls()[0].params, Parse(c.sent));
+  EXPECT_EQ(api.Calls()[0].user, c.auth ? "anonymous" : "alice");
+  Lines lines;
+  if (c.loggedResult != nullptr && c.auth) {
+    lines = {Logged(3, kSource, 234, c.sent), Logged(3, kSource, 235, c.loggedResult)};
+  } else if (c.loggedResult != nullptr) {
+    lines = {Logged(3, kSource, 210, "permanent_link: AbC"), Logged(3, kSource, 211, c.sent),
+             Logged(3, kSource, 212, c.loggedResult)};
+  }
+  EXPECT_EQ(log_.Lines(), lines);
+  EXPECT_EQ(getenv("CONTENT_TYPE"), nullptr) << "only PlythWebAPIExec sets it";
 }
 
-TEST_F(LinkClient, FileGetWithoutTokenSendsOnlyThePath) {
-  files_.AlwaysReturn(FakeAPI::Success(Json::Value(Json::objectValue)));
-  Json::Value file;
-  PlythFileGet("anonymous", "AbC", "", file);
-  ASSERT_EQ(files_.Calls().size(), 1u);
-  EXPECT_EQ(files_.Calls()[0].params, Parse(R"({"path":"link:AbC"})"));
-}
+const char kTok[] = R"({"path":"link:AbC","sharing_token":"tok"})";
+const char kPw[] = R"({"password":"pw","sharing_link":"L1"})";
+const bool kFiles = false, kAuth = true;
+
+INSTANTIATE_TEST_SUITE_P(Rows, Call, ::testing::Values(
+    Case{"data", kFiles, "tok", FakeAPI::Success(Parse(R"({"a":1})")), kTok, 0, R"({"a":1})", 0},
+    Case{"no token, no data", kFiles, "", FakeAPI::SuccessWithoutData(), R"({"path":"link:AbC"})",
+         0, R"("old")", 0},
+    Case{"failure", kFiles, "tok", FakeAPI::Failure(1002), kTok, 1002, R"("old")",
+         R"({"error":{"code":1002},"success":false})"},
+    // A failure without an error code answers 0.
+    Case{"failure without error", kFiles, "tok", FakeAPI::FailureWithoutError(), kTok, 0,
+         R"("old")", R"({"success":false})"},
+    Case{"token", kAuth, "", FakeAPI::Success(Parse(R"({"sharing_token":"T1"})")),
+         R"({"password":"","sharing_link":"L1"})", 0, "T1", 0},
+    Case{"no token empties it", kAuth, "pw", FakeAPI::Success(Parse("{}")), kPw, 0, "", 0},
+    Case{"no data keeps it", kAuth, "pw", FakeAPI::SuccessWithoutData(), kPw, 0, "old", 0},
+    Case{"auth failure", kAuth, "pw", FakeAPI::Failure(1037), kPw, 1037, "old",
+         R"({"error":{"code":1037},"success":false})"},
+    Case{"auth failure without error", kAuth, "pw", FakeAPI::FailureWithoutError(), kPw, 0, "old",
+         R"({"success":false})"}));
 
 TEST_F(LinkClient, FileGetHoldsRootDuringTheCallOnly) {
   FakeIdentity user(1000, 100);
   std::vector<uid_t> inside;
   files_.Respond([&](const Json::Value&, const std::string&) {
-    inside.push_back(user.Euid());
-    inside.push_back(user.Egid());
+    inside = {user.Euid(), user.Egid()};
     return FakeAPI::SuccessWithoutData();
   });
   Json::Value file;
@@ -73,132 +90,25 @@ TEST_F(LinkClient, FileGetHoldsRootDuringTheCallOnly) {
   EXPECT_EQ(inside, (std::vector<uid_t>{0, 0}));
   EXPECT_EQ(user.Euid(), 1000u);
   EXPECT_EQ(user.Egid(), 100u);
-  EXPECT_EQ(log_.Lines(), (std::vector<SyslogLine>{
-                              {38, kSource + ":206 WARNING: setresgid(-1, 0, -1)"},
-                              {38, kSource + ":206 WARNING: setresuid(-1, 0, -1)"},
-                              {38, kSource + ":206 WARNING: setresuid(-1, 0, -1)"}}));
+  EXPECT_EQ(log_.Lines(), Switched(kSource, 206));
 }
-
-struct FileGetCase {
-  const char* description;
-  Json::Value result;
-  int code;
-  Json::Value file;  // the record afterwards ("old" before the call)
-  std::vector<SyslogLine> lines;
-};
-void PrintTo(const FileGetCase& c, std::ostream* os) { *os << c.description; }
-
-class FileGetResults : public LinkClient, public ::testing::WithParamInterface<FileGetCase> {};
-
-TEST_P(FileGetResults, CodeRecordAndLog) {
-  const FileGetCase& c = GetParam();
-  files_.AlwaysReturn(c.result);
-  Json::Value file("old");
-  EXPECT_EQ(PlythFileGet("alice", "AbC", "tok", file), c.code);
-  EXPECT_EQ(file, c.file);
-  EXPECT_EQ(log_.Lines(), c.lines);
-}
-
-const char kSentFileGet[] = R"({"path":"link:AbC","sharing_token":"tok"})";
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, FileGetResults,
-    ::testing::Values(
-        FileGetCase{"success with data", FakeAPI::Success(Parse(R"({"removed":false})")), 0,
-                    Parse(R"({"removed":false})"), {}},
-        FileGetCase{"success without data", FakeAPI::SuccessWithoutData(), 0, Json::Value("old"),
-                    {}},
-        FileGetCase{"failure with code", FakeAPI::Failure(1002), 1002, Json::Value("old"),
-                    {Error(210, "permanent_link: AbC"), Error(211, kSentFileGet),
-                     Error(212, R"({"error":{"code":1002},"success":false})")}},
-        FileGetCase{"failure without error answers 0", FakeAPI::FailureWithoutError(), 0,
-                    Json::Value("old"),
-                    {Error(210, "permanent_link: AbC"), Error(211, kSentFileGet),
-                     Error(212, R"({"success":false})")}}),
-    [](const ::testing::TestParamInfo<FileGetCase>& info) { return std::to_string(info.index); });
-
-TEST_F(LinkClient, FileGetDoesNotTouchContentType) {
-  unsetenv("CONTENT_TYPE");
-  files_.AlwaysReturn(FakeAPI::SuccessWithoutData());
-  Json::Value file;
-  PlythFileGet("alice", "AbC", "", file);
-  EXPECT_EQ(getenv("CONTENT_TYPE"), nullptr);
-}
-
-TEST_F(LinkClient, SharingAuthSendsLinkAndEmptyPasswordAsAnonymous) {
-  auth_.AlwaysReturn(FakeAPI::Success(Parse(R"({"sharing_token":"T1"})")));
-  std::string token = "old";
-  ASSERT_EQ(PlythSharingAuth("L1", "", token), 0);
-  ASSERT_EQ(auth_.Calls().size(), 1u);
-  EXPECT_EQ(auth_.Calls()[0].params, Parse(R"({"sharing_link":"L1","password":""})"));
-  EXPECT_EQ(auth_.Calls()[0].user, "anonymous");
-  EXPECT_EQ(token, "T1");
-}
-
-struct AuthCase {
-  const char* description;
-  Json::Value result;
-  int code;
-  std::string token;  // afterwards ("old" before the call)
-  std::vector<SyslogLine> lines;
-};
-void PrintTo(const AuthCase& c, std::ostream* os) { *os << c.description; }
-
-class SharingAuthResults : public LinkClient, public ::testing::WithParamInterface<AuthCase> {};
-
-TEST_P(SharingAuthResults, CodeTokenAndLog) {
-  const AuthCase& c = GetParam();
-  auth_.AlwaysReturn(c.result);
-  std::string token = "old";
-  EXPECT_EQ(PlythSharingAuth("L1", "pw", token), c.code);
-  EXPECT_EQ(token, c.token);
-  EXPECT_EQ(log_.Lines(), c.lines);
-}
-
-const char kSentAuth[] = R"({"password":"pw","sharing_link":"L1"})";
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, SharingAuthResults,
-    ::testing::Values(
-        AuthCase{"token", FakeAPI::Success(Parse(R"({"sharing_token":"T1"})")), 0, "T1", {}},
-        AuthCase{"data without token empties it", FakeAPI::Success(Json::Value(Json::objectValue)),
-                 0, "", {}},
-        AuthCase{"success without data keeps it", FakeAPI::SuccessWithoutData(), 0, "old", {}},
-        AuthCase{"password needed", FakeAPI::Failure(1037), 1037, "old",
-                 {Error(234, kSentAuth), Error(235, R"({"error":{"code":1037},"success":false})")}},
-        AuthCase{"failure without error answers 0", FakeAPI::FailureWithoutError(), 0, "old",
-                 {Error(234, kSentAuth), Error(235, R"({"success":false})")}}),
-    [](const ::testing::TestParamInfo<AuthCase>& info) { return std::to_string(info.index); });
 
 TEST_F(LinkClient, WebAPIExecSetsContentTypeAndHandsBackTheWholeResult) {
   setenv("CONTENT_TYPE", "text/plain", 1);
+  FakeIdentity user(1000, 0);
   FakeAPI ddns("ZANT.Core.DDNS.Record", 1, "list");
   ddns.AlwaysReturn(FakeAPI::Failure(105));
   Json::Value result;
-  Json::Value params(Json::objectValue);
-  params["offset"] = 0;
-
-  EXPECT_TRUE(PlythWebAPIExec(result, "ZANT.Core.DDNS.Record", 1, "list", params, "admin"));
-
+  EXPECT_TRUE(PlythWebAPIExec(result, "ZANT.Core.DDNS.Record", 1, "list", Parse(R"({"o":0})"),
+                              "admin"));
   EXPECT_STREQ(getenv("CONTENT_TYPE"), "application/x-www-form-urlencoded; charset=UTF-8");
   EXPECT_EQ(result, FakeAPI::Failure(105));
   ASSERT_EQ(ddns.Calls().size(), 1u);
-  EXPECT_EQ(ddns.Calls()[0].params, params);
+  EXPECT_EQ(ddns.Calls()[0].params, Parse(R"({"o":0})"));
   EXPECT_EQ(ddns.Calls()[0].user, "admin");
-  EXPECT_TRUE(log_.Lines().empty()) << "its callers judge the result";
-}
-
-TEST_F(LinkClient, WebAPIExecSwitchesAtLine64) {
-  FakeIdentity user(1000, 0);
-  FakeAPI info("ZANT.BrindlexPlyth.Info", 1, "get");
-  info.AlwaysReturn(FakeAPI::SuccessWithoutData());
-  Json::Value result;
-  PlythWebAPIExec(result, "ZANT.BrindlexPlyth.Info", 1, "get", Json::Value(Json::objectValue),
-                  "admin");
-  EXPECT_EQ(result, FakeAPI::SuccessWithoutData());
-  EXPECT_EQ(log_.Lines(), (std::vector<SyslogLine>{
-                              {38, kSource + ":64 WARNING: setresuid(-1, 0, -1)"},
-                              {38, kSource + ":64 WARNING: setresuid(-1, 0, -1)"}}));
+  // Only the switch is logged; callers judge the result.
+  EXPECT_EQ(log_.Lines(), (Lines{Logged(38, kSource, 64, "WARNING: setresuid(-1, 0, -1)"),
+                                 Logged(38, kSource, 64, "WARNING: setresuid(-1, 0, -1)")}));
 }
 
 }  // namespace

@@ -1,0 +1,156 @@
+// Small helpers shared by the module's unit tests.
+#pragma once
+
+#include <stdlib.h>
+#include <utime.h>
+
+#include <cctype>
+#include <initializer_list>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include "harness.h"
+#include "zant/json_util.h"
+
+namespace plyth_test {
+inline void PrintTo(const SyslogLine& line, std::ostream* os) {
+  *os << line.priority << " " << line.text;
+}
+}  // namespace plyth_test
+
+namespace {
+
+using plyth_test::ApplianceRoot;
+using plyth_test::FakeAPI;
+using plyth_test::FakeIdentity;
+using plyth_test::HandlerRun;
+using plyth_test::SyslogCapture;
+using plyth_test::SyslogLine;
+using Lines = std::vector<SyslogLine>;
+using Strings = std::vector<std::string>;
+
+// Table rows print as their description.
+template <typename Row>
+auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, os) {
+  return os << row.description;
+}
+
+inline Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
+  return value;
+}
+
+inline std::string Text(const Json::Value& value) { return ZANT::JsonToString(value); }
+
+// The words of a short table cell.
+inline Strings Tokens(const std::string& text) {
+  std::istringstream in(text);
+  Strings tokens;
+  for (std::string token; in >> token;) tokens.push_back(token);
+  return tokens;
+}
+
+inline SyslogLine Logged(int priority, const std::string& source, int line,
+                         const std::string& text) {
+  return {priority, source + ":" + std::to_string(line) + " " + text};
+}
+
+// What a process with other ids logs around one critical section: both ids
+// raised, then the uid taken back through root.
+inline Lines Switched(const std::string& source, int line) {
+  return {Logged(38, source, line, "WARNING: setresgid(-1, 0, -1)"),
+          Logged(38, source, line, "WARNING: setresuid(-1, 0, -1)"),
+          Logged(38, source, line, "WARNING: setresuid(-1, 0, -1)")};
+}
+
+inline void SetMTime(const std::string& hostPath, time_t when) {
+  struct utimbuf times = {when, when};
+  ASSERT_EQ(utime(hostPath.c_str(), &times), 0) << hostPath;
+}
+
+// The relay service's connections table: null none, "DIR" unreadable.
+inline void RelayConnections(const ApplianceRoot& root, const char* table) {
+  const char kPath[] = "/usr/zant/etc/relay/connections";
+  if (table != nullptr && std::string(table) == "DIR") root.MakeDir(kPath);
+  else if (table != nullptr) root.WriteFile(kPath, table);
+}
+
+// "@KEY@{{KEY}}@/KEY@" per key, so that each filled value can be read back whole.
+inline std::string MarkedTemplate(std::initializer_list<const char*> keys) {
+  std::string page;
+  for (const char* key : keys) page += std::string("@") + key + "@{{" + key + "}}@/" + key + "@";
+  return page;
+}
+
+inline std::string Section(const std::string& body, const std::string& key) {
+  const std::string open = "@" + key + "@";
+  size_t start = body.find(open), end = body.find("@/" + key + "@");
+  if (start == std::string::npos || end == std::string::npos) return "<missing>";
+  return body.substr(start + open.size(), end - start - open.size());
+}
+
+inline std::string BodyOf(const std::string& answer) {
+  Strings headers;
+  std::string body;
+  plyth_test::SplitHeaders(answer, headers, body);
+  return body;
+}
+
+// Link-service results in short: a failure code ("1002"), "nocode" (a failure
+// without one), "token" (the sharing token "NEW"), "nodata", or a record
+// "read", "preview" (no can_read), "noprev" (no can_preview) or "removed",
+// with ":<name>"; or "path:<display path>".
+inline Json::Value Result(const std::string& name) {
+  if (isdigit(static_cast<unsigned char>(name[0]))) return FakeAPI::Failure(std::stoi(name));
+  if (name == "nocode") return FakeAPI::FailureWithoutError();
+  if (name == "token") return FakeAPI::Success(Parse(R"({"sharing_token":"NEW"})"));
+  if (name == "nodata") return FakeAPI::SuccessWithoutData();
+  const size_t colon = name.find(':');
+  const std::string kind = name.substr(0, colon);
+  const std::string arg = colon == std::string::npos ? "" : name.substr(colon + 1);
+  Json::Value file = Parse(R"({"type":"file","file_id":"F1","permanent_link":"L1"})");
+  file["name"] = kind == "path" || arg.empty() ? "a.txt" : arg;
+  file["display_path"] = kind == "path" ? arg : "";
+  file["capabilities"]["can_read"] = kind != "preview";
+  file["capabilities"]["can_preview"] = kind != "noprev";
+  if (kind == "removed") file["removed"] = true;
+  return FakeAPI::Success(file);
+}
+
+// A request of the module's methods, with the link service, texts and users.
+class LinkTest : public ::testing::Test {
+ protected:
+  LinkTest() {
+    root_.WriteFile("/var/packages/BrindlexPlyth/target/plyth/texts/enu/strings",
+                    "[action]\ndownload = \"DownloadBtn\"\n");
+    root_.WriteFile("/usr/zant/etc/users",
+                    "bob:1030:100:Bob:/home/bob::\ncarol:1031:100:Carol:/home/carol:disabled:\n");
+    request_.SetSessionToken("TOK");
+    unsetenv("USERNAME");
+  }
+  ~LinkTest() override { unsetenv("USERNAME"); }
+
+  // "alice" signed in, "-7" named by the web server, "none" no sign-in at
+  // all, else anonymous; " <name>" after any of them sets USERNAME.
+  void SetVisitor(const std::string& visitor) {
+    const Strings words = Tokens(visitor);
+    const std::string who = words.empty() ? "" : words[0];
+    if (who == "alice") request_.SetLogin("alice", 1026, ZANT::kAuthUser);
+    if (who == "-7") request_.SetLogin("", -1, ZANT::kAuthWebServer);
+    if (who == "none") request_.SetLogin("", -1, ZANT::kAuthNone);
+    if (words.size() > 1) setenv("USERNAME", words[1] == "''" ? "" : words[1].c_str(), 1);
+  }
+
+  ApplianceRoot root_;
+  FakeAPI files_{"ZANT.BrindlexPlyth.Files", 1, "get"};
+  FakeAPI auth_{"ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth"};
+  ZANT::APIRequest request_;
+};
+
+}  // namespace
