@@ -95,8 +95,6 @@ void Line(std::string& out, const char* name, const std::string& value) {
   out += "\r\n";
 }
 
-std::string Number(uint64_t value) { return std::to_string(value); }
-
 }  // namespace
 
 std::string ContentTypeFor(const std::string& name) {
@@ -167,7 +165,7 @@ bool WriteDownload(FILE* out, const std::string& name, FILE* file, uint64_t size
   std::string head;
   if (answer == RangeAnswer::kUnsatisfiable) {
     Line(head, "Status", "416 Range Not Satisfiable");
-    Line(head, "Content-Range", "bytes */" + Number(size));
+    Line(head, "Content-Range", "bytes */" + std::to_string(size));
     Line(head, "Content-Length", "0");
     Line(head, "Accept-Ranges", "bytes");
     head += "\r\n";
@@ -186,10 +184,10 @@ bool WriteDownload(FILE* out, const std::string& name, FILE* file, uint64_t size
     Line(head, "Status", "200 OK");
   }
   Line(head, "Content-Type", ContentTypeFor(name));
-  Line(head, "Content-Length", Number(length));
+  Line(head, "Content-Length", std::to_string(length));
   if (answer == RangeAnswer::kPartial) {
-    Line(head, "Content-Range",
-         "bytes " + Number(range.first) + "-" + Number(range.last) + "/" + Number(size));
+    Line(head, "Content-Range", "bytes " + std::to_string(range.first) + "-" +
+                                    std::to_string(range.last) + "/" + std::to_string(size));
   }
   Line(head, "Accept-Ranges", "bytes");
   Line(head, "Content-Disposition", ContentDisposition(name));

@@ -319,6 +319,34 @@ bool IsItemPath(const std::string& path) {
   return true;
 }
 
+namespace {
+
+// The folders above the wanted item, outermost first, made when missing
+// (inside the caller's write). `parentId` ends as the innermost one's id,
+// empty for an item at the top.
+int MakeParentFolders(Store& store, const NewItem& wanted, int64_t syncId, std::string* parentId) {
+  std::vector<std::string> folders;
+  for (std::string up = ParentPath(wanted.path); !up.empty(); up = ParentPath(up)) {
+    folders.insert(folders.begin(), up);
+  }
+  for (const std::string& folderPath : folders) {
+    Item folder;
+    int rc = FindItemByPath(store, wanted.owner, folderPath, &folder);
+    if (rc == kOk) {
+      if (folder.kind != Tarnova::FileInfo::kDir) return kErrBadParameter;
+    } else if (rc == kErrNoSuchItem) {
+      folder = FreshItem(wanted, folderPath, Tarnova::FileInfo::kDir, *parentId, syncId);
+      if (folder.file_id.empty() || InsertItem(store, folder) != kOk) return kErrStore;
+    } else {
+      return rc;
+    }
+    *parentId = folder.file_id;
+  }
+  return kOk;
+}
+
+}  // namespace
+
 int AddItem(Store& store, const NewItem& wanted, Item* added) {
   if (!IsItemPath(wanted.path) || wanted.owner.empty()) return kErrBadParameter;
   return store.Write(
@@ -328,26 +356,9 @@ int AddItem(Store& store, const NewItem& wanted, Item* added) {
         if (rc == kOk) return kErrExists;
         if (rc != kErrNoSuchItem) return rc;
         const int64_t syncId = NextSyncId(store);
-
-        // Folders above the item, outermost first, made when missing.
         std::string parentId;
-        std::vector<std::string> folders;
-        for (std::string up = ParentPath(wanted.path); !up.empty(); up = ParentPath(up)) {
-          folders.insert(folders.begin(), up);
-        }
-        for (const std::string& folderPath : folders) {
-          Item folder;
-          rc = FindItemByPath(store, wanted.owner, folderPath, &folder);
-          if (rc == kOk) {
-            if (folder.kind != Tarnova::FileInfo::kDir) return kErrBadParameter;
-          } else if (rc == kErrNoSuchItem) {
-            folder = FreshItem(wanted, folderPath, Tarnova::FileInfo::kDir, parentId, syncId);
-            if (folder.file_id.empty() || InsertItem(store, folder) != kOk) return kErrStore;
-          } else {
-            return rc;
-          }
-          parentId = folder.file_id;
-        }
+        rc = MakeParentFolders(store, wanted, syncId, &parentId);
+        if (rc != kOk) return rc;
 
         Item item = FreshItem(wanted, wanted.path, wanted.kind, parentId, syncId);
         if (item.file_id.empty() || item.permanent_link.empty()) return kErrStore;

@@ -203,13 +203,6 @@ std::string FindVar(const CgiVars& vars, const std::string& name, const std::str
   return def;
 }
 
-bool HasVar(const CgiVars& vars, const std::string& name) {
-  for (const auto& var : vars) {
-    if (var.first == name) return true;
-  }
-  return false;
-}
-
 bool IsJsonText(const std::string& text) { return JsonValidator(text).Valid(); }
 
 Json::Value ValueFromText(const std::string& text) {

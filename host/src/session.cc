@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
+#include <vector>
 
 #include <openssl/evp.h>
 
@@ -37,6 +37,17 @@ bool IsLowerHex(const std::string& text, size_t length) {
   if (text.size() != length) return false;
   for (char c : text) {
     if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
+  }
+  return true;
+}
+
+bool FillRandom(unsigned char* bytes, size_t count) {
+  size_t got = 0;
+  while (got < count) {
+    ssize_t n = getrandom(bytes + got, count - got, 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    got += static_cast<size_t>(n);
   }
   return true;
 }
@@ -74,15 +85,9 @@ bool Expired(const Json::Value& record, int64_t now) {
 }  // namespace
 
 std::string RandomHex(size_t count) {
-  std::string bytes(count, '\0');
-  size_t got = 0;
-  while (got < count) {
-    ssize_t n = getrandom(&bytes[got], count - got, 0);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return std::string();
-    got += static_cast<size_t>(n);
-  }
-  return ToHex(reinterpret_cast<const unsigned char*>(bytes.data()), count);
+  std::vector<unsigned char> bytes(count);
+  if (!FillRandom(bytes.data(), count)) return std::string();
+  return ToHex(bytes.data(), count);
 }
 
 std::string RandomToken() {
@@ -90,13 +95,7 @@ std::string RandomToken() {
   // strings, where a text that reads as JSON (a number) would be decoded.
   static const char kAlphabet[] = "abcdfghjkmnpqrstuvwxyzABCDFGHJKL";  // 32 letters
   unsigned char bytes[26];
-  size_t got = 0;
-  while (got < sizeof(bytes)) {
-    ssize_t n = getrandom(bytes + got, sizeof(bytes) - got, 0);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return std::string();
-    got += static_cast<size_t>(n);
-  }
+  if (!FillRandom(bytes, sizeof(bytes))) return std::string();
   std::string token;
   for (unsigned char b : bytes) token += kAlphabet[b & 31];
   return token;

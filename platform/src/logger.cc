@@ -15,6 +15,7 @@
 #include <mutex>
 #include <vector>
 
+#include "file_util.h"
 #include "zant/appliance.h"
 
 namespace {
@@ -74,13 +75,6 @@ void ReadLevelFile(const std::string& path, std::map<std::string, int>& levels, 
   }
 }
 
-void MakeParentDirs(const std::string& path) {
-  for (size_t slash = path.find('/', 1); slash != std::string::npos;
-       slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0755);
-  }
-}
-
 // Keeps the newest half of the file, from the first whole line on.
 void CutToNewestHalf(const std::string& path, long long size) {
   std::ifstream in(path, std::ios::binary);
@@ -104,17 +98,11 @@ void AppendLine(LoggerState& state, const std::string& line) {
   const std::string path = ZANT::RootPath(state.file);
   int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0 && errno == ENOENT) {
-    MakeParentDirs(path);
+    ZANT::FileUtil::MakeParentDirs(path);
     fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
   }
   if (fd < 0) return;
-  size_t done = 0;
-  while (done < line.size()) {
-    ssize_t n = write(fd, line.data() + done, line.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) break;
-    done += static_cast<size_t>(n);
-  }
+  ZANT::FileUtil::WriteAll(fd, line);
   struct stat st;
   bool tooLarge = state.sizeLimit > 0 && fstat(fd, &st) == 0 && st.st_size > state.sizeLimit;
   close(fd);

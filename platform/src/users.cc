@@ -16,6 +16,7 @@
 #include <functional>
 #include <sstream>
 
+#include "file_util.h"
 #include "zant/appliance.h"
 #include "zant/userdb.h"
 #include "zant/vlibc.h"
@@ -127,29 +128,6 @@ Status ReadLines(std::vector<std::string>* lines, bool missingIsEmpty) {
   return ok ? Status::kOk : Status::kFileOpen;
 }
 
-std::string Directory(const std::string& path) {
-  size_t slash = path.rfind('/');
-  return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
-}
-
-void MakeDirectories(const std::string& path) {
-  for (size_t slash = path.find('/', 1); ; slash = path.find('/', slash + 1)) {
-    mkdir(path.substr(0, slash).c_str(), 0755);
-    if (slash == std::string::npos) return;
-  }
-}
-
-bool WriteAll(int fd, const std::string& text) {
-  size_t done = 0;
-  while (done < text.size()) {
-    ssize_t n = write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    done += static_cast<size_t>(n);
-  }
-  return true;
-}
-
 // Replaces the database by `lines`: a temporary file beside it, renamed over
 // it, so that a reader sees the old or the new file and never half of one.
 Status WriteLines(const std::vector<std::string>& lines) {
@@ -162,7 +140,7 @@ Status WriteLines(const std::vector<std::string>& lines) {
   if (fd < 0) return Status::kFileWrite;
   std::string text;
   for (const std::string& line : lines) text += line + "\n";
-  bool ok = fchmod(fd, mode) == 0 && WriteAll(fd, text) && fsync(fd) == 0;
+  bool ok = fchmod(fd, mode) == 0 && FileUtil::WriteAll(fd, text) && fsync(fd) == 0;
   ok = close(fd) == 0 && ok;
   if (!ok || rename(temp.c_str(), path.c_str()) != 0) {
     unlink(temp.c_str());
@@ -175,7 +153,7 @@ Status WriteLines(const std::vector<std::string>& lines) {
 // writes the result when it answers kOk.
 Status Modify(const std::function<Status(std::vector<std::string>&)>& change) {
   std::string lockPath = RootPath(kLockFile);
-  MakeDirectories(Directory(lockPath));
+  FileUtil::MakeParentDirs(lockPath);
   int lock = open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (lock < 0) return Status::kFileOpen;
   while (flock(lock, LOCK_EX) != 0) {

@@ -143,11 +143,16 @@ def test_hung_worker_is_killed(stack):
 
 
 def test_sigterm_finishes_requests_in_hand(stack):
+    marks = stack.root + "/var/log/hosttest-sleep.log"
+    count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
+    before = count()
+    started = lambda: count() == before + 2
     with ThreadPoolExecutor(1) as pool:
-        sleepers = pool.submit(parallel, [lambda: stack.curl(ECHO + "sleep&ms=1500")] * 4)
-        time.sleep(0.5)
+        # One request per worker; SIGTERM goes out once both handlers run.
+        sleepers = pool.submit(parallel, [lambda: stack.curl(ECHO + "sleep&ms=1500")] * 2)
+        wait_for(started, "both sleeping requests in hand")
         stack.daemon.send_signal(signal.SIGTERM)
-        expect_eq([(r.status, r.text) for r in sleepers.result()], [(200, ok('{"slept":1500}'))] * 4, "in hand")
+        expect_eq([(r.status, r.text) for r in sleepers.result()], [(200, ok('{"slept":1500}'))] * 2, "in hand")
     expect_eq(stack.daemon.wait(15), 0, "exit status after SIGTERM")
     log = stack.log()
     expect_eq(("SIGTERM: stopping after the requests in hand" in log, log.rstrip().endswith("stopped"),

@@ -39,7 +39,6 @@ CgiVars ServerVarsFromEnviron(char** envp);
 
 // The value of `name`, or `def` when absent. The first entry counts.
 std::string FindVar(const CgiVars& vars, const std::string& name, const std::string& def = "");
-bool HasVar(const CgiVars& vars, const std::string& name);
 
 // True when `text` is one complete JSON text (RFC 8259, blanks around it
 // allowed, nesting at most 256 deep).

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "zant/appliance.h"
 #include "zant/webapi.h"
 
 namespace {
@@ -43,8 +44,13 @@ void Raw(Request*, Response* response) {
   std::cout << "C";
 }
 
+// Marks its start in a file of the root, so a test knows the request is in hand.
 void Sleep(Request* request, Response* response) {
   const int ms = request->GetParamRef("ms", Json::Value(0)).asInt();
+  if (FILE* mark = fopen(ZANT::RootPath("/var/log/hosttest-sleep.log").c_str(), "a")) {
+    fputs("started\n", mark);
+    fclose(mark);
+  }
   std::this_thread::sleep_for(std::chrono::milliseconds(ms));
   Json::Value data(Json::objectValue);
   data["slept"] = ms;
