@@ -1,8 +1,5 @@
 #include "crypto.h"
 
-#include <sys/random.h>
-
-#include <cerrno>
 #include <vector>
 
 #include <openssl/evp.h>
@@ -15,30 +12,6 @@ const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz01
 constexpr unsigned kAlphabetSize = 62;
 // Bytes at or above this are dropped so that every character is equally likely.
 constexpr unsigned kUnbiasedLimit = 248;  // 4 * 62
-
-bool FillRandom(unsigned char* buffer, size_t size) {
-  size_t done = 0;
-  while (done < size) {
-    ssize_t got = getrandom(buffer + done, size - done, 0);
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    done += static_cast<size_t>(got);
-  }
-  return true;
-}
-
-std::string Hex(const unsigned char* bytes, size_t size) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string out;
-  out.reserve(size * 2);
-  for (size_t i = 0; i < size; ++i) {
-    out += kDigits[bytes[i] >> 4];
-    out += kDigits[bytes[i] & 15];
-  }
-  return out;
-}
 
 // Fetched once: with EVP_sha256() every digest would look the algorithm up
 // among the providers again.
@@ -57,7 +30,7 @@ std::string RandomId(size_t length) {
   out.reserve(length);
   std::vector<unsigned char> buffer(length + 16);
   while (out.size() < length) {
-    if (!FillRandom(buffer.data(), buffer.size())) return std::string();
+    if (!ZANT::FillRandom(buffer.data(), buffer.size())) return std::string();
     for (unsigned char byte : buffer) {
       if (byte >= kUnbiasedLimit) continue;
       out += kAlphabet[byte % kAlphabetSize];
@@ -81,13 +54,7 @@ std::string Sha256::FinishHex() {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int size = 0;
   EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(ctx_), digest, &size);
-  return Hex(digest, size);
-}
-
-std::string Sha256Hex(const std::string& data) {
-  Sha256 sha;
-  sha.Update(data.data(), data.size());
-  return sha.FinishHex();
+  return ZANT::HexEncode(digest, size);
 }
 
 }  // namespace plyth_services

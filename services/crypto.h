@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string>
 
+#include "zant/crypto.h"
+
 namespace plyth_services {
 
 // `length` characters of [A-Za-z0-9] from the kernel's random source; empty
@@ -16,8 +18,7 @@ constexpr size_t kLinkIdLength = 16;
 constexpr size_t kFileIdLength = 16;
 constexpr size_t kTokenLength = 43;
 
-// Lower-case hex SHA-256 of `data`.
-std::string Sha256Hex(const std::string& data);
+using ZANT::Sha256Hex;
 
 // Incremental SHA-256 for file contents.
 class Sha256 {

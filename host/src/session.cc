@@ -2,16 +2,14 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <vector>
 
-#include <openssl/evp.h>
-
 #include "zant/appliance.h"
+#include "zant/crypto.h"
 #include "zant/json_util.h"
 
 namespace zant_host {
@@ -21,33 +19,10 @@ const char kSessionCookie[] = "id";
 
 namespace {
 
-const char kHexDigits[] = "0123456789abcdef";
-
-std::string ToHex(const unsigned char* bytes, size_t count) {
-  std::string out;
-  out.reserve(count * 2);
-  for (size_t i = 0; i < count; ++i) {
-    out += kHexDigits[bytes[i] >> 4];
-    out += kHexDigits[bytes[i] & 0x0f];
-  }
-  return out;
-}
-
 bool IsLowerHex(const std::string& text, size_t length) {
   if (text.size() != length) return false;
   for (char c : text) {
     if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'))) return false;
-  }
-  return true;
-}
-
-bool FillRandom(unsigned char* bytes, size_t count) {
-  size_t got = 0;
-  while (got < count) {
-    ssize_t n = getrandom(bytes + got, count - got, 0);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    got += static_cast<size_t>(n);
   }
   return true;
 }
@@ -86,8 +61,8 @@ bool Expired(const Json::Value& record, int64_t now) {
 
 std::string RandomHex(size_t count) {
   std::vector<unsigned char> bytes(count);
-  if (!FillRandom(bytes.data(), count)) return std::string();
-  return ToHex(bytes.data(), count);
+  if (!ZANT::FillRandom(bytes.data(), count)) return std::string();
+  return ZANT::HexEncode(bytes.data(), count);
 }
 
 std::string RandomToken() {
@@ -95,19 +70,10 @@ std::string RandomToken() {
   // strings, where a text that reads as JSON (a number) would be decoded.
   static const char kAlphabet[] = "abcdfghjkmnpqrstuvwxyzABCDFGHJKL";  // 32 letters
   unsigned char bytes[26];
-  if (!FillRandom(bytes, sizeof(bytes))) return std::string();
+  if (!ZANT::FillRandom(bytes, sizeof(bytes))) return std::string();
   std::string token;
   for (unsigned char b : bytes) token += kAlphabet[b & 31];
   return token;
-}
-
-std::string Sha256Hex(const std::string& text) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  if (EVP_Digest(text.data(), text.size(), digest, &length, EVP_sha256(), nullptr) != 1) {
-    return std::string();
-  }
-  return ToHex(digest, length);
 }
 
 bool IsSessionId(const std::string& id) { return IsLowerHex(id, 64); }

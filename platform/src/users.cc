@@ -18,6 +18,7 @@
 
 #include "file_util.h"
 #include "zant/appliance.h"
+#include "zant/crypto.h"
 #include "zant/userdb.h"
 #include "zant/vlibc.h"
 
@@ -60,15 +61,6 @@ bool ParseId(const std::string& text, unsigned long* id) {
   return true;
 }
 
-std::string ToHex(const unsigned char* bytes, size_t size) {
-  static const char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  for (size_t i = 0; i < size; ++i) {
-    hex += kDigits[bytes[i] >> 4];
-    hex += kDigits[bytes[i] & 0x0F];
-  }
-  return hex;
-}
 
 int HexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -215,7 +207,7 @@ std::string HashPassword(const std::string& password, int iterations) {
   std::vector<unsigned char> hash;
   if (!Derive(password, salt, iterations, kHashBytes, &hash)) return std::string();
   return std::string(kHashScheme) + "$" + std::to_string(iterations) + "$" +
-         ToHex(salt.data(), salt.size()) + "$" + ToHex(hash.data(), hash.size());
+         ZANT::HexEncode(salt.data(), salt.size()) + "$" + ZANT::HexEncode(hash.data(), hash.size());
 }
 
 bool CheckPassword(const std::string& password, const std::string& stored) {

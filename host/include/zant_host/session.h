@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <string>
 
+#include "zant/crypto.h"
+
 #include "zant/webapi.h"
 
 namespace zant_host {
@@ -32,8 +34,7 @@ std::string RandomHex(size_t count);
 // 26 random letters (no digits, no "e"), never readable as a JSON value;
 // empty on failure.
 std::string RandomToken();
-// Lower-case hex SHA-256 of `text`.
-std::string Sha256Hex(const std::string& text);
+using ZANT::Sha256Hex;
 bool IsSessionId(const std::string& id);
 
 class SessionStore {

@@ -1,0 +1,17 @@
+// Random bytes, hex text and SHA-256 digests, shared by the platform, the
+// framework and the services.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace ZANT {
+
+// Fills `bytes` from the kernel's random source; false when it cannot.
+bool FillRandom(unsigned char* bytes, size_t count);
+// Lower-case hex text of `bytes`.
+std::string HexEncode(const unsigned char* bytes, size_t count);
+// Lower-case hex SHA-256 of `data`; empty if the digest cannot be computed.
+std::string Sha256Hex(const std::string& data);
+
+}  // namespace ZANT
