@@ -89,6 +89,8 @@ const char* const kMigrations[] = {
     "  sharing_link TEXT NOT NULL,"
     "  at INTEGER NOT NULL);"
     "CREATE INDEX auth_failures_link ON auth_failures (sharing_link, at);",
+    // 1 -> 2: every record fetch reads the highest sync id.
+    "CREATE INDEX items_sync_id ON items (sync_id);",
 };
 constexpr int kMigrationCount = sizeof(kMigrations) / sizeof(kMigrations[0]);
 static_assert(kMigrationCount == kSchemaVersion, "one migration per schema version");
