@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -35,16 +36,19 @@ long long MonotonicMs() {
 namespace {
 
 const char kDefaultSocket[] = "/run/zant-webapid.sock";
-// After a stop is asked for, workers get this long beyond the request timeout.
-const int kStopGraceSeconds = 5;
+// How long a new master waits for the workers of a dead one to leave the socket.
+const int kOrphanWaitMs = 3000;
 
 void Usage(FILE* out) {
   fprintf(out,
           "usage: zant-webapid [--socket PATH] [--workers N] [--timeout SECONDS]\n"
-          "                    [--user NAME] [--root DIR] [--socket-mode OCTAL]\n"
+          "                    [--read-timeout SECONDS] [--user NAME] [--root DIR]\n"
+          "                    [--socket-mode OCTAL]\n"
           "  --socket PATH      FastCGI unix socket (default <root>/run/zant-webapid.sock)\n"
           "  --workers N        worker processes, 1-%d (default 2)\n"
           "  --timeout SECONDS  a request running longer kills its worker (default 30)\n"
+          "  --read-timeout SECONDS\n"
+          "                     a connection without its request by then is dropped (default 5)\n"
           "  --user NAME        service user when started as root (default www-data)\n"
           "  --root DIR         appliance root (sets ZANT_ROOT)\n"
           "  --socket-mode MODE permissions of the socket (default 0660)\n",
@@ -75,6 +79,8 @@ bool ParseOptions(int argc, char** argv, Options* options) {
       if (!ParseInt(value, 1, kMaxWorkers, &options->workers)) return false;
     } else if (arg == "--timeout") {
       if (!ParseInt(value, 1, 86400, &options->timeoutSeconds)) return false;
+    } else if (arg == "--read-timeout") {
+      if (!ParseInt(value, 1, 3600, &options->readTimeoutSeconds)) return false;
     } else if (arg == "--user") {
       options->user = value;
     } else if (arg == "--root") {
@@ -99,13 +105,48 @@ bool MakeParentDirs(const std::string& path) {
   return true;
 }
 
-// A socket file nobody answers on is left over from an earlier run.
+// A socket file nobody answers on is left over from an earlier run. The
+// probe does not block: a full backlog (EAGAIN) is somebody listening too.
 bool SocketInUse(const sockaddr_un& address) {
-  int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int probe = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (probe < 0) return false;
-  bool used = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+  bool used = connect(probe, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 ||
+              errno == EAGAIN;
   close(probe);
   return used;
+}
+
+// One master per socket: it holds an exclusive lock on <socket>.lock while it
+// runs, and its workers close their copy of the file. A lock that can be
+// taken therefore means that no master lives, whoever still answers.
+int LockServer(const std::string& socketPath) {
+  const std::string path = socketPath + ".lock";
+  int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) {
+    zant_host::HostLog(true, "cannot open %s: %s", path.c_str(), strerror(errno));
+    return -1;
+  }
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    zant_host::HostLog(true, "another server runs on %s", socketPath.c_str());
+    close(fd);
+    return -1;
+  }
+  const std::string pid = std::to_string(getpid()) + "\n";
+  if (ftruncate(fd, 0) != 0 || pwrite(fd, pid.data(), pid.size(), 0) != static_cast<ssize_t>(pid.size())) {
+    zant_host::HostLog(true, "cannot write %s: %s", path.c_str(), strerror(errno));
+  }
+  return fd;
+}
+
+// Whoever answers on the socket while we hold the lock is a worker of a
+// master that died: it has been told to stop and drains what it holds. It
+// gets a moment to go; the socket is taken over either way, and a worker
+// still there keeps only the connections it has.
+void WaitForOrphans(const sockaddr_un& address, const std::string& path) {
+  if (!SocketInUse(address)) return;
+  zant_host::HostLog(false, "workers of a stopped server still answer on %s: taking it over", path.c_str());
+  const long long until = MonotonicMs() + kOrphanWaitMs;
+  while (SocketInUse(address) && MonotonicMs() < until) usleep(50 * 1000);
 }
 
 int OpenSocket(const std::string& path, const Options& options, const ServiceIdentity& identity) {
@@ -121,10 +162,7 @@ int OpenSocket(const std::string& path, const Options& options, const ServiceIde
     zant_host::HostLog(true, "cannot make the directory of %s: %s", path.c_str(), strerror(errno));
     return -1;
   }
-  if (SocketInUse(address)) {
-    zant_host::HostLog(true, "another server answers on %s", path.c_str());
-    return -1;
-  }
+  WaitForOrphans(address, path);
   unlink(path.c_str());
   int fd = socket(AF_UNIX, SOCK_STREAM, 0);
   if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
@@ -158,9 +196,10 @@ void PrepareWritablePaths(const ServiceIdentity& identity) {
     zant_host::HostLog(true, "cannot let the service user read %s: %s", users.c_str(), strerror(errno));
   }
   const std::string log = ZANT::RootPath(zant_host::kHostLogFile);
-  int fd = open(log.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
+  int fd = zant_host::OpenHostLog();
   if (fd >= 0) {
-    if (fchown(fd, identity.uid, identity.gid) != 0) {
+    // A log made world-readable by an earlier version is narrowed too.
+    if (fchown(fd, identity.uid, identity.gid) != 0 || fchmod(fd, 0640) != 0) {
       zant_host::HostLog(true, "cannot hand %s to the service user", log.c_str());
     }
     close(fd);
@@ -182,8 +221,8 @@ bool ResolveIdentity(const Options& options, ServiceIdentity* identity) {
 
 class Master {
  public:
-  Master(const Options& options, const ServiceIdentity& identity, int listenFd, Shared* shared)
-      : options_(options), identity_(identity), listenFd_(listenFd), shared_(shared) {}
+  Master(const Options& options, const ServiceIdentity& identity, int listenFd, int lockFd, Shared* shared)
+      : options_(options), identity_(identity), listenFd_(listenFd), lockFd_(lockFd), shared_(shared) {}
 
   int Run() {
     for (int i = 0; i < options_.workers; ++i) Spawn(i);
@@ -219,7 +258,18 @@ class Master {
       respawnAt_[slot] = MonotonicMs() + 1000;
       return;
     }
-    if (pid == 0) RunWorker(listenFd_, slot, shared_, identity_, master_);
+    if (pid == 0) {
+      WorkerSetup setup;
+      setup.listenFd = listenFd_;
+      setup.lockFd = lockFd_;
+      setup.slot = slot;
+      setup.shared = shared_;
+      setup.identity = identity_;
+      setup.master = master_;
+      setup.readTimeoutSeconds = options_.readTimeoutSeconds;
+      setup.timeoutSeconds = options_.timeoutSeconds;
+      RunWorker(setup);
+    }
     s.pid.store(pid);
     startedAt_[slot] = MonotonicMs();
     respawnAt_[slot] = 0;
@@ -317,6 +367,7 @@ class Master {
   const Options& options_;
   const ServiceIdentity& identity_;
   const int listenFd_;
+  const int lockFd_;
   Shared* shared_;
   const pid_t master_ = getpid();
   bool stopping_ = false;
@@ -356,6 +407,8 @@ int main(int argc, char** argv) {
 
   ServiceIdentity identity;
   if (!ResolveIdentity(options, &identity)) return 1;
+  const int lockFd = LockServer(socketPath);
+  if (lockFd < 0) return 1;
   int listenFd = OpenSocket(socketPath, options, identity);
   if (listenFd < 0) return 1;
   PrepareWritablePaths(identity);
@@ -371,7 +424,7 @@ int main(int argc, char** argv) {
   zant_host::HostLog(false, "listening on %s with %d workers (root %s, %s)", socketPath.c_str(),
                      options.workers, root != nullptr && *root != '\0' ? root : "/",
                      identity.drop ? ("service user " + options.user).c_str() : "unchanged ids");
-  int rc = Master(options, identity, listenFd, shared).Run();
+  int rc = Master(options, identity, listenFd, lockFd, shared).Run();
   close(listenFd);
   unlink(socketPath.c_str());
   return rc;

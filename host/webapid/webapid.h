@@ -12,6 +12,7 @@ struct Options {
   std::string socketPath;        // empty: RootPath("/run/zant-webapid.sock")
   int workers = 2;
   int timeoutSeconds = 30;
+  int readTimeoutSeconds = 5;     // a connection must deliver its request's parameters in time
   std::string user = "www-data";  // service user when started as root
   std::string root;              // ZANT_ROOT, empty: keep the environment's
   mode_t socketMode = 0660;
@@ -41,8 +42,22 @@ struct ServiceIdentity {
 
 long long MonotonicMs();
 
+// After a stop is asked for, workers get this long beyond the request timeout.
+constexpr int kStopGraceSeconds = 5;
+
+// What a worker is started with.
+struct WorkerSetup {
+  int listenFd = -1;
+  int lockFd = -1;  // the master's lock: closed in the worker, so that only the master holds it
+  int slot = 0;
+  Shared* shared = nullptr;
+  ServiceIdentity identity;
+  pid_t master = 0;
+  int readTimeoutSeconds = 5;
+  int timeoutSeconds = 30;
+};
+
 // Runs a worker until it is told to stop; never returns.
-[[noreturn]] void RunWorker(int listenFd, int slot, Shared* shared,
-                            const ServiceIdentity& identity, pid_t master);
+[[noreturn]] void RunWorker(const WorkerSetup& setup);
 
 }  // namespace webapid

@@ -7,6 +7,7 @@
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,18 +27,41 @@ namespace webapid {
 namespace {
 
 volatile sig_atomic_t gStop = 0;
+volatile sig_atomic_t gOrphan = 0;
+volatile sig_atomic_t gReadExpired = 0;
+volatile sig_atomic_t gConnectionFd = -1;  // the connection whose request is being read
 Shared* gShared = nullptr;
 int gListenFd = -1;
 pid_t gMaster = 0;
+int gOrphanLimitSeconds = 0;
+timer_t gReadTimer;    // SIGALRM: the request's parameters are late
+timer_t gOrphanTimer;  // SIGKILL: a worker without a master ran out of time
+
+void ArmTimer(timer_t timer, int seconds) {
+  struct itimerspec spec;
+  memset(&spec, 0, sizeof(spec));
+  spec.it_value.tv_sec = seconds;  // 0 disarms
+  timer_settime(timer, 0, &spec, nullptr);
+}
 
 // A worker whose master is gone shuts the socket down itself, so that every
-// worker drains what is queued and ends.
+// worker drains what is queued and ends. Nobody watches its request time any
+// more: the kill timer does.
 void OnStop(int) {
   gStop = 1;
-  if (getppid() != gMaster && gShared != nullptr) {
+  if (getppid() != gMaster && gShared != nullptr && !gOrphan) {
+    gOrphan = 1;
     gShared->stopping.store(1);
     shutdown(gListenFd, SHUT_RD);
+    ArmTimer(gOrphanTimer, gOrphanLimitSeconds);
   }
+}
+
+// The reader blocked in libfcgi sees the end of the connection and gives up.
+void OnReadDeadline(int) {
+  gReadExpired = 1;
+  const int fd = gConnectionFd;
+  if (fd >= 0) shutdown(fd, SHUT_RD);
 }
 
 void SetStopSignalsBlocked(bool blocked) {
@@ -56,6 +80,9 @@ void InstallSignals() {
   sigemptyset(&action.sa_mask);
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
+  action.sa_handler = OnReadDeadline;
+  action.sa_flags = 0;  // a blocked read of the parameters returns at once
+  sigaction(SIGALRM, &action, nullptr);
   signal(SIGPIPE, SIG_IGN);
   signal(SIGHUP, SIG_IGN);
   signal(SIGCHLD, SIG_DFL);
@@ -63,6 +90,25 @@ void InstallSignals() {
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
   SetStopSignalsBlocked(true);
+}
+
+bool MakeTimers() {
+  struct sigevent event;
+  memset(&event, 0, sizeof(event));
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = SIGALRM;
+  if (timer_create(CLOCK_MONOTONIC, &event, &gReadTimer) != 0) return false;
+  event.sigev_signo = SIGKILL;
+  return timer_create(CLOCK_MONOTONIC, &event, &gOrphanTimer) == 0;
+}
+
+// Asks for SIGTERM when the master dies; false when it is gone already.
+// Any change of the process's ids clears the request, so it is made again
+// after the switch to the service user and after every request (a handler
+// may have raised its effective ids).
+bool WatchMaster(pid_t master) {
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  return getppid() == master;
 }
 
 bool DropIds(const ServiceIdentity& identity) {
@@ -164,20 +210,68 @@ void Serve(FCGX_Request* request, StdoutCapture* capture, const zant_host::Limit
 void NoteRequest(Slot* slot, FCGX_Request* request) {
   const char* uri = FCGX_GetParam("REQUEST_URI", request->envp);
   snprintf(slot->uri, sizeof(slot->uri), "%s", uri != nullptr ? uri : "");
-  slot->busySince.store(MonotonicMs());
+}
+
+// Waits for the next connection; -1 once the worker is to stop.
+int AcceptConnection(Shared* shared) {
+  for (;;) {
+    SetStopSignalsBlocked(false);
+    const int fd = accept4(gListenFd, nullptr, nullptr, SOCK_CLOEXEC);
+    const int error = errno;
+    SetStopSignalsBlocked(true);
+    if (fd >= 0) return fd;
+    if (gStop || shared->stopping.load()) return -1;
+    if (error != EINTR) usleep(100 * 1000);
+  }
+}
+
+enum class ReadResult { kRequest, kLate, kFailed };
+
+// Reads the begin record and parameters of the connection's request within
+// `seconds`. On failure libfcgi has closed the connection.
+ReadResult ReadRequest(FCGX_Request* request, int fd, int seconds) {
+  // Given a connection, libfcgi reads from it instead of accepting one;
+  // keepConnection stops its finishing step from closing it first. Its own
+  // accept, tried after a failed read, must fail at once instead of
+  // waiting on the socket without a deadline: it has no socket.
+  request->ipcFd = fd;
+  request->keepConnection = 1;
+  request->listen_sock = -1;
+  gReadExpired = 0;
+  gConnectionFd = fd;
+  ArmTimer(gReadTimer, seconds);
+  const int rc = FCGX_Accept_r(request);
+  ArmTimer(gReadTimer, 0);
+  gConnectionFd = -1;
+  if (rc >= 0 && !gReadExpired) return ReadResult::kRequest;
+  // libfcgi takes parameters that end early for a complete set: a request
+  // cut off by the deadline is dropped unanswered all the same.
+  if (rc >= 0) FCGX_Free(request, 1);
+  request->ipcFd = -1;
+  return gReadExpired ? ReadResult::kLate : ReadResult::kFailed;
+}
+
+// A client that asked to keep its connection gets it closed all the same:
+// each connection carries one request, under one read deadline.
+void EndConnection(FCGX_Request* request) {
+  FCGX_Finish_r(request);
+  if (request->ipcFd >= 0) close(request->ipcFd);
+  request->ipcFd = -1;
 }
 
 }  // namespace
 
-void RunWorker(int listenFd, int slotIndex, Shared* shared, const ServiceIdentity& identity,
-               pid_t master) {
-  gShared = shared;
-  gListenFd = listenFd;
-  gMaster = master;
-  Slot* slot = &shared->slots[slotIndex];
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
+void RunWorker(const WorkerSetup& setup) {
+  gShared = setup.shared;
+  gListenFd = setup.listenFd;
+  gMaster = setup.master;
+  gOrphanLimitSeconds = setup.timeoutSeconds + kStopGraceSeconds;
+  Shared* shared = setup.shared;
+  Slot* slot = &shared->slots[setup.slot];
+  const ServiceIdentity& identity = setup.identity;
+  if (setup.lockFd >= 0) close(setup.lockFd);
+  if (!MakeTimers()) _exit(1);
   InstallSignals();
-  if (getppid() != master) _exit(0);
 
   int devnull = open("/dev/null", O_RDONLY | O_CLOEXEC);
   if (devnull >= 0) {
@@ -185,50 +279,56 @@ void RunWorker(int listenFd, int slotIndex, Shared* shared, const ServiceIdentit
     close(devnull);
   }
   if (!DropIds(identity)) {
-    zant_host::HostLog(true, "worker %d cannot switch to uid %d gid %d: %s", slotIndex,
+    zant_host::HostLog(true, "worker %d cannot switch to uid %d gid %d: %s", setup.slot,
                        static_cast<int>(identity.uid), static_cast<int>(identity.gid), strerror(errno));
     _exit(1);
   }
+  if (!WatchMaster(setup.master)) _exit(0);
   ClearRequestEnvironment();
   const mode_t startUmask = umask(022);
   umask(startUmask);
   int cwd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 
   zant_host::LoadReport report = zant_host::InitHost();
-  zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", slotIndex,
+  zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", setup.slot,
                      report.modules, report.methods, report.failures);
 
   StdoutCapture capture;
   if (!capture.Ok() || FCGX_Init() != 0) {
-    zant_host::HostLog(true, "worker %d cannot set up its output", slotIndex);
+    zant_host::HostLog(true, "worker %d cannot set up its output", setup.slot);
     _exit(1);
   }
   FCGX_Request request;
-  FCGX_InitRequest(&request, listenFd, 0);
+  FCGX_InitRequest(&request, -1, 0);
   const zant_host::Limits limits;
 
   for (;;) {
     // Told to stop on its own (not by a stopping master): end now. A stopping
     // master has shut the socket down; accepting drains what is queued.
     if (gStop && !shared->stopping.load()) break;
-    SetStopSignalsBlocked(false);
-    int rc = FCGX_Accept_r(&request);
-    SetStopSignalsBlocked(true);
-    if (rc < 0) {
-      if (gStop || shared->stopping.load()) break;
-      usleep(100 * 1000);
-      continue;
+    const int fd = AcceptConnection(shared);
+    if (fd < 0) break;
+    // The request timeout counts from here: reading the request is part of it.
+    snprintf(slot->uri, sizeof(slot->uri), "(request not read yet)");
+    slot->busySince.store(MonotonicMs());
+    const ReadResult read = ReadRequest(&request, fd, setup.readTimeoutSeconds);
+    if (read == ReadResult::kRequest) {
+      NoteRequest(slot, &request);
+      Serve(&request, &capture, limits);
+      EndConnection(&request);
+      slot->served.fetch_add(1);
+    } else if (read == ReadResult::kLate) {
+      zant_host::HostLog(false, "worker %d (pid %d) dropped a connection: no request within %d s",
+                         setup.slot, static_cast<int>(getpid()), setup.readTimeoutSeconds);
     }
-    NoteRequest(slot, &request);
-    Serve(&request, &capture, limits);
-    FCGX_Finish_r(&request);
-    slot->served.fetch_add(1);
     slot->busySince.store(0);
 
     ClearRequestEnvironment();
     if (cwd >= 0 && fchdir(cwd) != 0) _exit(1);
     umask(startUmask);
     RestoreIds(identity);
+    // The master died while the signal was cleared: stop as if it had come.
+    if (!WatchMaster(setup.master)) raise(SIGTERM);
   }
   _exit(0);
 }

@@ -1,11 +1,13 @@
 #!/usr/bin/env python3
 """zant-webapid behind nginx on a free loopback port, driven with curl: the
 answers and routes, a crashing and a hanging worker (every other request
-still answered), and the graceful stop on SIGTERM."""
-import argparse, json, os, shutil, signal, socket, subprocess, sys, tempfile, time
+still answered), clients that never send their request, a master killed
+with SIGKILL and its successor, and the graceful stop on SIGTERM."""
+import argparse, json, os, pwd, re, shutil, signal, socket, subprocess, sys, tempfile, time
 from concurrent.futures import ThreadPoolExecutor
 
 ECHO = "/webapi/entry.cgi?api=ZANT.HostTest&version=1&method="
+READ_TIMEOUT = 2
 SHARD = {"api": "ZANT.BrindlexPlyth.Shard", "version": 1, "method": "get"}
 
 
@@ -37,14 +39,28 @@ class Stack:
                                     str(self.port)], check=True, capture_output=True, text=True).stdout)
 
     def log(self):
-        with open(self.root + "/var/log/zant-webapi.log") as f:
-            return f.read()
+        try:
+            with open(self.root + "/var/log/zant-webapi.log") as f:
+                return f.read()
+        except FileNotFoundError:
+            return ""
+
+    def run_daemon(self):
+        return subprocess.Popen([self.root + "/usr/zant/bin/zant-webapid", "--root", self.root, "--socket",
+                                 self.socket, "--workers", "2", "--timeout", "3", "--read-timeout", str(READ_TIMEOUT)],
+                                cwd=self.root, stdout=subprocess.DEVNULL,
+                                stderr=open(self.root + "/webapid.stderr", "ab"))
+
+    def start_daemon(self):
+        """Starts a master and waits until it listens. Its log line tells, not a
+        probe: an old socket may still answer while it takes over, and a probe
+        would be a connection for a worker to serve."""
+        starts = self.log().count("listening on")
+        self.daemon = self.run_daemon()
+        wait_for(lambda: self.log().count("listening on") > starts, "zant-webapid listening")
 
     def start(self):
-        self.daemon = subprocess.Popen([self.root + "/usr/zant/bin/zant-webapid", "--root", self.root, "--socket",
-                                        self.socket, "--workers", "2", "--timeout", "3"], cwd=self.root,
-                                       stdout=subprocess.DEVNULL, stderr=open(self.root + "/webapid.stderr", "ab"))
-        wait_for(lambda: connects(socket.AF_UNIX, self.socket), "zant-webapid socket")
+        self.start_daemon()
         self.nginx = subprocess.Popen([self.args.nginx, "-p", self.root + "/run/nginx", "-c",
                                        self.root + "/run/nginx.conf", "-e", "stderr"], stderr=subprocess.DEVNULL)
         wait_for(lambda: connects(socket.AF_INET, ("127.0.0.1", self.port)), "nginx port")
@@ -61,6 +77,29 @@ class Stack:
         url = "http://127.0.0.1:%d%s" % (self.port, path)
         return Response(subprocess.run(["curl", "-s", "-g", "-i", "--path-as-is", "--max-time", "30", *options, url],
                                        capture_output=True).stdout)
+
+
+def children(pid):
+    """Pids whose parent is `pid`."""
+    found = []
+    for entry in os.listdir("/proc"):
+        try:
+            with open("/proc/%s/stat" % entry) as f:
+                if entry.isdigit() and int(f.read().rsplit(")", 1)[1].split()[1]) == pid:
+                    found.append(int(entry))
+        except (OSError, IndexError, ValueError):
+            pass
+    return found
+
+
+def status_field(pid, name):
+    """A field of /proc/PID/status; None when the process is gone or a zombie."""
+    try:
+        with open("/proc/%d/status" % pid) as f:
+            fields = dict(line.rstrip("\n").split(":\t", 1) for line in f if ":\t" in line)
+    except OSError:
+        return None
+    return None if fields.get("State", "").startswith("Z") else fields.get(name)
 
 
 def free_port():
@@ -142,6 +181,79 @@ def test_hung_worker_is_killed(stack):
     expect_eq("killed: request over 3 s: " + ECHO + "sleep&ms=60000" in stack.log(), True, "timeout log line")
 
 
+FCGI_BEGIN_REQUEST = bytes([1, 1, 0, 1, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0])  # request 1, responder
+
+
+def test_stalled_clients_are_dropped(stack):
+    log_before = len(stack.log())
+    stalled = []
+    for first_bytes in (FCGI_BEGIN_REQUEST, b""):  # a begin record and no parameters, or nothing at all
+        client = socket.socket(socket.AF_UNIX)
+        client.connect(stack.socket)
+        client.sendall(first_bytes)
+        stalled.append(client)
+    # Queued behind the two stalled connections, one per worker: answered
+    # only because they are dropped at the read deadline.
+    r = stack.curl(ECHO + "echo&n=1", "--max-time", str(READ_TIMEOUT + 3))
+    expect_eq((r.status, r.text), (200, ok('{"n":1}')), "request behind two stalled clients")
+    for client in stalled:
+        client.settimeout(5)
+        expect_eq(client.recv(16), b"", "a stalled connection, closed by the server")
+        client.close()
+    dropped = re.findall(r"^\S+ zant-webapi\[(\d+)\]: worker (\d) \(pid (\d+)\) dropped a connection: "
+                         r"no request within %d s$" % READ_TIMEOUT, stack.log()[log_before:], re.M)
+    expect_eq(sorted((slot, pid == logger) for logger, slot, pid in dropped), [("0", True), ("1", True)],
+              "one drop line per worker")
+
+
+def test_killed_master_leaves_no_worker(stack):
+    # Fresh workers that have served nothing: only their start arms the parent-death signal.
+    stack.daemon.terminate()
+    stack.daemon.wait(10)
+    ready = stack.log().count(" ready: ")
+    stack.start_daemon()
+    wait_for(lambda: stack.log().count(" ready: ") == ready + 2, "both workers ready")
+    workers = children(stack.daemon.pid)
+    expect_eq(len(workers), 2, "workers of the master")
+    if os.geteuid() == 0:
+        service_uid = str(pwd.getpwnam("www-data").pw_uid)
+        expect_eq([status_field(pid, "Uid").split()[1] for pid in workers], [service_uid] * 2,
+                  "a root-started master's workers run as the service user")
+    stack.daemon.kill()
+    stack.daemon.wait()
+    try:
+        wait_for(lambda: all(status_field(pid, "State") is None for pid in workers), "workers gone", seconds=2)
+    finally:
+        for pid in workers:
+            if status_field(pid, "State") is not None:
+                os.kill(pid, signal.SIGKILL)
+    stack.start_daemon()
+    expect_eq(stack.curl(ECHO + "echo&n=2").text, ok('{"n":2}'), "the new master answers")
+
+
+def test_one_master_per_socket(stack):
+    second = stack.run_daemon()
+    try:
+        expect_eq(second.wait(10), 1, "exit status of a second master beside a live one")
+    finally:
+        if second.poll() is None:
+            second.terminate()
+            second.wait(10)
+    expect_eq(("error: another server runs on %s\n" % stack.socket) in stack.log(), True, "refusal log line")
+    expect_eq(stack.curl(ECHO + "echo&n=3").text, ok('{"n":3}'), "the live master still answers")
+    # Something answers on the socket, yet no master holds the lock: the
+    # leftovers of a dead master, given a moment, then replaced.
+    stack.daemon.terminate()
+    stack.daemon.wait(10)
+    with socket.socket(socket.AF_UNIX) as leftover:
+        leftover.bind(stack.socket)
+        leftover.listen(8)
+        stack.start_daemon()
+    expect_eq("workers of a stopped server still answer on %s: taking it over" % stack.socket in stack.log(), True,
+              "take-over log line")
+    expect_eq(stack.curl(ECHO + "echo&n=4").text, ok('{"n":4}'), "the master that took over answers")
+
+
 def test_sigterm_finishes_requests_in_hand(stack):
     marks = stack.root + "/var/log/hosttest-sleep.log"
     count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
@@ -170,6 +282,7 @@ def main():
     try:
         stack.start()
         for test in [test_answers, test_crashed_worker_is_replaced, test_hung_worker_is_killed,
+                     test_stalled_clients_are_dropped, test_killed_master_leaves_no_worker, test_one_master_per_socket,
                      test_sigterm_finishes_requests_in_hand]:
             try:
                 test(stack)

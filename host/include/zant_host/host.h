@@ -61,6 +61,17 @@ void SetHostLogInfo(bool enabled);
 void SetHostLogEcho(bool enabled);
 extern const char kHostLogFile[];  // "/var/log/zant-webapi.log"
 
+// A host log line holds at most this many bytes, its newline included; a
+// longer message is cut and ends with kHostLogCutMarker.
+constexpr size_t kHostLogLineMax = 2048;
+extern const char kHostLogCutMarker[];  // " [cut]"
+// A message as the log writes it in at most `room` bytes: CR and LF as
+// `\r` and `\n`, every other control character as `\xNN`, cut (never
+// inside an escape or a UTF-8 character) with the marker when too long.
+std::string HostLogText(const std::string& message, size_t room);
+// Opens the host log for appending; a new one is made with mode 0640.
+int OpenHostLog();
+
 // Error of the built-in sign-in: unknown account, wrong password or
 // disabled account (one code, so that a caller cannot tell which).
 constexpr int kErrSignInFailed = 400;
