@@ -44,17 +44,26 @@ void ArmTimer(timer_t timer, int seconds) {
   timer_settime(timer, 0, &spec, nullptr);
 }
 
+// The parent-death signal: never blocked, so that it also reaches a worker
+// in the middle of a request (only flags, the socket and a timer change).
+constexpr int kMasterGoneSignal = SIGUSR1;
+
 // A worker whose master is gone shuts the socket down itself, so that every
 // worker drains what is queued and ends. Nobody watches its request time any
 // more: the kill timer does.
+void OnMasterGone(int) {
+  if (getppid() == gMaster) return;  // not from the kernel: the master lives
+  gStop = 1;
+  if (gOrphan || gShared == nullptr) return;
+  gOrphan = 1;
+  gShared->stopping.store(1);
+  shutdown(gListenFd, SHUT_RD);
+  ArmTimer(gOrphanTimer, gOrphanLimitSeconds);
+}
+
 void OnStop(int) {
   gStop = 1;
-  if (getppid() != gMaster && gShared != nullptr && !gOrphan) {
-    gOrphan = 1;
-    gShared->stopping.store(1);
-    shutdown(gListenFd, SHUT_RD);
-    ArmTimer(gOrphanTimer, gOrphanLimitSeconds);
-  }
+  OnMasterGone(0);
 }
 
 // The reader blocked in libfcgi sees the end of the connection and gives up.
@@ -80,6 +89,8 @@ void InstallSignals() {
   sigemptyset(&action.sa_mask);
   sigaction(SIGTERM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
+  action.sa_handler = OnMasterGone;
+  sigaction(kMasterGoneSignal, &action, nullptr);
   action.sa_handler = OnReadDeadline;
   action.sa_flags = 0;  // a blocked read of the parameters returns at once
   sigaction(SIGALRM, &action, nullptr);
@@ -102,12 +113,12 @@ bool MakeTimers() {
   return timer_create(CLOCK_MONOTONIC, &event, &gOrphanTimer) == 0;
 }
 
-// Asks for SIGTERM when the master dies; false when it is gone already.
+// Asks for kMasterGoneSignal when the master dies; false when it is gone already.
 // Any change of the process's ids clears the request, so it is made again
 // after the switch to the service user and after every request (a handler
 // may have raised its effective ids).
 bool WatchMaster(pid_t master) {
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
+  prctl(PR_SET_PDEATHSIG, kMasterGoneSignal);
   return getppid() == master;
 }
 
@@ -252,9 +263,15 @@ ReadResult ReadRequest(FCGX_Request* request, int fd, int seconds) {
 }
 
 // A client that asked to keep its connection gets it closed all the same:
-// each connection carries one request, under one read deadline.
-void EndConnection(FCGX_Request* request) {
+// each connection carries one request, under one read deadline. libfcgi's
+// close waits for the client to stop sending; one that never stops is cut
+// off at the same deadline.
+void EndConnection(FCGX_Request* request, int seconds) {
+  gConnectionFd = request->ipcFd;
+  ArmTimer(gReadTimer, seconds);
   FCGX_Finish_r(request);
+  ArmTimer(gReadTimer, 0);
+  gConnectionFd = -1;
   if (request->ipcFd >= 0) close(request->ipcFd);
   request->ipcFd = -1;
 }
@@ -315,7 +332,7 @@ void RunWorker(const WorkerSetup& setup) {
     if (read == ReadResult::kRequest) {
       NoteRequest(slot, &request);
       Serve(&request, &capture, limits);
-      EndConnection(&request);
+      EndConnection(&request, setup.readTimeoutSeconds);
       slot->served.fetch_add(1);
     } else if (read == ReadResult::kLate) {
       zant_host::HostLog(false, "worker %d (pid %d) dropped a connection: no request within %d s",
@@ -328,7 +345,7 @@ void RunWorker(const WorkerSetup& setup) {
     umask(startUmask);
     RestoreIds(identity);
     // The master died while the signal was cleared: stop as if it had come.
-    if (!WatchMaster(setup.master)) raise(SIGTERM);
+    if (!WatchMaster(setup.master)) OnMasterGone(0);
   }
   _exit(0);
 }

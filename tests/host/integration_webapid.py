@@ -231,6 +231,31 @@ def test_killed_master_leaves_no_worker(stack):
     expect_eq(stack.curl(ECHO + "echo&n=2").text, ok('{"n":2}'), "the new master answers")
 
 
+def test_orphan_with_a_hung_request_ends(stack):
+    """With no master to watch it, a worker whose request hangs ends by its
+    own timer, --timeout (3 s) + 5 s after the master died."""
+    marks = stack.root + "/var/log/hosttest-sleep.log"
+    count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
+    before, workers = count(), children(stack.daemon.pid)
+    with ThreadPoolExecutor(1) as pool:
+        hung = pool.submit(stack.curl, ECHO + "sleep&ms=60000")
+        wait_for(lambda: count() == before + 1, "the hanging request in hand")
+        stack.daemon.kill()
+        stack.daemon.wait()
+        try:
+            wait_for(lambda: sum(status_field(pid, "State") is not None for pid in workers) == 1, "the idle worker gone",
+                     seconds=2)
+            wait_for(lambda: all(status_field(pid, "State") is None for pid in workers), "the busy worker gone",
+                     seconds=3 + 5 + 1)
+        finally:
+            for pid in workers:
+                if status_field(pid, "State") is not None:
+                    os.kill(pid, signal.SIGKILL)
+        expect_eq(hung.result().status, 502, "the hanging request")
+    stack.start_daemon()
+    expect_eq(stack.curl(ECHO + "echo&n=5").text, ok('{"n":5}'), "the next master answers")
+
+
 def test_one_master_per_socket(stack):
     second = stack.run_daemon()
     try:
@@ -282,7 +307,8 @@ def main():
     try:
         stack.start()
         for test in [test_answers, test_crashed_worker_is_replaced, test_hung_worker_is_killed,
-                     test_stalled_clients_are_dropped, test_killed_master_leaves_no_worker, test_one_master_per_socket,
+                     test_stalled_clients_are_dropped, test_killed_master_leaves_no_worker,
+                     test_orphan_with_a_hung_request_ends, test_one_master_per_socket,
                      test_sigterm_finishes_requests_in_hand]:
             try:
                 test(stack)
