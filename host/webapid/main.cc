@@ -121,6 +121,10 @@ bool SocketInUse(const sockaddr_un& address) {
 // taken therefore means that no master lives, whoever still answers.
 int LockServer(const std::string& socketPath) {
   const std::string path = socketPath + ".lock";
+  if (!MakeParentDirs(path)) {
+    zant_host::HostLog(true, "cannot make the directory of %s: %s", path.c_str(), strerror(errno));
+    return -1;
+  }
   int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0) {
     zant_host::HostLog(true, "cannot open %s: %s", path.c_str(), strerror(errno));

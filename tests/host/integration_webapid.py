@@ -279,6 +279,25 @@ def test_one_master_per_socket(stack):
     expect_eq(stack.curl(ECHO + "echo&n=4").text, ok('{"n":4}'), "the master that took over answers")
 
 
+def test_options(stack):
+    program = stack.root + "/usr/zant/bin/zant-webapid"
+    for option, value in [("--read-timeout", "0"), ("--read-timeout", "3601"), ("--read-timeout", "2s"),
+                          ("--read-timeout", None), ("--timeout", "0")]:
+        run = subprocess.run([program, "--root", stack.root, option] + ([value] if value else []),
+                             capture_output=True, text=True, timeout=10)
+        expect_eq((run.returncode, run.stderr.startswith("usage: zant-webapid")), (2, True), "%s %s" % (option, value))
+    # A socket (and its lock) in directories that do not exist yet.
+    fresh = stack.root + "/run/fresh/dir/webapid.sock"
+    daemon = subprocess.Popen([program, "--root", stack.root, "--socket", fresh, "--workers", "1"],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        wait_for(lambda: connects(socket.AF_UNIX, fresh), "socket in new directories")
+    finally:
+        daemon.terminate()
+        expect_eq(daemon.wait(10), 0, "exit status after SIGTERM")
+    expect_eq(os.path.exists(fresh + ".lock"), True, "lock file beside the socket")
+
+
 def test_sigterm_finishes_requests_in_hand(stack):
     marks = stack.root + "/var/log/hosttest-sleep.log"
     count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
@@ -308,7 +327,7 @@ def main():
         stack.start()
         for test in [test_answers, test_crashed_worker_is_replaced, test_hung_worker_is_killed,
                      test_stalled_clients_are_dropped, test_killed_master_leaves_no_worker,
-                     test_orphan_with_a_hung_request_ends, test_one_master_per_socket,
+                     test_orphan_with_a_hung_request_ends, test_one_master_per_socket, test_options,
                      test_sigterm_finishes_requests_in_hand]:
             try:
                 test(stack)
