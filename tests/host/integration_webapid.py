@@ -186,6 +186,9 @@ FCGI_BEGIN_REQUEST = bytes([1, 1, 0, 1, 0, 8, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0])  # 
 
 def test_stalled_clients_are_dropped(stack):
     log_before = len(stack.log())
+    with socket.socket(socket.AF_UNIX) as gone:  # a client that leaves at once: closed without a log line
+        gone.connect(stack.socket)
+        gone.sendall(FCGI_BEGIN_REQUEST[:5])
     stalled = []
     for first_bytes in (FCGI_BEGIN_REQUEST, b""):  # a begin record and no parameters, or nothing at all
         client = socket.socket(socket.AF_UNIX)
