@@ -38,10 +38,10 @@ timer_t gReadTimer;    // SIGALRM: the request's parameters are late
 timer_t gOrphanTimer;  // SIGKILL: a worker without a master ran out of time
 
 void ArmTimer(timer_t timer, int seconds) {
-  struct itimerspec spec;
-  memset(&spec, 0, sizeof(spec));
-  spec.it_value.tv_sec = seconds;  // 0 disarms
-  timer_settime(timer, 0, &spec, nullptr);
+  struct itimerspec when;
+  memset(&when, 0, sizeof(when));
+  when.it_value.tv_sec = seconds;  // 0 disarms
+  timer_settime(timer, 0, &when, nullptr);
 }
 
 // The parent-death signal: never blocked, so that it also reaches a worker
