@@ -62,8 +62,9 @@ const MediaType kMediaTypes[] = {
     {"zip", "application/zip"},
 };
 
+// strchr() also finds the terminating NUL: a NUL byte must not count.
 bool IsAttrChar(unsigned char c) {
-  return isalnum(c) || strchr("!#$&+-.^_`|~", c) != nullptr;
+  return isalnum(c) || (c != '\0' && strchr("!#$&+-.^_`|~", c) != nullptr);
 }
 
 // Decimal digits only; saturates instead of overflowing, which a range

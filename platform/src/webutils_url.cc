@@ -61,9 +61,8 @@ bool ValidBracketedHost(const std::string& host) {
   std::string zoneId = inner.substr(zone + 1);
   if (zoneId.empty()) return false;
   for (char c : zoneId) {
-    if (!std::isalnum(static_cast<unsigned char>(c)) && std::strchr("-._~%", c) == nullptr) {
-      return false;
-    }
+    if (std::isalnum(static_cast<unsigned char>(c))) continue;
+    if (std::strchr("-._~%", c) == nullptr || c == '\0') return false;
   }
   return true;
 }

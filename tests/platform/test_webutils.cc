@@ -68,6 +68,20 @@ INSTANTIATE_TEST_SUITE_P(Rows, ParseUrl, ::testing::ValuesIn(std::vector<UrlCase
   {"http://evil.com\\@nas/", false, "", "", ""},
 }));
 
+// strchr() matches the NUL that ends its set: a NUL byte in a host name or
+// an IPv6 zone must still refuse the URL.
+TEST(ParseUrlBytes, NulInHostOrZoneIsRefused) {
+  const std::string urls[] = {
+      std::string("http://nas\0evil/", 16),
+      std::string("https://[fe80::1%25e\0th0]:443/", 30),
+  };
+  for (const std::string& url : urls) {
+    std::string protocol = "-", host = "-", port = "-";
+    EXPECT_FALSE(WebUtils::ParseURL(url, protocol, host, port)) << url.size();
+    EXPECT_EQ("-", host);
+  }
+}
+
 class ModifyTime : public ::testing::Test {
  protected:
   void Touch(const std::string& path, time_t when) {

@@ -46,6 +46,21 @@ TEST(Names, GiveDispositionAndType) {
   }
 }
 
+// Control bytes of a name never reach the header raw: a NUL once passed
+// through the encoded form.
+TEST(Names, EncodeControlBytes) {
+  struct Row {
+    std::string name;
+    std::string disposition;
+  };
+  const Row rows[] = {
+      {.name = std::string("a\0b", 3), .disposition = "attachment; filename=\"a_b\"; filename*=UTF-8''a%00b"},
+      {.name = "a\r\nb", .disposition = "attachment; filename=\"a__b\"; filename*=UTF-8''a%0D%0Ab"},
+      {.name = "\x7f\t", .disposition = "attachment; filename=\"__\"; filename*=UTF-8''%7F%09"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(plyth_services::ContentDisposition(row.name), row.disposition);
+}
+
 class Download : public ServicesTest {
  protected:
   plyth_test::HandlerRun Get(const Item& item, const std::string& user, const std::string& range,

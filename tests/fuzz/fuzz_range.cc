@@ -1,0 +1,93 @@
+// libFuzzer target: a "Range:" header against content of a fuzzed size,
+// and the whole download answer for a small content. A partial answer lies
+// inside the content; the answer's Content-Length is the number of bytes
+// that follow the head, and those are the bytes the range names.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "download.h"
+#include "fuzz_support.h"
+
+namespace {
+
+using plyth_services::ByteRange;
+using plyth_services::RangeAnswer;
+
+void CheckRange(const std::string& header, uint64_t size) {
+  ByteRange range;
+  const RangeAnswer answer = plyth_services::ParseRange(header, size, &range);
+  if (answer == RangeAnswer::kPartial) {
+    FUZZ_CHECK(size > 0);
+    FUZZ_CHECK(range.first <= range.last);
+    FUZZ_CHECK(range.last < size);
+  }
+}
+
+// The value of header `name` in a CGI head, "" when absent.
+std::string HeaderValue(const std::string& head, const std::string& name) {
+  const std::string key = "\r\n" + name + ": ";
+  size_t at = ("\r\n" + head).find(key);
+  if (at == std::string::npos) return "";
+  at += key.size() - 2;
+  return head.substr(at, head.find("\r\n", at) - at);
+}
+
+void CheckDownload(const std::string& name, const std::string& content, const std::string& header) {
+  char* answer = nullptr;
+  size_t answerSize = 0;
+  FILE* out = open_memstream(&answer, &answerSize);
+  FILE* file = fmemopen(const_cast<char*>(content.data()), content.size() + 1, "rb");
+  FUZZ_CHECK(out != nullptr && file != nullptr);
+  FUZZ_CHECK(plyth_services::WriteDownload(out, name, file, content.size(), header));
+  std::fclose(file);
+  std::fclose(out);
+  const std::string text(answer, answerSize);
+  std::free(answer);
+
+  const size_t end = text.find("\r\n\r\n");
+  FUZZ_CHECK(end != std::string::npos);
+  const std::string head = text.substr(0, end + 2);
+  const std::string sent = text.substr(end + 4);
+  // No byte of the name may end a header line early.
+  for (unsigned char c : head.substr(0, head.size() - 2)) {
+    if (c == '\r' || c == '\n') continue;
+    FUZZ_CHECK(c >= 0x20 && c != 0x7f);
+  }
+  FUZZ_CHECK(HeaderValue(head, "Content-Length") == std::to_string(sent.size()));
+
+  ByteRange range;
+  switch (plyth_services::ParseRange(header, content.size(), &range)) {
+    case RangeAnswer::kPartial:
+      FUZZ_CHECK(HeaderValue(head, "Status") == "206 Partial Content");
+      FUZZ_CHECK(sent == content.substr(range.first, range.last - range.first + 1));
+      break;
+    case RangeAnswer::kWhole:
+      FUZZ_CHECK(HeaderValue(head, "Status") == "200 OK");
+      FUZZ_CHECK(sent == content);
+      break;
+    case RangeAnswer::kUnsatisfiable:
+      FUZZ_CHECK(HeaderValue(head, "Status") == "416 Range Not Satisfiable");
+      FUZZ_CHECK(sent.empty());
+      break;
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  FuzzedDataProvider in(data, size);
+  const std::string name = in.ConsumeRandomLengthString(64);
+  const std::string content = in.ConsumeRandomLengthString(256);
+  const uint64_t bigSize = in.ConsumeIntegral<uint64_t>();
+  const std::string header = in.ConsumeRemainingBytesAsString();
+
+  CheckRange(header, bigSize);
+  CheckRange(header, 0);
+  CheckDownload(name, content, header);
+  return 0;
+}
