@@ -34,6 +34,7 @@ const char kUsage[] =
     "  share make PATH [--password P] [--expires \"YYYY-MM-DD HH:MM:SS\"|@EPOCH] [--role ROLE]\n"
     "  share list\n"
     "  share revoke ID\n"
+    "  share password ID [--password P | --none]   (without either: one line from standard input)\n"
     "  url BASE\n"
     "PATH is OWNER:/PATH, /PATH (when one owner has it), id:FILE_ID or link:PERMANENT_LINK.\n"
     "ROLE is previewer, viewer, commenter or editor (grant also takes none).\n";
@@ -78,6 +79,7 @@ class Ctl {
   int ShareMake(const Args& args);
   int ShareList();
   int ShareRevoke(const std::string& id);
+  int SharePassword(const Args& args);
   int Url(const std::string& base);
 
   std::istream& in_;
@@ -293,6 +295,8 @@ int Ctl::Run(std::vector<std::string> words) {
     known = split(2, {}, {}, 0);
   } else if (command == "share" && sub == "revoke") {
     known = split(2, {}, {}, 1);
+  } else if (command == "share" && sub == "password") {
+    known = split(2, {"--password"}, {"--none"}, 1);
   } else {
     return Usage("unknown command: " + command + (sub.empty() ? "" : " " + sub));
   }
@@ -305,6 +309,7 @@ int Ctl::Run(std::vector<std::string> words) {
   if (command == "link") return LinkMake(args);
   if (command == "share" && sub == "make") return ShareMake(args);
   if (command == "share" && sub == "list") return ShareList();
+  if (command == "share" && sub == "password") return SharePassword(args);
   return ShareRevoke(args.positional[0]);
 }
 
@@ -488,6 +493,20 @@ int Ctl::ShareList() {
 }
 
 int Ctl::ShareRevoke(const std::string& id) { return FromService(RevokeSharingLink(*store_, id), id); }
+
+int Ctl::SharePassword(const Args& args) {
+  const std::string& id = args.positional[0];
+  if (args.Has("--none") && args.Has("--password")) return Usage("give --password or --none, not both");
+  std::string password = args.Option("--password");
+  if (!args.Has("--none") && !args.Has("--password")) {
+    std::getline(in_, password);
+    if (!password.empty() && password.back() == '\r') password.pop_back();
+  }
+  if (!args.Has("--none") && password.empty()) {
+    return Fail(kExitBadValue, "an empty password; give --none for a link without one");
+  }
+  return FromService(SetSharingLinkPassword(*store_, id, password), id);
+}
 
 int Ctl::Url(const std::string& baseText) {
   std::string base = baseText;

@@ -58,6 +58,9 @@ INSTANTIATE_TEST_SUITE_P(
                       ExitRow{4, {"share", "make", kA, "--expires", "2031-02-30 10:00:00"}},
                       ExitRow{4, {"share", "make", kA, "--expires", "@0"}},
                       ExitRow{4, {"share", "make", kA, "--password", ""}},
+                      ExitRow{2, {"share", "password", "NoSuchLink000000", "--none"}},
+                      ExitRow{1, {"share", "password", "NoSuchLink000000", "--none", "--password", "x"}},
+                      ExitRow{4, {"share", "password", "NoSuchLink000000"}},  // an empty line
                       ExitRow{0, {"file", "trash", kA}}, ExitRow{0, {"grant", kA, "bob", "viewer"}}));
 
 TEST_F(Plythctl, StoreThatCannotBeOpenedIsExitFive) {
@@ -98,6 +101,24 @@ TEST_F(Plythctl, ShareMakeListUrlAndRevoke) {
             urls + "https://nas.example:5001/d/s/" + id + "/" + a_.permanent_link + "\t" + kA + " (sharing link)\n");
   EXPECT_EQ(Ctl({"share", "revoke", id}).code, 0);
   EXPECT_EQ(Ctl({"share", "list"}).out, "");
+}
+
+// The new password comes from --password or one line of standard input;
+// --none leaves the link without one. Every change ends the tokens out there.
+TEST_F(Plythctl, SharePasswordChangesThePasswordAndEndsTheTokens) {
+  const std::string id = Share(a_, "old");
+  const std::string token = TokenFor(id, "old");
+  const CtlRun run = Ctl({"share", "password", id}, "new pass\r\n");
+  ASSERT_EQ(run.code, 0) << run.err;
+  EXPECT_EQ(run.out + run.err, "");
+  EXPECT_EQ(ErrorCode(FileGet("link:" + a_.permanent_link, "anonymous", token)), 1040);
+  EXPECT_EQ(ErrorCode(Auth(id, "old")), 1037);
+  EXPECT_EQ(ErrorCode(Auth(id, "new pass")), 0);
+  ASSERT_EQ(Ctl({"share", "password", id, "--password", "third"}).code, 0);
+  EXPECT_EQ(ErrorCode(Auth(id, "third")), 0);
+  ASSERT_EQ(Ctl({"share", "password", id, "--none"}).code, 0);
+  EXPECT_EQ(ErrorCode(Auth(id, "")), 0);
+  EXPECT_EQ(Ctl({"share", "list"}).out.substr(Ctl({"share", "list"}).out.rfind('\t')), "\t-\n");
 }
 
 TEST_F(Plythctl, UsersAndFiles) {
