@@ -14,6 +14,7 @@
 #include "sharing.h"
 #include "store.h"
 #include "zant/userdb.h"
+#include "zant_host/session.h"
 
 namespace plyth_services {
 
@@ -358,12 +359,23 @@ int Ctl::UserList() {
   return kExitOk;
 }
 
+// The store is cleared before the account goes, so that a run stopped by a
+// store error can simply be repeated.
 int Ctl::UserRemove(const std::string& name) {
-  ZANT::UserDB::Status status = ZANT::UserDB::RemoveUser(name);
+  ZANT::UserDB::User user;
+  ZANT::UserDB::Status status = ZANT::UserDB::FindUser(name, &user);
+  if (status != ZANT::UserDB::Status::kOk) {
+    return Fail(ExitForUserStatus(status), "cannot remove user " + name + ": " + ZANT::UserDB::StatusText(status));
+  }
+  if (!OpenStore()) return kExitStore;
+  int rc = RemoveAccountItems(*store_, name);
+  if (rc != kOk) return FromService(rc, name);
+  status = ZANT::UserDB::RemoveUser(name);
   if (status != ZANT::UserDB::Status::kOk) {
     return Fail(ExitForUserStatus(status),
                 "cannot remove user " + name + ": " + ZANT::UserDB::StatusText(status));
   }
+  zant_host::SessionStore().RemoveUser(name);
   return kExitOk;
 }
 
