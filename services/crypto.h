@@ -13,10 +13,9 @@ namespace plyth_services {
 std::string RandomId(size_t length);
 
 // Lengths of the identifiers handed out. A 16-character id carries about
-// 95 bits; a sharing token 43 characters, about 256 bits.
+// 95 bits.
 constexpr size_t kLinkIdLength = 16;
 constexpr size_t kFileIdLength = 16;
-constexpr size_t kTokenLength = 43;
 
 using ZANT::Sha256Hex;
 

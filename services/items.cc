@@ -423,6 +423,30 @@ int SetLinkAccess(Store& store, const Item& item, Visibility visibility, Role ro
       kErrStore);
 }
 
+int RemoveAccountItems(Store& store, const std::string& owner) {
+  // Sharing links name their item by permanent link, not by a key the
+  // items' cascade would follow.
+  static const char* const kSteps[] = {
+      "DELETE FROM auth_failures WHERE sharing_link IN (SELECT s.id FROM sharing_links s"
+      " JOIN items i ON i.permanent_link = s.permanent_link WHERE i.owner_name = ?1)",
+      "DELETE FROM sharing_links WHERE permanent_link IN"
+      " (SELECT permanent_link FROM items WHERE owner_name = ?1)",
+      "DELETE FROM permissions WHERE member = ?1",
+      "DELETE FROM labels WHERE owner_name = ?1",
+      "DELETE FROM items WHERE owner_name = ?1",
+  };
+  return store.Write(
+      [&]() -> int {
+        for (const char* sql : kSteps) {
+          Statement step(store.Db(), sql);
+          step.Bind(1, owner);
+          if (!step.Run()) return kErrStore;
+        }
+        return kOk;
+      },
+      kErrStore);
+}
+
 int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size) {
   FILE* in = fopen(localFile.c_str(), "rb");
   if (in == nullptr) return kErrNoSuchItem;

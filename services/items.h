@@ -78,6 +78,13 @@ int SetRemoved(Store& store, const Item& item, bool removed);
 int SetMemberRole(Store& store, const Item& item, const std::string& member, Role role);
 int SetLinkAccess(Store& store, const Item& item, Visibility visibility, Role role);
 
+// What a removed account leaves behind: its items (with their grants,
+// labels, revisions and sharing links, whose tokens stop working at once),
+// its labels, and the grants it held on other owners' items, so that a
+// later account of the same name inherits none of it. The content files
+// stay: they are shared by hash. kOk or kErrStore.
+int RemoveAccountItems(Store& store, const std::string& owner);
+
 // Copies a local file into the content directory (under its SHA-256).
 // kErrNoSuchItem when the file cannot be read, kErrStore when it cannot be stored.
 int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size);

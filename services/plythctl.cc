@@ -14,6 +14,7 @@
 #include "sharing.h"
 #include "store.h"
 #include "zant/userdb.h"
+#include "zant_host/session.h"
 
 namespace plyth_services {
 
@@ -34,6 +35,7 @@ const char kUsage[] =
     "  share make PATH [--password P] [--expires \"YYYY-MM-DD HH:MM:SS\"|@EPOCH] [--role ROLE]\n"
     "  share list\n"
     "  share revoke ID\n"
+    "  share password ID [--password P | --none]   (without either: one line from standard input)\n"
     "  url BASE\n"
     "PATH is OWNER:/PATH, /PATH (when one owner has it), id:FILE_ID or link:PERMANENT_LINK.\n"
     "ROLE is previewer, viewer, commenter or editor (grant also takes none).\n";
@@ -78,6 +80,7 @@ class Ctl {
   int ShareMake(const Args& args);
   int ShareList();
   int ShareRevoke(const std::string& id);
+  int SharePassword(const Args& args);
   int Url(const std::string& base);
 
   std::istream& in_;
@@ -293,6 +296,8 @@ int Ctl::Run(std::vector<std::string> words) {
     known = split(2, {}, {}, 0);
   } else if (command == "share" && sub == "revoke") {
     known = split(2, {}, {}, 1);
+  } else if (command == "share" && sub == "password") {
+    known = split(2, {"--password"}, {"--none"}, 1);
   } else {
     return Usage("unknown command: " + command + (sub.empty() ? "" : " " + sub));
   }
@@ -305,6 +310,7 @@ int Ctl::Run(std::vector<std::string> words) {
   if (command == "link") return LinkMake(args);
   if (command == "share" && sub == "make") return ShareMake(args);
   if (command == "share" && sub == "list") return ShareList();
+  if (command == "share" && sub == "password") return SharePassword(args);
   return ShareRevoke(args.positional[0]);
 }
 
@@ -353,12 +359,23 @@ int Ctl::UserList() {
   return kExitOk;
 }
 
+// The store is cleared before the account goes, so that a run stopped by a
+// store error can simply be repeated.
 int Ctl::UserRemove(const std::string& name) {
-  ZANT::UserDB::Status status = ZANT::UserDB::RemoveUser(name);
+  ZANT::UserDB::User user;
+  ZANT::UserDB::Status status = ZANT::UserDB::FindUser(name, &user);
+  if (status != ZANT::UserDB::Status::kOk) {
+    return Fail(ExitForUserStatus(status), "cannot remove user " + name + ": " + ZANT::UserDB::StatusText(status));
+  }
+  if (!OpenStore()) return kExitStore;
+  int rc = RemoveAccountItems(*store_, name);
+  if (rc != kOk) return FromService(rc, name);
+  status = ZANT::UserDB::RemoveUser(name);
   if (status != ZANT::UserDB::Status::kOk) {
     return Fail(ExitForUserStatus(status),
                 "cannot remove user " + name + ": " + ZANT::UserDB::StatusText(status));
   }
+  zant_host::SessionStore().RemoveUser(name);
   return kExitOk;
 }
 
@@ -488,6 +505,20 @@ int Ctl::ShareList() {
 }
 
 int Ctl::ShareRevoke(const std::string& id) { return FromService(RevokeSharingLink(*store_, id), id); }
+
+int Ctl::SharePassword(const Args& args) {
+  const std::string& id = args.positional[0];
+  if (args.Has("--none") && args.Has("--password")) return Usage("give --password or --none, not both");
+  std::string password = args.Option("--password");
+  if (!args.Has("--none") && !args.Has("--password")) {
+    std::getline(in_, password);
+    if (!password.empty() && password.back() == '\r') password.pop_back();
+  }
+  if (!args.Has("--none") && password.empty()) {
+    return Fail(kExitBadValue, "an empty password; give --none for a link without one");
+  }
+  return FromService(SetSharingLinkPassword(*store_, id, password), id);
+}
 
 int Ctl::Url(const std::string& baseText) {
   std::string base = baseText;

@@ -14,7 +14,7 @@ enum ServiceError {
   kErrNoSuchSharingLink = 1036,  // unknown or revoked sharing link
   kErrPasswordNeeded = 1037,     // password missing or wrong
   kErrLinkExpired = 1038,        // the sharing link's expiry time has been reached
-  kErrTooManyAttempts = 1039,    // too many wrong passwords for this sharing link lately
+  kErrTooManyAttempts = 1039,    // too many wrong passwords for this link from this address lately
   kErrBadToken = 1040,           // unknown, expired or forged token, or one of another link
   kErrStore = 1050,              // the store cannot be opened or written
   // Administration only (plythctl), never answered by a web API.

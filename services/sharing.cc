@@ -1,15 +1,18 @@
 #include "sharing.h"
 
 #include "clock.h"
+#include <syslog.h>
+
 #include "crypto.h"
 #include "service_errors.h"
+#include "tokens.h"
 #include "zant/userdb.h"
 
 namespace plyth_services {
 
 namespace {
 
-#define LINK_COLUMNS "id, permanent_link, password_hash, expires, role, created"
+#define LINK_COLUMNS "id, permanent_link, password_hash, expires, role, created, credential_generation"
 
 void ReadLink(const Statement& row, SharingLink* link) {
   link->id = row.Text(0);
@@ -18,47 +21,54 @@ void ReadLink(const Statement& row, SharingLink* link) {
   link->expires = row.Int(3);
   if (!ParseGrantableRole(row.Text(4), &link->role)) link->role = Role::kNone;
   link->created = row.Int(5);
+  link->credential_generation = row.Int(6);
 }
 
-int CountRecentFailures(Store& store, const std::string& id, int64_t now, int64_t* count) {
-  Statement query(store.Db(), "SELECT COUNT(*) FROM auth_failures WHERE sharing_link = ?1 AND at > ?2");
+int CountRecentFailures(Store& store, const std::string& id, const std::string& client, int64_t now,
+                        int64_t* count) {
+  Statement query(store.Db(),
+                  "SELECT COUNT(*) FROM auth_failures WHERE sharing_link = ?1 AND client = ?2 AND at > ?3");
   if (!query.Ok()) return kErrStore;
-  query.Bind(1, id).Bind(2, now - kThrottleWindow);
+  query.Bind(1, id).Bind(2, client).Bind(3, now - kThrottleWindow);
   if (!query.Row()) return kErrStore;
   *count = query.Int(0);
   return kOk;
 }
 
-int RecordFailure(Store& store, const std::string& id, int64_t now) {
+// The count is read again under the write lock: attempts that all passed
+// the first look while others were checking their passwords are refused
+// here instead of being recorded past the limit.
+int RecordFailure(Store& store, const std::string& id, const std::string& client, int64_t now) {
   return store.Write(
       [&]() -> int {
+        int64_t failures = 0;
+        int rc = CountRecentFailures(store, id, client, now, &failures);
+        if (rc != kOk) return rc;
+        if (failures >= kThrottleFailures) return kErrTooManyAttempts;
         Statement prune(store.Db(), "DELETE FROM auth_failures WHERE at <= ?1");
         prune.Bind(1, now - kThrottleWindow);
-        Statement insert(store.Db(), "INSERT INTO auth_failures (sharing_link, at) VALUES (?1, ?2)");
-        insert.Bind(1, id).Bind(2, now);
+        Statement insert(store.Db(), "INSERT INTO auth_failures (sharing_link, client, at) VALUES (?1, ?2, ?3)");
+        insert.Bind(1, id).Bind(2, client).Bind(3, now);
         return prune.Run() && insert.Run() ? kOk : kErrStore;
       },
       kErrStore);
 }
 
-int IssueToken(Store& store, const SharingLink& link, int64_t now, std::string* token) {
-  std::string fresh = RandomId(kTokenLength);
-  if (fresh.empty()) return kErrStore;
+int LoadKeyOrLog(std::string* key) {
+  std::string error;
+  if (LoadTokenKey(key, &error)) return kOk;
+  syslog(LOG_ERR, "plyth-services: %s", error.c_str());
+  return kErrStore;
+}
+
+int IssueToken(const SharingLink& link, int64_t now, std::string* token) {
+  std::string key;
+  int rc = LoadKeyOrLog(&key);
+  if (rc != kOk) return rc;
   int64_t expires = now + kTokenLifetime;
   if (link.expires != 0 && link.expires < expires) expires = link.expires;
-  int rc = store.Write(
-      [&]() -> int {
-        Statement prune(store.Db(), "DELETE FROM tokens WHERE expires <= ?1");
-        prune.Bind(1, now);
-        Statement insert(store.Db(),
-                         "INSERT INTO tokens (token_hash, sharing_link, expires, created)"
-                         " VALUES (?1, ?2, ?3, ?4)");
-        insert.Bind(1, Sha256Hex(fresh)).Bind(2, link.id).Bind(3, expires).Bind(4, now);
-        return prune.Run() && insert.Run() ? kOk : kErrStore;
-      },
-      kErrStore);
-  if (rc == kOk) token->swap(fresh);
-  return rc;
+  *token = SignToken(key, link, expires);
+  return token->empty() ? kErrStore : kOk;
 }
 
 }  // namespace
@@ -101,13 +111,14 @@ int CreateSharingLink(Store& store, const Item& item, const std::string& passwor
   int rc = store.Write(
       [&]() -> int {
         Statement insert(store.Db(), "INSERT INTO sharing_links (" LINK_COLUMNS
-                                     ") VALUES (?1, ?2, ?3, ?4, ?5, ?6)");
+                                     ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
         insert.Bind(1, link.id)
             .Bind(2, link.permanent_link)
             .Bind(3, link.password_hash)
             .Bind(4, link.expires)
             .Bind(5, std::string(RoleName(link.role)))
-            .Bind(6, link.created);
+            .Bind(6, link.created)
+            .Bind(7, link.credential_generation);
         return insert.Run() ? kOk : kErrStore;
       },
       kErrStore);
@@ -122,17 +133,33 @@ int RevokeSharingLink(Store& store, const std::string& id) {
         remove.Bind(1, id);
         if (!remove.Run()) return kErrStore;
         if (store.Changes() == 0) return kErrNoSuchSharingLink;
-        Statement tokens(store.Db(), "DELETE FROM tokens WHERE sharing_link = ?1");
-        tokens.Bind(1, id);
         Statement failures(store.Db(), "DELETE FROM auth_failures WHERE sharing_link = ?1");
         failures.Bind(1, id);
-        return tokens.Run() && failures.Run() ? kOk : kErrStore;
+        return failures.Run() ? kOk : kErrStore;
+      },
+      kErrStore);
+}
+
+int SetSharingLinkPassword(Store& store, const std::string& id, const std::string& password) {
+  std::string hash;
+  if (!password.empty() && (hash = ZANT::UserDB::HashPassword(password)).empty()) return kErrStore;
+  return store.Write(
+      [&]() -> int {
+        Statement update(store.Db(),
+                         "UPDATE sharing_links SET password_hash = ?2,"
+                         " credential_generation = credential_generation + 1 WHERE id = ?1");
+        update.Bind(1, id).Bind(2, hash);
+        if (!update.Run()) return kErrStore;
+        if (store.Changes() == 0) return kErrNoSuchSharingLink;
+        Statement failures(store.Db(), "DELETE FROM auth_failures WHERE sharing_link = ?1");
+        failures.Bind(1, id);
+        return failures.Run() ? kOk : kErrStore;
       },
       kErrStore);
 }
 
 int AuthenticateSharingLink(Store& store, const std::string& id, const std::string& password,
-                            std::string* token) {
+                            const std::string& client, std::string* token) {
   const int64_t now = Now();
   SharingLink link;
   int rc = FindSharingLink(store, id, &link);
@@ -141,36 +168,31 @@ int AuthenticateSharingLink(Store& store, const std::string& id, const std::stri
   if (!link.password_hash.empty()) {
     if (password.empty()) return kErrPasswordNeeded;
     int64_t failures = 0;
-    rc = CountRecentFailures(store, id, now, &failures);
+    rc = CountRecentFailures(store, id, client, now, &failures);
     if (rc != kOk) return rc;
     if (failures >= kThrottleFailures) return kErrTooManyAttempts;
     if (!ZANT::UserDB::CheckPassword(password, link.password_hash)) {
-      rc = RecordFailure(store, id, now);
+      rc = RecordFailure(store, id, client, now);
       return rc != kOk ? rc : kErrPasswordNeeded;
     }
   }
-  return IssueToken(store, link, now, token);
+  return IssueToken(link, now, token);
 }
 
 int RoleFromToken(Store& store, const std::string& token, const std::string& permanentLink,
                   Role* role) {
-  Statement query(store.Db(),
-                  "SELECT t.expires, s.id, s.permanent_link, s.password_hash, s.expires, s.role"
-                  " FROM tokens t JOIN sharing_links s ON s.id = t.sharing_link"
-                  " WHERE t.token_hash = ?1");
-  if (!query.Ok()) return kErrStore;
-  query.Bind(1, Sha256Hex(token));
-  int rc = query.Step();
-  if (rc == SQLITE_DONE) return kErrBadToken;
-  if (rc != SQLITE_ROW) return kErrStore;
-  const int64_t now = Now();
-  const int64_t tokenExpires = query.Int(0);
+  std::string linkId;
+  int64_t tokenExpires = 0;
+  if (!ParseToken(token, &linkId, &tokenExpires)) return kErrBadToken;
   SharingLink link;
-  link.id = query.Text(1);
-  link.permanent_link = query.Text(2);
-  link.expires = query.Int(4);
-  if (!ParseGrantableRole(query.Text(5), &link.role)) link.role = Role::kNone;
-  if (now >= tokenExpires || IsExpired(link, now) || link.permanent_link != permanentLink) {
+  int rc = FindSharingLink(store, linkId, &link);
+  if (rc == kErrNoSuchSharingLink) return kErrBadToken;
+  if (rc != kOk) return rc;
+  std::string key;
+  if ((rc = LoadKeyOrLog(&key)) != kOk) return rc;
+  const int64_t now = Now();
+  if (!TokenMatches(key, link, token) || now >= tokenExpires || IsExpired(link, now) ||
+      link.permanent_link != permanentLink) {
     return kErrBadToken;
   }
   *role = link.role;

@@ -16,8 +16,10 @@ void SharingAuthFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   }
   Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
+  // In-process calls carry no address; their wrong passwords share one count per link.
+  const std::string client = request->GetEnv("REMOTE_ADDR", Json::Value("")).asString();
   std::string token;
-  int rc = AuthenticateSharingLink(*store, link, password, &token);
+  int rc = AuthenticateSharingLink(*store, link, password, client, &token);
   if (rc != kOk) return response->SetError(rc);
   Json::Value data(Json::objectValue);
   data["sharing_token"] = token;

@@ -91,6 +91,17 @@ const char* const kMigrations[] = {
     "CREATE INDEX auth_failures_link ON auth_failures (sharing_link, at);",
     // 1 -> 2: every record fetch reads the highest sync id.
     "CREATE INDEX items_sync_id ON items (sync_id);",
+    // 2 -> 3: tokens are signed, not stored; the wrong-password throttle
+    // counts per link and client address.
+    "DROP TABLE tokens;"
+    "ALTER TABLE sharing_links ADD COLUMN credential_generation INTEGER NOT NULL DEFAULT 0;"
+    "DROP TABLE auth_failures;"
+    "CREATE TABLE auth_failures ("
+    "  sharing_link TEXT NOT NULL,"
+    "  client TEXT NOT NULL,"
+    "  at INTEGER NOT NULL);"
+    "CREATE INDEX auth_failures_key ON auth_failures (sharing_link, client, at);"
+    "CREATE INDEX auth_failures_at ON auth_failures (at);",
 };
 constexpr int kMigrationCount = sizeof(kMigrations) / sizeof(kMigrations[0]);
 static_assert(kMigrationCount == kSchemaVersion, "one migration per schema version");

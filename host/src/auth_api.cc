@@ -9,6 +9,7 @@
 #include "zant_host/language.h"
 #include "zant_host/privilege.h"
 #include "zant_host/session.h"
+#include "zant_host/sign_in_throttle.h"
 
 namespace zant_host {
 
@@ -20,6 +21,33 @@ int Allow(ZANT::APIRequest*) { return 1; }
 
 bool IsHttps(const ZANT::APIRequest& request) { return request.GetURLProto("http") == "https"; }
 
+// Unknown accounts count like known ones, so that the throttle does not
+// tell which names exist.
+bool IsRefusal(ZANT::UserDB::Status status) {
+  return status == ZANT::UserDB::Status::kNoSuchUser || status == ZANT::UserDB::Status::kWrongPassword ||
+         status == ZANT::UserDB::Status::kDisabled || status == ZANT::UserDB::Status::kBadParameter;
+}
+
+// False, with the answer set, when the throttle holds or cannot be asked.
+// The throttle's file lies beside the sessions: when it cannot be used,
+// no session could be written either.
+bool ThrottleAllows(ThrottleVerdict verdict, const std::string& account, const std::string& from,
+                    ZANT::APIResponse* response) {
+  switch (verdict) {
+    case ThrottleVerdict::kAllowed:
+      return true;
+    case ThrottleVerdict::kThrottled:
+      HostLog(false, "sign-in of %s from %s refused: too many attempts", account.c_str(), from.c_str());
+      response->SetError(kErrTooManySignIns);
+      return false;
+    case ThrottleVerdict::kUnavailable:
+      break;
+  }
+  HostLog(true, "cannot use the sign-in throttle %s", SignInThrottle().File().c_str());
+  response->SetError(ZANT::kErrUnknown);
+  return false;
+}
+
 void LoginFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   std::string account;
   std::string passwd;
@@ -29,6 +57,9 @@ void LoginFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
     return;
   }
   const std::string from = request->GetEnv("REMOTE_ADDR", Json::Value("")).asString();
+  const int64_t now = time(nullptr);
+  const SignInThrottle throttle;
+  if (!ThrottleAllows(throttle.Check(account, from, now), account, from, response)) return;
   ZANT::UserDB::User user;
   ZANT::UserDB::Status status;
   {
@@ -38,17 +69,20 @@ void LoginFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   if (status != ZANT::UserDB::Status::kOk) {
     HostLog(false, "sign-in of %s from %s refused: %s", account.c_str(), from.c_str(),
             ZANT::UserDB::StatusText(status));
-    const bool refused = status == ZANT::UserDB::Status::kNoSuchUser ||
-                         status == ZANT::UserDB::Status::kWrongPassword ||
-                         status == ZANT::UserDB::Status::kDisabled ||
-                         status == ZANT::UserDB::Status::kBadParameter;
-    response->SetError(refused ? kErrSignInFailed : ZANT::kErrUnknown);
+    if (!IsRefusal(status)) {
+      response->SetError(ZANT::kErrUnknown);
+      return;
+    }
+    // Counted again and recorded in one transaction: of a burst that all
+    // passed the check above, those past the limit are told so.
+    if (ThrottleAllows(throttle.Record(account, from, now), account, from, response)) {
+      response->SetError(kErrSignInFailed);
+    }
     return;
   }
 
   std::string lang;
   if (ParamText(*request, "lang", &lang)) lang = LanguageFromCode(lang);
-  const int64_t now = time(nullptr);
   SessionStore store;
   store.Sweep(now);
   Session session;

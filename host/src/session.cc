@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <functional>
 #include <vector>
 
 #include "zant/appliance.h"
@@ -142,8 +143,11 @@ void SessionStore::Remove(const std::string& id) {
   if (IsSessionId(id)) unlink(FileOf(id).c_str());
 }
 
-void SessionStore::Sweep(int64_t now) {
-  const std::string dir = Dir();
+namespace {
+
+// Calls `visit` with the path and record of each session file that reads.
+// An unreadable file is left alone: it may be being replaced right now.
+void ForEachSession(const std::string& dir, const std::function<void(const std::string&, const Json::Value&)>& visit) {
   DIR* d = opendir(dir.c_str());
   if (d == nullptr) return;
   while (struct dirent* entry = readdir(d)) {
@@ -151,10 +155,28 @@ void SessionStore::Sweep(int64_t now) {
     if (!IsLowerHex(name, 64)) continue;
     Json::Value record;
     const std::string path = dir + "/" + name;
-    // An unreadable file is left alone: it may be being replaced right now.
-    if (ZANT::JsonFromFile(path, record) && Expired(record, now)) unlink(path.c_str());
+    if (ZANT::JsonFromFile(path, record)) visit(path, record);
   }
   closedir(d);
+}
+
+}  // namespace
+
+void SessionStore::Sweep(int64_t now) {
+  ForEachSession(Dir(), [now](const std::string& path, const Json::Value& record) {
+    if (Expired(record, now)) unlink(path.c_str());
+  });
+}
+
+int SessionStore::RemoveUser(const std::string& user) {
+  int removed = 0;
+  ForEachSession(Dir(), [&](const std::string& path, const Json::Value& record) {
+    if (record.isObject() && record["user"].isString() && record["user"].asString() == user &&
+        unlink(path.c_str()) == 0) {
+      ++removed;
+    }
+  });
+  return removed;
 }
 
 std::string SessionCookieValue(const std::string& id, bool secure) {

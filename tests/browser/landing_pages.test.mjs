@@ -154,7 +154,7 @@ describe('landing pages on a running appliance', { skip }, () => {
       assert.equal(await page.textContent('.plyth-share-name'), 'report.txt');
       const cookies = await context.cookies();
       const cookie = cookies.find((c) => c.name === `plyth-sharing-${links.locked}`);
-      assert.match(cookie.value, /^[A-Za-z0-9]{43}$/);
+      assert.match(cookie.value, /^[A-Za-z0-9]{16}\.[0-9]+\.[0-9a-f]{64}$/);
       assert.equal(cookie.path, '/');
       assert.deepEqual(await downloadBytes(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
       await context.close();

@@ -84,7 +84,7 @@ TEST(Links, SharingLinkSetsTheTokenCookieAndAnswersTheDesktopPage) {
                                "&sharing_link=" + gOpenLink, kDesktopAgent);
   std::smatch cookie;
   ASSERT_TRUE(std::regex_search(page, cookie, std::regex("^Set-Cookie: plyth-sharing-" + gOpenLink +
-                                                         "=([A-Za-z0-9]{43}); path=/\r\nContent-Type:text/html; "
+                                                         "=([A-Za-z0-9]{16}\\.[0-9]+\\.[0-9a-f]{64}); path=/\r\nContent-Type:text/html; "
                                                          "charset=\"UTF-8\"\r\n")))
       << page.substr(0, 400);
   EXPECT_NE(page.find("<title>Brindlex Plyth</title>"), std::string::npos);
@@ -116,7 +116,7 @@ TEST(Links, PasswordLinkScriptReportsPasswordNeededUntilUnlocked) {
             "Content-Type: application/json; charset=\"UTF-8\"\r\n\r\n{\"error\":{\"code\":1037},\"success\":false}");
   std::smatch token;
   const std::string auth = Auth(gLockedLink, "pw");
-  ASSERT_TRUE(std::regex_search(auth, token, std::regex("\"sharing_token\":\"([A-Za-z0-9]{43})\""))) << auth;
+  ASSERT_TRUE(std::regex_search(auth, token, std::regex("\"sharing_token\":\"([A-Za-z0-9]{16}\\.[0-9]+\\.[0-9a-f]{64})\""))) << auth;
   const std::string unlocked = Cgi(getjs, "HTTP_COOKIE=plyth-sharing-" + gLockedLink + "=" + token[1].str());
   EXPECT_NE(unlocked.find("window.getPlythErrCode=function(){return 0;}\r\n"), std::string::npos) << unlocked;
   EXPECT_NE(unlocked.find("\"name\":\"report.txt\""), std::string::npos);

@@ -3,6 +3,7 @@
 
 #include "plythctl.h"
 #include "services_fixture.h"
+#include "zant_host/session.h"
 
 namespace services_test {
 namespace {
@@ -58,6 +59,9 @@ INSTANTIATE_TEST_SUITE_P(
                       ExitRow{4, {"share", "make", kA, "--expires", "2031-02-30 10:00:00"}},
                       ExitRow{4, {"share", "make", kA, "--expires", "@0"}},
                       ExitRow{4, {"share", "make", kA, "--password", ""}},
+                      ExitRow{2, {"share", "password", "NoSuchLink000000", "--none"}},
+                      ExitRow{1, {"share", "password", "NoSuchLink000000", "--none", "--password", "x"}},
+                      ExitRow{4, {"share", "password", "NoSuchLink000000"}},  // an empty line
                       ExitRow{0, {"file", "trash", kA}}, ExitRow{0, {"grant", kA, "bob", "viewer"}}));
 
 TEST_F(Plythctl, StoreThatCannotBeOpenedIsExitFive) {
@@ -98,6 +102,56 @@ TEST_F(Plythctl, ShareMakeListUrlAndRevoke) {
             urls + "https://nas.example:5001/d/s/" + id + "/" + a_.permanent_link + "\t" + kA + " (sharing link)\n");
   EXPECT_EQ(Ctl({"share", "revoke", id}).code, 0);
   EXPECT_EQ(Ctl({"share", "list"}).out, "");
+}
+
+// The new password comes from --password or one line of standard input;
+// --none leaves the link without one. Every change ends the tokens out there.
+TEST_F(Plythctl, SharePasswordChangesThePasswordAndEndsTheTokens) {
+  const std::string id = Share(a_, "old");
+  const std::string token = TokenFor(id, "old");
+  const CtlRun run = Ctl({"share", "password", id}, "new pass\r\n");
+  ASSERT_EQ(run.code, 0) << run.err;
+  EXPECT_EQ(run.out + run.err, "");
+  EXPECT_EQ(ErrorCode(FileGet("link:" + a_.permanent_link, "anonymous", token)), 1040);
+  EXPECT_EQ(ErrorCode(Auth(id, "old")), 1037);
+  EXPECT_EQ(ErrorCode(Auth(id, "new pass")), 0);
+  ASSERT_EQ(Ctl({"share", "password", id, "--password", "third"}).code, 0);
+  EXPECT_EQ(ErrorCode(Auth(id, "third")), 0);
+  ASSERT_EQ(Ctl({"share", "password", id, "--none"}).code, 0);
+  EXPECT_EQ(ErrorCode(Auth(id, "")), 0);
+  EXPECT_EQ(Ctl({"share", "list"}).out.substr(Ctl({"share", "list"}).out.rfind('\t')), "\t-\n");
+}
+
+// A removed account's links answer as unknown links, its sessions end, and
+// an account made again under the name inherits nothing.
+TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
+  const Item bobs = Find("bob", "/docs/a.txt");
+  ASSERT_EQ(Ctl({"grant", "bob:/docs/a.txt", "alice", "editor"}).code, 0);
+  ASSERT_EQ(Ctl({"link", "make", kA, "--visibility", "anyone"}).code, 0);
+  const std::string link = Share(a_);
+  const std::string token = TokenFor(link);
+  zant_host::SessionStore sessions;
+  zant_host::Session alice1, alice2, bob;
+  ASSERT_TRUE(sessions.Create("alice", 1026, false, "", gNow, &alice1));
+  ASSERT_TRUE(sessions.Create("alice", 1026, false, "", gNow, &alice2));
+  ASSERT_TRUE(sessions.Create("bob", 1027, false, "", gNow, &bob));
+
+  const CtlRun run = Ctl({"user", "remove", "alice"});
+  ASSERT_EQ(run.code, 0) << run.err;
+  EXPECT_EQ(run.out + run.err, "");
+  EXPECT_EQ(ErrorCode(FileGet("link:" + a_.permanent_link, "anonymous")), 408);
+  EXPECT_EQ(ErrorCode(FileGet("link:" + a_.permanent_link, "anonymous", token)), 408);
+  EXPECT_EQ(ErrorCode(Auth(link, "")), 1036);
+  zant_host::Session loaded;
+  EXPECT_FALSE(sessions.Load(alice1.id, gNow, &loaded));
+  EXPECT_FALSE(sessions.Load(alice2.id, gNow, &loaded));
+  EXPECT_TRUE(sessions.Load(bob.id, gNow, &loaded)) << "another account's session stays";
+  EXPECT_EQ(Ctl({"share", "list"}).out, "");
+
+  ASSERT_EQ(Ctl({"user", "add", "alice"}).code, 0);
+  EXPECT_EQ(ErrorCode(FileGet("id:" + bobs.file_id, "alice")), 1002) << "the old grant went with the account";
+  EXPECT_EQ(Ctl({"file", "add", "alice", "/docs/a.txt"}).code, 0) << "the old path is free";
+  EXPECT_EQ(Ctl({"user", "remove", "nobody"}).code, 2);
 }
 
 TEST_F(Plythctl, UsersAndFiles) {

@@ -1,6 +1,8 @@
-// Sharing links: the unlock ("auth"), the tokens it hands out, expiry at
-// the boundary second, and the throttle on wrong passwords.
-#include <algorithm>
+// Sharing links: the unlock ("auth"), the tokens it signs, expiry at the
+// boundary second, and the throttle on wrong passwords.
+#include <sys/stat.h>
+
+#include "tokens.h"
 
 #include "services_fixture.h"
 
@@ -17,20 +19,66 @@ class Sharing : public ServicesTest {
   Item item_;
 };
 
-TEST_F(Sharing, EachUnlockIssuesATokenOfItsOwnStoredAsAHash) {
-  const std::string link = Share(item_);
+// The unlock from a client address, as a browser's request through the framework.
+Json::Value AuthFrom(const std::string& link, const std::string& password, const std::string& address) {
+  ZANT::APIRequest request;
+  request.SetAPI("ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth");
+  request.SetParam("sharing_link", link);
+  request.SetParam("password", password);
+  request.SetServerVar("REMOTE_ADDR", address);
+  ZANT::APIResponse response;
+  ZANT::APIRunner::Dispatch(&request, &response);
+  return response.ToResult();
+}
+
+TEST_F(Sharing, UnlockingSignsATokenAndWritesNothing) {
+  const std::string link = Share(item_, "", gNow + 7200);
+  std::string error;
+  sqlite3* shared = plyth_services::Store::Shared(&error)->Db();
+  const int changesBefore = sqlite3_total_changes(shared);
   const Json::Value result = Auth(link, "");
   ASSERT_EQ(ErrorCode(result), 0);
   EXPECT_EQ(result["data"].getMemberNames(), std::vector<std::string>{"sharing_token"});
-  const std::string token = result["data"]["sharing_token"].asString(), second = TokenFor(link);
-  EXPECT_EQ(token.size(), 43u);
-  EXPECT_TRUE(std::all_of(token.begin(), token.end(), [](unsigned char c) { return isalnum(c) != 0; })) << token;
-  EXPECT_NE(second, token);
+  const std::string token = result["data"]["sharing_token"].asString();
+  const std::string head = link + "." + std::to_string(gNow + 7200) + ".";
+  EXPECT_EQ(token.substr(0, head.size()), head) << "ends with the link";
+  const std::string mac = token.substr(head.size());
+  EXPECT_EQ(mac.size(), 64u);
+  EXPECT_EQ(mac.find_first_not_of("0123456789abcdef"), std::string::npos) << mac;
+  EXPECT_EQ(TokenFor(link), token) << "the same second, the same token";
   EXPECT_EQ(Open(token), 0);
-  EXPECT_EQ(Open(second), 0);
-  plyth_services::Statement rows(Db().Db(), "SELECT token_hash FROM tokens ORDER BY rowid");
-  ASSERT_TRUE(rows.Row());
-  EXPECT_EQ(rows.Text(0), plyth_services::Sha256Hex(token));
+  EXPECT_EQ(sqlite3_total_changes(shared), changesBefore);
+
+  struct stat key;
+  ASSERT_EQ(stat(root_.Host(plyth_services::kTokenKeyPath).c_str(), &key), 0);
+  EXPECT_EQ(key.st_mode & 07777, 0600u);
+  EXPECT_EQ(key.st_size, 32);
+}
+
+// Tokens a caller could make up, or keep past a change of the link.
+TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
+  const std::string link = Share(item_);
+  const std::string token = TokenFor(link);
+  const std::string head = token.substr(0, token.rfind('.') + 1), mac = token.substr(head.size());
+  std::string flipped = mac;
+  flipped[0] = flipped[0] == '0' ? '1' : '0';
+  const std::string later = link + "." + std::to_string(gNow + 10 * plyth_services::kTokenLifetime) + "." + mac;
+  for (const std::string& forged : std::vector<std::string>{head + flipped, later, head + mac.substr(1), link + ".." + mac,
+                                    std::string("x"), token + "0", Share(item_) + token.substr(link.size())}) {
+    EXPECT_EQ(Open(forged), 1040) << forged;
+  }
+  ASSERT_EQ(plyth_services::SetSharingLinkPassword(Db(), link, "n3w"), 0);
+  EXPECT_EQ(Open(token), 1040) << "a password change ends the tokens";
+  const std::string fresh = TokenFor(link, "n3w");
+  EXPECT_EQ(Open(fresh), 0);
+  ASSERT_EQ(plyth_services::SetSharingLinkPassword(Db(), link, ""), 0);
+  EXPECT_EQ(Open(fresh), 1040) << "so does removing the password";
+  EXPECT_EQ(ErrorCode(Auth(link, "")), 0);
+  EXPECT_EQ(plyth_services::SetSharingLinkPassword(Db(), "NoSuchLink000000", "x"), 1036);
+
+  const std::string kept = TokenFor(link);
+  root_.Remove(plyth_services::kTokenKeyPath);
+  EXPECT_EQ(Open(kept), 1040) << "a new key ends every token";
 }
 
 // Auth rows: the link's password ("" for none), the one given, the answer.
@@ -61,7 +109,7 @@ TEST_F(Sharing, UnknownRevokedAndMissingLinks) {
   const std::string token = TokenFor(link);
   ASSERT_EQ(plyth_services::RevokeSharingLink(Db(), link), 0);
   EXPECT_EQ(ErrorCode(Auth(link, "")), 1036);
-  EXPECT_EQ(Open(token), 1040) << "its tokens went with it";
+  EXPECT_EQ(Open(token), 1040) << "its tokens end with it";
   Json::Value params(Json::objectValue);
   params["password"] = "";
   EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", params, "anonymous")), 101);
@@ -110,27 +158,37 @@ TEST_F(Sharing, ABadTokenIsRefusedEvenWhereTheLinkWouldAdmit) {
   EXPECT_EQ(Open("forged"), 1040);
 }
 
-// Five wrong passwords within 600 seconds close the link to further attempts
-// until the oldest of them is 600 seconds old. A right password does not
-// clear the count; asking whether a password is needed is never throttled.
-TEST_F(Sharing, ThrottleAfterTheFifthWrongPassword) {
+// Five wrong passwords from one address within 600 seconds close the link
+// to further attempts from that address until the oldest of them is 600
+// seconds old. A right password does not clear the count; asking whether a
+// password is needed is never throttled; other addresses and other links
+// keep their own counts.
+TEST_F(Sharing, ThrottleAfterTheFifthWrongPasswordFromOneAddress) {
   const std::string link = Share(item_, "s3cret"), other = Share(item_, "s3cret");
+  const char kGuesser[] = "203.0.113.9", kRecipient[] = "198.51.100.7";
   const int64_t first = gNow;
   for (int i = 0; i < 4; ++i) {
     gNow = first + i * 10;
-    ASSERT_EQ(ErrorCode(Auth(link, "wrong")), 1037) << "attempt " << i;
+    ASSERT_EQ(ErrorCode(AuthFrom(link, "wrong", kGuesser)), 1037) << "attempt " << i;
   }
-  EXPECT_EQ(ErrorCode(Auth(link, "s3cret")), 0) << "four do not throttle";
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 0) << "four do not throttle";
   gNow = first + 40;
-  EXPECT_EQ(ErrorCode(Auth(link, "wrong")), 1037);
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "wrong", kGuesser)), 1037);
   gNow = first + 50;
-  EXPECT_EQ(ErrorCode(Auth(link, "s3cret")), 1039);
-  EXPECT_EQ(ErrorCode(Auth(link, "")), 1037);
-  EXPECT_EQ(ErrorCode(Auth(other, "s3cret")), 0) << "per link";
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 1039);
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "wrong", kGuesser)), 1039) << "not looked at, not recorded";
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "", kGuesser)), 1037);
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kRecipient)), 0) << "per address";
+  EXPECT_EQ(ErrorCode(AuthFrom(other, "s3cret", kGuesser)), 0) << "per link";
   gNow = first + 599;
-  EXPECT_EQ(ErrorCode(Auth(link, "s3cret")), 1039);
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 1039);
   gNow = first + 600;
-  EXPECT_EQ(ErrorCode(Auth(link, "s3cret")), 0);
+  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 0);
+
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(ErrorCode(AuthFrom(other, "wrong", kGuesser)), 1037);
+  EXPECT_EQ(ErrorCode(AuthFrom(other, "s3cret", kGuesser)), 1039);
+  ASSERT_EQ(plyth_services::SetSharingLinkPassword(Db(), other, "n3w"), 0);
+  EXPECT_EQ(ErrorCode(AuthFrom(other, "n3w", kGuesser)), 0) << "a new password starts a new count";
 }
 
 }  // namespace

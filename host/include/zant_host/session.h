@@ -53,6 +53,8 @@ class SessionStore {
   void Remove(const std::string& id);
   // Removes every expired session file.
   void Sweep(int64_t now);
+  // Removes every session of `user` (an account being removed); the count.
+  int RemoveUser(const std::string& user);
 
   std::string FileOf(const std::string& id) const;
 

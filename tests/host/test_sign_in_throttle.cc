@@ -1,0 +1,109 @@
+// The sign-in throttle: its window at the boundary second, a burst from
+// many processes, and "login" answering 121 per account and address.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <map>
+#include <sstream>
+
+#include "harness.h"
+#include "zant/userdb.h"
+#include "zant_host/host.h"
+#include "zant_host/sign_in_throttle.h"
+
+namespace {
+
+using zant_host::SignInThrottle;
+using zant_host::ThrottleVerdict;
+
+constexpr int64_t kStart = 1700000000;
+
+TEST(SignInThrottle, FiveFailuresCloseTheAccountToThatAddressForTheWindow) {
+  plyth_test::ApplianceRoot root;
+  const SignInThrottle throttle;
+  for (int i = 0; i < zant_host::kSignInFailureLimit; ++i) {
+    EXPECT_EQ(throttle.Check("alice", "203.0.113.9", kStart + i), ThrottleVerdict::kAllowed) << i;
+    EXPECT_EQ(throttle.Record("alice", "203.0.113.9", kStart + i), ThrottleVerdict::kAllowed) << i;
+  }
+  struct Row {
+    const char* account;
+    const char* client;
+    int64_t at;
+    ThrottleVerdict verdict;
+  };
+  for (const Row& row : {
+           Row{.account = "alice", .client = "203.0.113.9", .at = kStart + 5, .verdict = ThrottleVerdict::kThrottled},
+           Row{.account = "alice", .client = "198.51.100.7", .at = kStart + 5, .verdict = ThrottleVerdict::kAllowed},
+           Row{.account = "bob", .client = "203.0.113.9", .at = kStart + 5, .verdict = ThrottleVerdict::kAllowed},
+           Row{.account = "Alice", .client = "203.0.113.9", .at = kStart + 5, .verdict = ThrottleVerdict::kAllowed},
+           // The first failure counts up to second kStart + 599.
+           Row{.account = "alice", .client = "203.0.113.9", .at = kStart + 599, .verdict = ThrottleVerdict::kThrottled},
+           Row{.account = "alice", .client = "203.0.113.9", .at = kStart + 600, .verdict = ThrottleVerdict::kAllowed},
+       }) {
+    EXPECT_EQ(throttle.Check(row.account, row.client, row.at), row.verdict)
+        << row.account << " from " << row.client << " at +" << row.at - kStart;
+  }
+  EXPECT_EQ(throttle.Record("alice", "203.0.113.9", kStart + 6), ThrottleVerdict::kThrottled) << "nothing recorded";
+  EXPECT_EQ(throttle.Check("alice", "203.0.113.9", kStart + 600), ThrottleVerdict::kAllowed);
+
+  root.MakeDir("/var/lib/zant/elsewhere.db");
+  EXPECT_EQ(SignInThrottle(root.Host("/var/lib/zant/elsewhere.db")).Check("a", "b", kStart),
+            ThrottleVerdict::kUnavailable);
+}
+
+// Each process records one failure at the same second; the count taken
+// under the write lock lets exactly the limit in.
+TEST(SignInThrottle, ABurstFromManyProcessesRecordsExactlyTheLimit) {
+  plyth_test::ApplianceRoot root;
+  std::vector<pid_t> workers;
+  for (int i = 0; i < 16; ++i) {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(static_cast<int>(SignInThrottle().Record("alice", "203.0.113.9", kStart)));
+    workers.push_back(pid);
+  }
+  std::map<int, int> verdicts;
+  for (pid_t pid : workers) {
+    int status = 0;
+    ++verdicts[waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1];
+  }
+  EXPECT_EQ(verdicts, (std::map<int, int>{{static_cast<int>(ThrottleVerdict::kAllowed), 5},
+                                          {static_cast<int>(ThrottleVerdict::kThrottled), 11}}));
+}
+
+class SignInThrottled : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ZANT::UserDB::User user;
+    user.name = "alice";
+    ASSERT_EQ(ZANT::UserDB::AddUser(&user, "right"), ZANT::UserDB::Status::kOk);
+    root_.MakeDir("/var/log");
+    zant_host::RegisterBuiltinAPIs();
+  }
+  void TearDown() override { ZANT::APIRunner::Clear(); }
+  static int Login(const std::string& body, const std::string& from) {
+    const zant_host::CgiVars vars = {{"QUERY_STRING", "api=ZANT.Core.Auth&version=1&method=login"},
+                                     {"REQUEST_METHOD", "POST"},
+                                     {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
+                                     {"REMOTE_ADDR", from}};
+    std::istringstream in(body);
+    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
+    const std::string answer = zant_host::HandleRequest(vars, reader, zant_host::Limits());
+    const size_t code = answer.find("\"code\":");
+    return code == std::string::npos ? 0 : std::stoi(answer.substr(code + 7));
+  }
+  plyth_test::ApplianceRoot root_;
+};
+
+TEST_F(SignInThrottled, LoginAnswers121ToTheAddressThatGuessedAndNotToAnother) {
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(Login("account=alice&passwd=wrong", "203.0.113.9"), 400) << i;
+  EXPECT_EQ(Login("account=alice&passwd=right", "203.0.113.9"), 121) << "the password is not looked at";
+  EXPECT_EQ(Login("account=alice&passwd=right", "198.51.100.7"), 0);
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(Login("account=zoe&passwd=x", "203.0.113.9"), 400) << i;
+  EXPECT_EQ(Login("account=zoe&passwd=x", "203.0.113.9"), 121) << "unknown accounts count alike";
+  const std::string log = root_.ReadFile(zant_host::kHostLogFile);
+  EXPECT_NE(log.find("]: sign-in of alice from 203.0.113.9 refused: too many attempts\n"), std::string::npos) << log;
+  EXPECT_NE(log.find("]: sign-in of alice from 198.51.100.7\n"), std::string::npos) << log;
+}
+
+}  // namespace
