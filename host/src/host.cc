@@ -12,6 +12,7 @@
 #include "zant/vlibc.h"
 #include "zant_host/internal.h"
 #include "zant_host/language.h"
+#include "zant_host/param_guard.h"
 #include "zant_host/privilege.h"
 #include "zant_host/session.h"
 
@@ -108,6 +109,10 @@ std::string HandleRequest(const CgiVars& vars, const BodyReader& readBody, const
     response.SetError(rc);
     return ZANT::FormatFrameworkAnswer(response);
   }
+  if (!ParamGuardAdmits(request)) {
+    unsetenv("USERNAME");
+    return ParamRefusedAnswer();
+  }
   const std::string sessionLang = ApplySignIn(vars, &request);
   request.SetUILanguage(ChooseUILanguage(request.GetParamRef("lang", Json::Value()), sessionLang,
                                          FindVar(vars, "HTTP_ACCEPT_LANGUAGE")));
@@ -133,6 +138,7 @@ void DefaultRootFromExecutable(const std::string& installedPath) {
 LoadReport InitHost() {
   LoadReport report = LoadModules(ZANT::RootPath(kModuleDir));
   RegisterBuiltinAPIs();
+  UseParamRules(LoadParamRules());
   return report;
 }
 

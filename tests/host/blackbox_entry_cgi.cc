@@ -3,6 +3,7 @@
 // standard output.
 #include <sys/wait.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -83,6 +84,9 @@ std::string Ok(const std::string& data) { return kJsonHead + "{\"data\":" + data
 std::string Error(int code) {
   return kJsonHead + "{\"error\":{\"code\":" + std::to_string(code) + "},\"success\":false}";
 }
+const std::string kRefused = "Content-Type: application/json; charset=\"UTF-8\"\r\nStatus: 400 Bad Request\r\n\r\n"
+                             "{\"error\":{\"code\":120},\"success\":false}";
+const std::string kShard = "api=ZANT.BrindlexPlyth.Shard&version=1&method=";
 const std::string kPadHead = kTest + "echo&pad=";
 // The "pad" value that makes an echo request of exactly `size` bytes.
 std::string Pad(size_t size) { return std::string(size - kPadHead.size(), 'x'); }
@@ -160,6 +164,10 @@ INSTANTIATE_TEST_SUITE_P(
         Get("raw_cookie_line_then_redirect", kTest + "cookie_redirect",
             "Set-Cookie: a=b; path=/\r\nStatus: 302 Found\r\nLocation: http://example.test/landing\r\n\r\n"),
         Get("raw_output", kTest + "raw", "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"),
+        Get("script_breaking_link_refused",
+            kShard + "getjs&permanent_link=%22%7D%3Bdocument.title%3D%22X%22%3Bif(0)%7B%22", kRefused),
+        Post("quote_in_posted_link_refused", "", "api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=a%22b",
+             kRefused),
         Get("fixture_answer", kDemo + "%22link:P1%22", Ok("{\"name\":\"report.kdoc\"}")),
         Get("fixture_params_differ", kDemo + "link:P1&x=1", Error(119)),
         Get("fixture_user_differs", kDemo + "link:P2", Error(119))),
@@ -184,6 +192,24 @@ TEST(EntryCgi, BrokenModulesAreLoggedAndSkipped) {
   EXPECT_NE(Slurp(gRoot + "/var/log/zant-webapi.log").find(line.str()), std::string::npos);
   EXPECT_NE(run.err.find("error: module ZANT.HostTest.so: ZANT.HostTest 1 nocheck has no check function "
                          "and is refused\n"), std::string::npos);
+}
+
+// Each run reads the rules file anew; an empty file switches the guard off.
+TEST(EntryCgi, ParamRulesFileIsReadOnEveryRun) {
+  const std::string rules = gRoot + "/usr/zant/etc/param_guard.conf";
+  const std::string saved = Slurp(rules);
+  std::ofstream(rules) << "ZANT.HostTest echo a [0-9]{1,2}\n";
+  EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&a=12")).out, Ok("{\"a\":12}"));
+  EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&a=123")).out, kRefused);
+  EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&b=123")).out, Ok("{\"b\":123}"));
+  std::ofstream(rules) << "";
+  const CgiRun unguarded = Cgi(BaseEnv(kShard + "getjs&permanent_link=a%22b"));
+  EXPECT_NE(unguarded.out.find("a\"b"), std::string::npos) << "the module answered: " << unguarded.out;
+  if (saved.empty()) {
+    std::remove(rules.c_str());
+  } else {
+    std::ofstream(rules) << saved;
+  }
 }
 
 TEST(EntryCgi, RootFollowsTheProgramsPlaceAndNoEnvironmentStillAnswers) {

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
 """zant-webapid behind nginx on a free loopback port, driven with curl: the
-answers and routes, a crashing and a hanging worker (every other request
-still answered), clients that never send their request, a master killed
-with SIGKILL and its successor, and the graceful stop on SIGTERM."""
+answers and routes, the front door's refusals and security headers, a
+crashing and a hanging worker (every other request still answered), clients
+that never send their request, a master killed with SIGKILL and its
+successor, and the graceful stop on SIGTERM."""
 import argparse, json, os, pwd, re, shutil, signal, socket, subprocess, sys, tempfile, time
 from concurrent.futures import ThreadPoolExecutor
 
@@ -33,6 +34,8 @@ class Stack:
                                          ({"sharing_link": "AbC"}, "s1"), ({"link_id": "P1"}, "f")]]
         with open(self.root + "/usr/zant/etc/fixture/answers.json", "w") as f:
             json.dump({"answers": answers}, f)
+        with open(self.root + "/usr/zant/etc/security.conf", "w") as f:
+            f.write('# framing\n  x_frame_options = "DENY" \nx_frame_options="SAMEORIGIN"\ncontent_security_policy=""\n')
         os.makedirs(self.root + "/run/nginx", exist_ok=True)
         with open(self.root + "/run/nginx.conf", "w") as f:
             f.write(subprocess.run([args.source + "/deploy/render-nginx-conf", "--root", self.root, "--port",
@@ -72,6 +75,17 @@ class Stack:
                 proc.wait(10)
         if not os.environ.get("HOST_KEEP_ROOT"):
             shutil.rmtree(self.root, ignore_errors=True)
+
+    def raw(self, request):
+        """Sends `request` (bytes) as it is and reads the answer to the end."""
+        with socket.create_connection(("127.0.0.1", self.port), timeout=10) as s:
+            s.sendall(request)
+            chunks = []
+            while True:
+                chunk = s.recv(65536)
+                if not chunk:
+                    return Response(b"".join(chunks))
+                chunks.append(chunk)
 
     def curl(self, path, *options):
         url = "http://127.0.0.1:%d%s" % (self.port, path)
@@ -161,11 +175,79 @@ def test_answers(stack):
     expect_eq(stack.curl("/d/f/%2e%2e/%2e%2e/%2e%2e/secret.txt").status, 400, "escaping the web root")
 
 
+REFUSED = '{"error":{"code":120},"success":false}'
+SECURITY = ["X-Frame-Options", "Content-Security-Policy", "X-Content-Type-Options", "Referrer-Policy"]
+CSP = ("default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; object-src 'none'; "
+       "base-uri 'self'; frame-ancestors 'self'")
+
+
+def answered_by(r):
+    """Who refused or answered: nginx's own page, the framework's JSON, or a route."""
+    if r.text.startswith("<html>"):
+        return "nginx"
+    return "framework 120" if r.text == REFUSED else "route"
+
+
+def test_front_door(stack):
+    rows = [  # URI as sent (bytes), Host header (None: none), status, who answered
+        (b'/webapi/entry.cgi?api=ZANT.HostTest&version=1&method=echo&a="b', b"h", 400, "nginx"),
+        (b"/d/f/a<b", b"h", 400, "nginx"),
+        (b"/x>y.html", b"h", 400, "nginx"),
+        (b"/d/f/a\\b", b"h", 400, "nginx"),
+        (b"/webapi/entry.cgi?x=\x01", b"h", 400, "nginx"),
+        (b"/webapi/entry.cgi?x=\x7f", b"h", 400, "nginx"),
+        (b"/webapi/entry.cgi?x=%22%3C%3E%5C%7F", b"h", 200, "route"),
+        (b"/webapi/entry.cgi?api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=%22%3C%22", b"h", 400,
+         "framework 120"),
+        (b"/d/f/P1?link_id=%22%3C%22", b"h", 200, "route"),
+        (b"/d/f/%22x%22", b"h", 404, "nginx"),
+        (b"/webapi/entry.cgi", b"nas.example.com:5001", 200, "route"),
+        (b"/webapi/entry.cgi", b"127.0.0.1", 200, "route"),
+        (b"/webapi/entry.cgi", b"[::1]:8080", 200, "route"),
+        (b"/webapi/entry.cgi", b"nas_1.local.", 200, "route"),
+        (b"/webapi/entry.cgi", None, 200, "route"),
+        (b"/webapi/entry.cgi", b'nas"x', 400, "nginx"),
+        (b"/webapi/entry.cgi", b"<script>", 400, "nginx"),
+        (b"/webapi/entry.cgi", b"nas:5000:1", 400, "nginx"),
+        (b"/webapi/entry.cgi", b"nas:port", 400, "nginx"),
+        (b"/webapi/entry.cgi", b"user@nas", 400, "nginx"),
+        (b"/webapi/entry.cgi", b"[::1", 400, "nginx"),
+    ]
+    for uri, host, status, who in rows:
+        # HTTP/1.0: answers come unchunked.
+        request = b"GET " + uri + b" HTTP/1.0\r\n" + (b"Host: " + host + b"\r\n" if host is not None else b"") + \
+            b"\r\n"
+        r = stack.raw(request)
+        expect_eq((r.status, answered_by(r)), (status, who), "%r with Host %r" % (uri, host))
+
+
+def test_security_headers(stack):
+    html = ["DENY", CSP, "nosniff", "same-origin"]
+    other = [None, None, "nosniff", "same-origin"]
+    rows = [  # path, the four headers (X-Frame-Options, CSP, nosniff, Referrer-Policy)
+        ("/", html),
+        ("/index.html", html),
+        ("/no-such-page.html", html),
+        ("/d/s/", html),
+        ("/webapi/other.cgi", html),
+        ("/webapi/entry.cgi?x=%22", other),
+        ('/d/f/x"y', html),
+        ("/webman/login.js", other),
+        (ECHO + "echo", other),
+        ("/d/f/P1", other),
+    ]
+    for path, expected in rows:
+        r = stack.curl(path)
+        expect_eq([r.headers.get(name) for name in SECURITY], expected, "security headers of " + path)
+
+
 def test_crashed_worker_is_replaced(stack):
     calls = [lambda i=i: stack.curl(ECHO + "echo&n=%d" % i) for i in range(24)]
     calls.insert(8, lambda: stack.curl(ECHO + "crash"))
     results = parallel(calls)
-    expect_eq(results.pop(8).status, 502, "the crashing request")
+    crashed = results.pop(8)
+    expect_eq((crashed.status, [crashed.headers.get(name) for name in SECURITY]),
+              (502, ["DENY", CSP, "nosniff", "same-origin"]), "the crashing request, nginx's page")
     expect_eq([(r.status, json.loads(r.text)["data"]["n"]) for r in results], [(200, i) for i in range(24)],
               "requests beside the crash")
     wait_for(lambda: "killed by signal 6 while serving " + ECHO + "crash" in stack.log(), "crash log line")
@@ -328,7 +410,8 @@ def main():
     stack, failed = Stack(parser.parse_args()), 0
     try:
         stack.start()
-        for test in [test_answers, test_crashed_worker_is_replaced, test_hung_worker_is_killed,
+        for test in [test_answers, test_front_door, test_security_headers,
+                     test_crashed_worker_is_replaced, test_hung_worker_is_killed,
                      test_stalled_clients_are_dropped, test_killed_master_leaves_no_worker,
                      test_orphan_with_a_hung_request_ends, test_one_master_per_socket, test_options,
                      test_sigterm_finishes_requests_in_hand]:

@@ -30,7 +30,7 @@ LoadReport LoadModules(const std::string& dir);
 void RegisterBuiltinAPIs();
 
 // Once per process: the modules of RootPath(kModuleDir), then the built-ins
-// (which a module cannot replace).
+// (which a module cannot replace), then the parameter guard's rules.
 LoadReport InitHost();
 
 // The sign-in of the request: the session of the "id" cookie, else the
@@ -40,7 +40,7 @@ LoadReport InitHost();
 // language (empty when none).
 std::string ApplySignIn(const CgiVars& vars, ZANT::APIRequest* request);
 
-// Runs one request: decode, sign-in, language, dispatch. The handler writes
+// Runs one request: decode, parameter guard, sign-in, language, dispatch. The handler writes
 // what it writes to standard output itself; the answer is the framework's
 // part, to be sent after those bytes (FormatFrameworkAnswer when the output
 // was left on, else nothing).

@@ -10,10 +10,22 @@
   var UI = window.ZANTUI;
   var T = UI.text;
 
-  // Only a path of this site: "/x", never "//host" or "/\host".
+  // Only a path of this site. Browsers drop tabs and line breaks from an
+  // address and read "\" as "/", so "/%09/evil.example" would leave the
+  // site: any blank, control character or backslash, as sent or
+  // percent-encoded, refuses the target, and so does "//" or a scheme.
+  var UNSAFE_IN_TARGET = /[\s\x00-\x1f\x7f\\]|%(?:[01][0-9a-f]|7f|20|5c)/i;
+
   function redirectTarget() {
     var target = new URLSearchParams(window.location.search).get('redirect') || '';
-    return /^\/(?![/\\])/.test(target) && target.indexOf('\\') < 0 ? target : '';
+    if (!/^\/(?!\/)/.test(target) || UNSAFE_IN_TARGET.test(target)) return '';
+    var url;
+    try {
+      url = new URL(target, window.location.origin);
+    } catch (error) {
+      return '';
+    }
+    return url.origin === window.location.origin ? url.pathname + url.search + url.hash : '';
   }
 
   function signedInView(panel, target) {
