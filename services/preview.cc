@@ -56,6 +56,10 @@ std::string Extension(const std::string& name) {
 bool VipsReady() {
   static const bool ready = [] {
     if (VIPS_INIT("plyth-services") != 0) return false;
+    // A damaged file is answered with an error code; its decoder's
+    // warnings would only fill the server's log, once per thumbnail.
+    g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {},
+                      nullptr);
     vips_concurrency_set(1);
     vips_cache_set_max(0);
     return true;
