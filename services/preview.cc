@@ -272,14 +272,17 @@ std::string TextExcerpt(const std::string& bytes) {
 }
 
 int Rendition(const Item& item, PreviewKind kind, int size, int page, std::string* jpeg) {
-  std::string source;
-  int rc = CheckSource(item, kind, &source);
-  if (rc != kOk) return rc;
+  if (kind != PreviewKind::kImage && kind != PreviewKind::kPdf) return kErrNoPreview;
+  // Only renditions that passed every check are kept, under the content's
+  // hash: a kept one needs no second look at its source.
   const std::string cached = CacheFile(item, size, page);
   if (ReadWhole(cached, jpeg)) {
     utimensat(AT_FDCWD, cached.c_str(), nullptr, 0);  // most recently used
     return kOk;
   }
+  std::string source;
+  int rc = CheckSource(item, kind, &source);
+  if (rc != kOk) return rc;
   rc = Render(source, kind, size, page, jpeg);
   vips_error_clear();
   if (rc == kOk) Keep(cached, *jpeg);

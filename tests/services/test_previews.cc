@@ -274,6 +274,18 @@ TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
   EXPECT_EQ(access(cached.c_str(), F_OK), 0);
 }
 
+TEST_F(Previews, OfFilesPastTheSizeCapAreRefusedUnread) {
+  // The store says 2 GiB; the content is never opened to find out.
+  const Item photo = AddItem("alice", "/huge.jpg", Picture(64, 64, 3, ".jpg"));
+  plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
+  grow.Bind(1, static_cast<int64_t>(2) << 30).Bind(2, photo.file_id);
+  ASSERT_TRUE(grow.Run());
+  Open(photo, Role::kPreviewer);
+  Json::Value params(Json::objectValue);
+  params["size"] = 256;
+  EXPECT_EQ(RawError(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params)), 1060);
+}
+
 TEST_F(Previews, InfoTellsTheViewerAndThePages) {
   const Item doc = AddItem("alice", "/doc.pdf", Pdf(3));
   const Item bad = AddItem("alice", "/bad.pdf", "%PDF-1.4 nothing else");
