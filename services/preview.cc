@@ -29,7 +29,7 @@ struct KindRow {
   const char* extensions;  // blank-separated, with blanks at both ends
 };
 const KindRow kKinds[] = {
-    {PreviewKind::kImage, "image", " jpg jpeg jpe png gif webp heic heif tif tiff "},
+    {PreviewKind::kImage, "image", " jpg jpeg jpe png gif webp heic heif avif tif tiff "},
     {PreviewKind::kPdf, "pdf", " pdf "},
     {PreviewKind::kText, "text",
      " txt md markdown csv tsv log json xml yaml yml ini conf cfg css js ts html htm c cc cpp h hpp py sh rb go rs java sql "},

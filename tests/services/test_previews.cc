@@ -216,8 +216,10 @@ TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
   const std::string original = Picture(1200, 400, 3, ".jpg");
   const Item photo = AddItem("alice", "/photo.jpg", original);
   const Item small = AddItem("alice", "/small.jpg", Picture(100, 50, 3, ".jpg"));
-  Open(photo, Role::kPreviewer);
-  Open(small, Role::kPreviewer);
+  const Item heic = AddItem("alice", "/phone.heic", Picture(640, 480, 3, ".heic"));
+  const Item webp = AddItem("alice", "/web.webp", Picture(300, 600, 4, ".webp"));
+  const Item gif = AddItem("alice", "/anim.gif", Picture(256, 256, 3, ".gif"));
+  for (const Item* item : {&photo, &small, &heic, &webp, &gif}) Open(*item, Role::kPreviewer);
   struct Row {
     const Item* item;
     int size;
@@ -227,14 +229,17 @@ TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
       {.item = &photo, .size = 512, .expected = {512, 171}},
       {.item = &photo, .size = 2048, .expected = {1200, 400}},  // never enlarged
       {.item = &small, .size = 1024, .expected = {100, 50}},
+      {.item = &heic, .size = 128, .expected = {128, 96}},
+      {.item = &webp, .size = 256, .expected = {128, 256}},
+      {.item = &gif, .size = 128, .expected = {128, 128}},
   };
   for (const Row& row : rows) {
     Json::Value params(Json::objectValue);
     params["size"] = row.size;
     const std::string body = Body(Raw(plyth_services::FilesPreviewFunc, "preview", *row.item, params));
     const Size got = JpegSize(body);
-    EXPECT_EQ(got.width, row.expected.width) << row.size;
-    EXPECT_EQ(got.height, row.expected.height) << row.size;
+    EXPECT_EQ(got.width, row.expected.width) << row.item->name << " " << row.size;
+    EXPECT_EQ(got.height, row.expected.height) << row.item->name << " " << row.size;
     EXPECT_NE(body, original);
   }
   // The previewer may not read the original by any method.
