@@ -56,6 +56,26 @@ bool WriteContent(struct archive* zip, const Item& item) {
   return ok && left == 0;
 }
 
+// The items of "items" (file ids below the folder), or the folder itself,
+// which stands for everything in it.
+int ChosenItems(Store& store, const ZANT::APIRequest& request, const Item& folder, std::vector<Item>* chosen) {
+  const Json::Value& ids = request.GetParamRef("items", Json::Value());
+  if (ids.isNull()) {
+    chosen->push_back(folder);
+    return kOk;
+  }
+  if (!ids.isArray() || ids.empty() || ids.size() > kArchiveMaxEntries) return kErrBadParameter;
+  for (const Json::Value& id : ids) {
+    if (!id.isString()) return kErrBadParameter;
+    Item item;
+    int rc = FindItemById(store, id.asString(), &item);
+    if (rc != kOk) return rc;
+    if (!IsBelow(item, folder) || item.removed) return kErrNoSuchItem;
+    chosen->push_back(item);
+  }
+  return kOk;
+}
+
 }  // namespace
 
 int ArchiveEntries(Store& store, const Item& folder, const std::vector<Item>& chosen,
@@ -76,7 +96,8 @@ int ArchiveEntries(Store& store, const Item& folder, const std::vector<Item>& ch
     if (rc != kOk) return rc;
     if (top.kind != 1) continue;
     std::vector<Item> below;
-    if ((rc = ListDescendants(store, top, &below)) != kOk) return rc;
+    // One more than may be carried is enough to tell that it is too many.
+    if ((rc = ListDescendants(store, top, kArchiveMaxEntries + 1, &below)) != kOk) return rc;
     for (const Item& item : below) {
       if ((rc = add(item)) != kOk) return rc;
     }
@@ -132,20 +153,7 @@ void FilesArchiveFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   if (folder.kind != 1) return response->SetError(kErrNotAFolder);
 
   std::vector<Item> chosen;
-  const Json::Value& ids = request->GetParamRef("items", Json::Value());
-  if (ids.isNull()) {
-    chosen.push_back(folder);
-  } else if (!ids.isArray() || ids.empty() || ids.size() > kArchiveMaxEntries) {
-    return response->SetError(kErrBadParameter);
-  } else {
-    for (const Json::Value& id : ids) {
-      Item item;
-      if (!id.isString()) return response->SetError(kErrBadParameter);
-      if ((rc = FindItemById(*store, id.asString(), &item)) != kOk) return response->SetError(rc);
-      if (!IsBelow(item, folder) || item.removed) return response->SetError(kErrNoSuchItem);
-      chosen.push_back(item);
-    }
-  }
+  if ((rc = ChosenItems(*store, *request, folder, &chosen)) != kOk) return response->SetError(rc);
   std::vector<ArchiveEntry> entries;
   if ((rc = ArchiveEntries(*store, folder, chosen, &entries)) != kOk) return response->SetError(rc);
 

@@ -494,13 +494,13 @@ int ListChildren(Store& store, const Item& folder, int64_t offset, int64_t limit
   return FindMany(query, items);
 }
 
-int ListDescendants(Store& store, const Item& folder, std::vector<Item>* items) {
+int ListDescendants(Store& store, const Item& folder, int64_t limit, std::vector<Item>* items) {
   // Paths below "/a" sort between "/a/" and "/a0" ('0' follows '/'), so the
   // owner-and-path key serves the range.
   Statement query(store.Db(),
                   "SELECT " ITEM_COLUMNS " FROM items WHERE owner_name = ?1 AND path > ?2 AND path < ?3"
-                  " AND removed = 0 ORDER BY path");
-  query.Bind(1, folder.owner_name).Bind(2, folder.path + "/").Bind(3, folder.path + "0");
+                  " AND removed = 0 ORDER BY path LIMIT ?4");
+  query.Bind(1, folder.owner_name).Bind(2, folder.path + "/").Bind(3, folder.path + "0").Bind(4, limit);
   return FindMany(query, items);
 }
 

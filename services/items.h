@@ -49,9 +49,9 @@ int ListItems(Store& store, std::vector<Item>* items);  // by owner, then path
 // then by name (case folded, then exact). `total` counts them all.
 int ListChildren(Store& store, const Item& folder, int64_t offset, int64_t limit, std::vector<Item>* items,
                  int64_t* total);
-// Every item below the folder outside the recycle bin, by path (a folder
-// before what it holds).
-int ListDescendants(Store& store, const Item& folder, std::vector<Item>* items);
+// The items below the folder outside the recycle bin, by path (a folder
+// before what it holds), at most `limit` of them.
+int ListDescendants(Store& store, const Item& folder, int64_t limit, std::vector<Item>* items);
 // The item lies somewhere below the folder.
 bool IsBelow(const Item& item, const Item& folder);
 

@@ -509,6 +509,22 @@ TEST_F(Archives, RefuseWhatTheyCannotCarry) {
     if (!row.items.isNull()) params["items"] = row.items;
     EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", folder_, params)), row.error) << row.what;
   }
+  // Past the entry cap nothing is written (rows made in one statement).
+  ASSERT_TRUE(Db().Exec(
+      ("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i <= " +
+       std::to_string(plyth_services::kArchiveMaxEntries) +
+       ") INSERT INTO items (file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind,"
+       " created_time, modified_time, access_time, change_time, permanent_link)"
+       " SELECT printf('M%015d', i), '" + folder_.file_id + "', 1026, 'alice', printf('/Trip/many/%05d', i),"
+       " printf('/Trip/many/%05d', i), printf('%05d', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n")
+          .c_str()));
+  Json::Value many(Json::objectValue);
+  many["sharing_token"] = token;
+  const plyth_test::HandlerRun crowded = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, many);
+  EXPECT_EQ(RawError(crowded), 1061);
+  EXPECT_EQ(crowded.stdoutBytes, "");
+  ASSERT_TRUE(Db().Exec("DELETE FROM items WHERE file_id LIKE 'M%'"));
+
   // Past the byte cap nothing is written.
   plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
   grow.Bind(1, static_cast<int64_t>(plyth_services::kArchiveMaxBytes + 1)).Bind(2, big.file_id);
