@@ -242,8 +242,11 @@ TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
     EXPECT_EQ(got.height, row.expected.height) << row.item->name << " " << row.size;
     EXPECT_NE(body, original);
   }
-  // The previewer may not read the original by any method.
-  EXPECT_EQ(RawError(Raw(plyth_services::FilesDownloadFunc, "download", photo, Json::objectValue)), 1002);
+  // The previewer may not read the original by any method (however a
+  // refused download is worded).
+  const plyth_test::HandlerRun download = Raw(plyth_services::FilesDownloadFunc, "download", photo, Json::objectValue);
+  EXPECT_EQ(download.answer.find(original), std::string::npos);
+  EXPECT_EQ(download.stdoutBytes.find("Status: 2"), std::string::npos);
   Json::Value whole(Json::objectValue);
   EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", photo, whole)), 1002);
 }
@@ -336,7 +339,7 @@ TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
     Json::Value params(Json::objectValue);
     params["item"] = row.item;
     params["sharing_token"] = token;
-    const plyth_test::HandlerRun run = Raw(plyth_services::FilesDownloadFunc, "download", folder_, params);
+    const plyth_test::HandlerRun run = Raw(plyth_services::FilesPreviewFunc, "preview", folder_, params);
     EXPECT_EQ(RawError(run), row.error) << row.what;
     if (row.error == 0) {
       EXPECT_EQ(Body(run), "inside");
