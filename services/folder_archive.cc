@@ -23,7 +23,7 @@ const char kStoredExtensions[] = " jpg jpeg png gif webp heic mp3 mp4 m4a m4v mo
 
 bool IsCompressed(const std::string& name) {
   size_t dot = name.rfind('.');
-  if (dot == std::string::npos) return false;
+  if (dot == std::string::npos || name.find(' ', dot) != std::string::npos) return false;
   std::string extension = name.substr(dot + 1);
   for (char& c : extension) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
   return std::string(kStoredExtensions).find(" " + extension + " ") != std::string::npos;

@@ -42,9 +42,11 @@ const KindRow kKinds[] = {
 // misnamed file.
 const char* const kImageLoaders[] = {"jpegload", "pngload", "gifload", "webpload", "heifload", "tiffload"};
 
+// The lower-cased text after the last dot; none when it holds a blank,
+// which the blank-separated tables would otherwise match across entries.
 std::string Extension(const std::string& name) {
   size_t dot = name.rfind('.');
-  if (dot == std::string::npos || dot + 1 == name.size()) return "";
+  if (dot == std::string::npos || dot + 1 == name.size() || name.find(' ', dot) != std::string::npos) return "";
   std::string extension = name.substr(dot + 1);
   for (char& c : extension) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
   return extension;

@@ -127,6 +127,7 @@ TEST(PreviewKinds, FollowTheNameAndTheRight) {
       {.name = "report.docx", .canRead = true, .kind = PreviewKind::kNone},
       {.name = "README", .canRead = true, .kind = PreviewKind::kNone},
       {.name = "trailing.", .canRead = true, .kind = PreviewKind::kNone},
+      {.name = "two.md markdown", .canRead = true, .kind = PreviewKind::kNone},
   };
   for (const Row& row : rows) {
     Item item;
