@@ -142,6 +142,15 @@ def test_hung_worker_is_killed(stack):
     expect_eq("killed: request over 3 s: " + ECHO + "sleep&ms=60000" in stack.log(), True, "timeout log line")
 
 
+def test_long_answers_flow_through(stack):
+    # Longer than --timeout (3 s) in all, but never silent that long: not a hung request.
+    r = stack.curl(ECHO + "stream&chunks=5&size=4&ms=1000")
+    expect_eq((r.status, r.text), (200, "xxx\n" * 5), "an answer that keeps flowing")
+    # 64 MiB through the pipe and nginx, byte for byte.
+    r = stack.curl(ECHO + "stream&chunks=1024&size=65536")
+    expect_eq((r.status, len(r.text), r.text.count("\n")), (200, 64 << 20, 1024), "a large answer")
+
+
 def test_sigterm_finishes_requests_in_hand(stack):
     marks = stack.root + "/var/log/hosttest-sleep.log"
     count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
@@ -170,7 +179,7 @@ def main():
     try:
         stack.start()
         for test in [test_answers, test_crashed_worker_is_replaced, test_hung_worker_is_killed,
-                     test_sigterm_finishes_requests_in_hand]:
+                     test_long_answers_flow_through, test_sigterm_finishes_requests_in_hand]:
             try:
                 test(stack)
                 print("PASS " + test.__name__)
