@@ -154,6 +154,8 @@ describe('previews and folder shares', { skip }, () => {
         await img.click();
         await page.waitForSelector('.plyth-viewer-zoomed');
         await page.waitForFunction((node) => node.complete && /size=2048/.test(node.src), img);
+        await img.press('Enter');
+        await page.waitForSelector('.plyth-viewer-kind-image:not(.plyth-viewer-zoomed)');
         await page.context().close();
       });
 

@@ -130,10 +130,20 @@
       alt: item.name || '',
       id: 'plyth-viewer-image',
     });
-    // Fitted to the view; a click shows the largest rendition at its own size.
-    img.addEventListener('click', function () {
+    // Fitted to the view; a click (or Enter) shows the largest rendition at
+    // its own size, and fits it again.
+    img.setAttribute('tabindex', '0');
+    img.setAttribute('role', 'button');
+    var toggle = function () {
       var zoomed = box.classList.toggle('plyth-viewer-zoomed');
+      img.setAttribute('aria-pressed', zoomed ? 'true' : 'false');
       if (zoomed) img.src = V.apiURL('preview', options, item, { size: SIZES[SIZES.length - 1] });
+    };
+    img.addEventListener('click', toggle);
+    img.addEventListener('keydown', function (event) {
+      if (event.key !== 'Enter' && event.key !== ' ') return;
+      event.preventDefault();
+      toggle();
     });
     box.appendChild(img);
     return loadImage(img);
