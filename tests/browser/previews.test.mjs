@@ -96,28 +96,29 @@ describe('previews and folder shares', { skip }, () => {
     }
     ctl('file', 'add', 'alice', '/Trip/broken.jpg', '--from', path.join(samples, 'broken.jpg'));
     ctl('file', 'add', 'alice', '/Elsewhere/secret.txt', '--from', path.join(samples, 'notes.txt'));
-    const row = (p) => ctl('file', 'list').split('\n').map((line) => line.split('\t')).find((r) => r[0] === `alice:${p}`);
-    const linkOf = (p) => row(p)[5];
-    const idOf = (p) => row(p)[4];
-    for (const [key, p] of Object.entries({
-      photo: '/Trip/photo.jpg', pdf: '/Trip/guide.pdf', text: '/Trip/notes.txt', audio: '/Trip/tone.wav',
-      video: '/Trip/clip.webm', broken: '/Trip/broken.jpg', trip: '/Trip',
-    })) {
-      links[key] = { permanent: linkOf(p), sharing: ctl('share', 'make', `alice:${p}`) };
-    }
-    // 205 empty files in one statement (205 runs of plythctl take a minute);
-    // the plythctl call after it hands the store back to the service user.
     ctl('file', 'add', 'alice', '/Many', '--dir');
-    const many = row('/Many');
+    // One listing for every identifier: each plythctl run costs a process.
+    const rows = new Map(ctl('file', 'list').split('\n').map((line) => line.split('\t')).map((r) => [r[0], r]));
+    const linkOf = (p) => rows.get(`alice:${p}`)[5];
+    const idOf = (p) => rows.get(`alice:${p}`)[4];
+
+    // 205 empty files in one statement (205 runs of plythctl take a minute);
+    // the plythctl runs after it hand the store back to the service user.
     const store = path.join(appliance.root, 'var/packages/BrindlexPlyth/target/var/plyth.db');
     const insert = spawnSync('sqlite3', [store,
       'WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 204) ' +
       'INSERT INTO items (file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind, created_time, ' +
       'modified_time, access_time, change_time, permanent_link) SELECT printf(\'M%015d\', i), ' +
-      `'${many[4]}', 1026, 'alice', printf('/Many/f%03d.txt', i), printf('/Many/f%03d.txt', i), ` +
+      `'${idOf('/Many')}', 1026, 'alice', printf('/Many/f%03d.txt', i), printf('/Many/f%03d.txt', i), ` +
       "printf('f%03d.txt', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n"], { encoding: 'utf8' });
     assert.equal(insert.status, 0, insert.stderr);
-    links.many = { permanent: linkOf('/Many'), sharing: ctl('share', 'make', 'alice:/Many') };
+
+    for (const [key, p] of Object.entries({
+      photo: '/Trip/photo.jpg', pdf: '/Trip/guide.pdf', text: '/Trip/notes.txt', audio: '/Trip/tone.wav',
+      video: '/Trip/clip.webm', broken: '/Trip/broken.jpg', trip: '/Trip', many: '/Many',
+    })) {
+      links[key] = { permanent: linkOf(p), sharing: ctl('share', 'make', `alice:${p}`) };
+    }
     links.photoPreview = { permanent: links.photo.permanent, sharing: ctl('share', 'make', 'alice:/Trip/photo.jpg', '--role', 'previewer') };
     links.tripPreview = { permanent: links.trip.permanent, sharing: ctl('share', 'make', 'alice:/Trip', '--role', 'previewer') };
     links.photoId = idOf('/Trip/photo.jpg');
