@@ -69,6 +69,8 @@ describe('previews and folder shares', { skip }, () => {
 
   async function open(device, url) {
     const context = await browser.newContext({ ...DEVICES[device], acceptDownloads: true });
+    // A busy machine (renditions are made on first sight) gets more than the default 30 s.
+    context.setDefaultTimeout(60000);
     const page = await context.newPage();
     page.on('console', (message) => {
       if (message.type() === 'error') problems.push(`${page.url()}: ${message.text()}`);
