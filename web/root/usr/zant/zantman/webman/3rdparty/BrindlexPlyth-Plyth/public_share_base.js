@@ -143,9 +143,8 @@
       actions.appendChild(
         UI.el('p', 'plyth-share-notice', T('share', 'preview_only', 'You may preview this item but not download it.')),
       );
-    } else if (isFolder) {
-      // The folder browser below offers the folder as an archive.
-    } else {
+    } else if (!isFolder) {
+      // Folders: the folder browser below offers them as one archive.
       actions.appendChild(
         UI.el('a', 'plyth-share-button', T('action', 'download', 'Download'), {
           href: PlythShare.downloadURL(ctx.link, ctx.sharingLink),
