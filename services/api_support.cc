@@ -27,6 +27,24 @@ bool TextParam(const ZANT::APIRequest& request, const char* name, bool required,
   return true;
 }
 
+bool IntParam(const ZANT::APIRequest& request, const char* name, int64_t fallback, int64_t min, int64_t max,
+              int64_t* value) {
+  if (!request.HasParam(name)) {
+    *value = fallback;
+    return true;
+  }
+  const Json::Value& param = request.GetParamRef(name, Json::Value());
+  if (param.isInt64()) {
+    *value = param.asInt64();
+  } else if (param.isString() && !param.asString().empty() && param.asString().size() <= 18 &&
+             param.asString().find_first_not_of("0123456789") == std::string::npos) {
+    *value = std::stoll(param.asString());
+  } else {
+    return false;
+  }
+  return *value >= min && *value <= max;
+}
+
 Store* OpenStoreOrLog() {
   std::string error;
   Store* store = Store::Shared(&error);

@@ -2,6 +2,7 @@
 // store with a logged failure.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -15,6 +16,11 @@ namespace plyth_services {
 // booleans are taken as the text they were written as. False when the
 // parameter is of another type, or absent while `required`.
 bool TextParam(const ZANT::APIRequest& request, const char* name, bool required, std::string* value);
+
+// A whole-number parameter (a number, or a text of digits): `fallback`
+// when absent; false when it is of another type or outside [min, max].
+bool IntParam(const ZANT::APIRequest& request, const char* name, int64_t fallback, int64_t min, int64_t max,
+              int64_t* value);
 
 // The process's shared store (see Store::Shared), or null after logging why
 // it could not be opened. Valid until the end of the request.

@@ -7,6 +7,7 @@
 #include "access.h"
 #include "api_support.h"
 #include "download.h"
+#include "files_access.h"
 #include "items.h"
 #include "service_errors.h"
 #include "services_api.h"
@@ -54,11 +55,7 @@ bool TokenOf(const ZANT::APIRequest& request, std::string* token) {
   return true;
 }
 
-struct Access {
-  Item item;
-  Role role = Role::kNone;
-  bool insider = false;  // owner or member
-};
+}  // namespace
 
 // The caller's role on the item the request names. The owner and members
 // hold theirs by name; a permanent link lends its role as its visibility
@@ -97,8 +94,6 @@ int ResolveAccess(Store& store, const ZANT::APIRequest& request, Access* access)
   return kOk;
 }
 
-}  // namespace
-
 void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
@@ -115,7 +110,7 @@ void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
   Access access;
-  int rc = ResolveAccess(*store, *request, &access);
+  int rc = ResolveRequestItem(*store, *request, &access);
   if (rc != kOk) return response->SetError(rc);
   const Item& item = access.item;
   if (item.removed) return response->SetError(kErrNoSuchItem);

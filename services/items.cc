@@ -500,3 +500,37 @@ int StoreEmptyContent(std::string* hash) {
 }
 
 }  // namespace plyth_services
+
+namespace plyth_services {
+
+int ListChildren(Store& store, const Item& folder, int64_t offset, int64_t limit, std::vector<Item>* items,
+                 int64_t* total) {
+  Statement count(store.Db(), "SELECT COUNT(*) FROM items WHERE parent_id = ?1 AND removed = 0");
+  if (!count.Ok()) return kErrStore;
+  count.Bind(1, folder.file_id);
+  if (!count.Row()) return kErrStore;
+  *total = count.Int(0);
+  // Folders first, then names as people read them; the exact bytes break ties.
+  Statement query(store.Db(),
+                  "SELECT " ITEM_COLUMNS " FROM items WHERE parent_id = ?1 AND removed = 0"
+                  " ORDER BY kind DESC, name COLLATE NOCASE, name LIMIT ?2 OFFSET ?3");
+  query.Bind(1, folder.file_id).Bind(2, limit).Bind(3, offset);
+  return FindMany(query, items);
+}
+
+int ListDescendants(Store& store, const Item& folder, int64_t limit, std::vector<Item>* items) {
+  // Paths below "/a" sort between "/a/" and "/a0" ('0' follows '/'), so the
+  // owner-and-path key serves the range.
+  Statement query(store.Db(),
+                  "SELECT " ITEM_COLUMNS " FROM items WHERE owner_name = ?1 AND path > ?2 AND path < ?3"
+                  " AND removed = 0 ORDER BY path LIMIT ?4");
+  query.Bind(1, folder.owner_name).Bind(2, folder.path + "/").Bind(3, folder.path + "0").Bind(4, limit);
+  return FindMany(query, items);
+}
+
+bool IsBelow(const Item& item, const Item& folder) {
+  return item.owner_name == folder.owner_name && item.path.size() > folder.path.size() + 1 &&
+         item.path.compare(0, folder.path.size() + 1, folder.path + "/") == 0;
+}
+
+}  // namespace plyth_services

@@ -45,6 +45,16 @@ int FindItemByPath(Store& store, const std::string& owner, const std::string& pa
 int FindItemsByPath(Store& store, const std::string& path, std::vector<Item>* items);
 int ListItems(Store& store, std::vector<Item>* items);  // by owner, then path
 
+// One page of a folder's items outside the recycle bin: folders first,
+// then by name (case folded, then exact). `total` counts them all.
+int ListChildren(Store& store, const Item& folder, int64_t offset, int64_t limit, std::vector<Item>* items,
+                 int64_t* total);
+// The items below the folder outside the recycle bin, by path (a folder
+// before what it holds), at most `limit` of them.
+int ListDescendants(Store& store, const Item& folder, int64_t limit, std::vector<Item>* items);
+// The item lies somewhere below the folder.
+bool IsBelow(const Item& item, const Item& folder);
+
 // The highest role granted to `user` on the item or any folder above it;
 // kNone when there is none.
 int MemberRole(Store& store, const Item& item, const std::string& user, Role* role);

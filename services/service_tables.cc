@@ -18,6 +18,10 @@ const char kUIString[] = "ZANT.Core.Desktop.UIString";
 ZANTAPITableEntry gTable[] = {
     {kFiles, 1, "get", FilesGetFunc},
     {kFiles, 1, "download", FilesDownloadFunc},
+    {kFiles, 1, "list", FilesListFunc},
+    {kFiles, 1, "preview", FilesPreviewFunc},
+    {kFiles, 1, "preview_info", FilesPreviewInfoFunc},
+    {kFiles, 1, "archive", FilesArchiveFunc},
     {kSharing, 1, "auth", SharingAuthFunc},
     {kInfo, 1, "get", InfoGetFunc},
     {kDDNS, 1, "list", DDNSRecordListFunc},
@@ -32,6 +36,10 @@ ZANTAPITableEntry gTable[] = {
 ZANTAPICheckEntry gCheckTable[] = {
     {kFiles, 1, "get", CheckAnyone, 0, 0},
     {kFiles, 1, "download", CheckAnyone, 0, 0},
+    {kFiles, 1, "list", CheckAnyone, 0, 0},
+    {kFiles, 1, "preview", CheckAnyone, 0, 0},
+    {kFiles, 1, "preview_info", CheckAnyone, 0, 0},
+    {kFiles, 1, "archive", CheckAnyone, 0, 0},
     {kSharing, 1, "auth", CheckAnyone, 0, 0},
     {kInfo, 1, "get", CheckAdmin, 0, 0},
     {kDDNS, 1, "list", CheckAdmin, 0, 0},

@@ -8,6 +8,10 @@ namespace plyth_services {
 // "ZANT.BrindlexPlyth.Files" v1
 void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
+void FilesListFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
+void FilesPreviewFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
+void FilesPreviewInfoFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
+void FilesArchiveFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 // "ZANT.BrindlexPlyth.AdvanceSharing.Public" v1
 void SharingAuthFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 

@@ -23,7 +23,7 @@ constexpr int kMaxWorkers = 64;
 // One worker's state, in memory shared between the master and the workers.
 struct Slot {
   std::atomic<int> pid;
-  std::atomic<long long> busySince;  // monotonic ms when the request began, 0 when idle
+  std::atomic<long long> busySince;  // monotonic ms when the request began or last sent output, 0 when idle
   std::atomic<unsigned long long> served;
   char uri[256];                     // REQUEST_URI of the request in hand, for the log
 };

@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -15,6 +14,7 @@
 #include <cstring>
 #include <iostream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "webapid.h"
@@ -159,47 +159,56 @@ void SetRequestEnvironment(const zant_host::CgiVars& vars) {
   for (const auto& var : vars) setenv(var.first.c_str(), var.second.c_str(), 0);
 }
 
-// Collects what the handler writes to fd 1 (stdio, iostreams, raw writes).
-class StdoutCapture {
+// Passes what the handler writes to fd 1 (stdio, iostreams, raw writes) on
+// to the web server while the handler runs, through a pipe read by a thread
+// of its own: a download or an archive goes out as it is written instead of
+// piling up in memory, and every piece sent counts as progress, so that an
+// answer that keeps flowing is not taken for a hung request.
+class StdoutForward {
  public:
-  StdoutCapture() {
-    fd_ = memfd_create("zant-webapid-stdout", MFD_CLOEXEC);
-    saved_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-  }
-  bool Ok() const { return fd_ >= 0 && saved_ >= 0; }
+  StdoutForward() { saved_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3); }
+  bool Ok() const { return saved_ >= 0; }
 
-  void Begin() {
+  bool Begin(FCGX_Stream* out, std::atomic<long long>* progress) {
     std::cout.flush();
     fflush(stdout);
-    if (ftruncate(fd_, 0) != 0 || lseek(fd_, 0, SEEK_SET) != 0) return;
-    dup2(fd_, STDOUT_FILENO);
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0) return false;
+    dup2(fds[1], STDOUT_FILENO);  // fd 1 becomes the only writer (dup2 drops CLOEXEC)
+    close(fds[1]);
+    const int readFd = fds[0];
+    thread_ = std::thread([readFd, out, progress] {
+      char buffer[65536];
+      for (;;) {
+        ssize_t n = read(readFd, buffer, sizeof(buffer));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        // A visitor who left makes this fail; the handler is still read to
+        // its end, so that it never blocks on a full pipe.
+        FCGX_PutStr(buffer, static_cast<int>(n), out);
+        progress->store(MonotonicMs());
+      }
+      close(readFd);
+    });
+    return true;
   }
 
-  std::string End() {
+  // Puts fd 1 back, which closes the pipe's writing end: the thread reads
+  // what is left and ends.
+  void End() {
     std::cout.flush();
     fflush(stdout);
     clearerr(stdout);
     dup2(saved_, STDOUT_FILENO);
-    struct stat st;
-    if (fstat(fd_, &st) != 0 || st.st_size <= 0) return std::string();
-    std::string bytes(static_cast<size_t>(st.st_size), '\0');
-    size_t done = 0;
-    while (done < bytes.size()) {
-      ssize_t n = pread(fd_, &bytes[done], bytes.size() - done, static_cast<off_t>(done));
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
-      done += static_cast<size_t>(n);
-    }
-    bytes.resize(done);
-    return bytes;
+    if (thread_.joinable()) thread_.join();
   }
 
  private:
-  int fd_ = -1;
   int saved_ = -1;
+  std::thread thread_;
 };
 
-void Serve(FCGX_Request* request, StdoutCapture* capture, const zant_host::Limits& limits) {
+void Serve(FCGX_Request* request, StdoutForward* forward, Slot* slot, const zant_host::Limits& limits) {
   const zant_host::CgiVars vars = zant_host::ServerVarsFromEnviron(request->envp);
   SetRequestEnvironment(vars);
   FCGX_Stream* in = request->in;
@@ -207,10 +216,13 @@ void Serve(FCGX_Request* request, StdoutCapture* capture, const zant_host::Limit
     int chunk = size > (1u << 20) ? (1 << 20) : static_cast<int>(size);
     return FCGX_GetStr(buffer, chunk, in);
   };
-  capture->Begin();
+  if (!forward->Begin(request->out, &slot->busySince)) {
+    zant_host::HostLog(true, "cannot pass output on: %s", strerror(errno));
+    FCGX_PutS("Status: 500 Internal Server Error\r\n\r\n", request->out);
+    return;
+  }
   const std::string answer = zant_host::HandleRequest(vars, reader, limits);
-  const std::string written = capture->End();
-  FCGX_PutStr(written.data(), static_cast<int>(written.size()), request->out);
+  forward->End();
   FCGX_PutStr(answer.data(), static_cast<int>(answer.size()), request->out);
   // Whatever of the body was not read: the web server is still sending it.
   char sink[8192];
@@ -310,8 +322,8 @@ void RunWorker(const WorkerSetup& setup) {
   zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", setup.slot,
                      report.modules, report.methods, report.failures);
 
-  StdoutCapture capture;
-  if (!capture.Ok() || FCGX_Init() != 0) {
+  StdoutForward forward;
+  if (!forward.Ok() || FCGX_Init() != 0) {
     zant_host::HostLog(true, "worker %d cannot set up its output", setup.slot);
     _exit(1);
   }
@@ -331,7 +343,7 @@ void RunWorker(const WorkerSetup& setup) {
     const ReadResult read = ReadRequest(&request, fd, setup.readTimeoutSeconds);
     if (read == ReadResult::kRequest) {
       NoteRequest(slot, &request);
-      Serve(&request, &capture, limits);
+      Serve(&request, &forward, slot, limits);
       EndConnection(&request, setup.readTimeoutSeconds);
       slot->served.fetch_add(1);
     } else if (read == ReadResult::kLate) {

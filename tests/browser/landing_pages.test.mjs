@@ -127,8 +127,14 @@ describe('landing pages on a running appliance', { skip }, () => {
         if (response.status() !== 200) failed.push(`${response.status()} ${response.url()}`);
       });
       await page.goto(appliance.origin + sharePath(links.open), { waitUntil: 'load' });
-      const named = await page.$$eval('script[src], link[rel="stylesheet"]', (nodes) => nodes.length);
+      const named = await page.$$eval(
+        'script[src]:not([data-plyth-viewers]), link[rel="stylesheet"]:not([data-plyth-viewers])',
+        (nodes) => nodes.length,
+      );
       assert.equal(named, 16);
+      // The viewer's own files, loaded by the page script, and the text preview.
+      await page.waitForSelector('#plyth-viewer-text');
+      assert.equal(await page.$$eval('[data-plyth-viewers]', (nodes) => nodes.length), 3);
       assert.deepEqual(failed, []);
       assert.equal(await page.evaluate(() => typeof window.ZANTUI.callAPI), 'function');
       await context.close();

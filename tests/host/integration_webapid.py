@@ -383,6 +383,15 @@ def test_options(stack):
     expect_eq(os.path.exists(fresh + ".lock"), True, "lock file beside the socket")
 
 
+def test_long_answers_flow_through(stack):
+    # Longer than --timeout (3 s) in all, but never silent that long: not a hung request.
+    r = stack.curl(ECHO + "stream&chunks=5&size=4&ms=1000")
+    expect_eq((r.status, r.text), (200, "xxx\n" * 5), "an answer that keeps flowing")
+    # 64 MiB through the pipe and nginx, byte for byte.
+    r = stack.curl(ECHO + "stream&chunks=1024&size=65536")
+    expect_eq((r.status, len(r.text), r.text.count("\n")), (200, 64 << 20, 1024), "a large answer")
+
+
 def test_sigterm_finishes_requests_in_hand(stack):
     marks = stack.root + "/var/log/hosttest-sleep.log"
     count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
@@ -412,9 +421,9 @@ def main():
         stack.start()
         for test in [test_answers, test_front_door, test_security_headers,
                      test_crashed_worker_is_replaced, test_hung_worker_is_killed,
-                     test_stalled_clients_are_dropped, test_killed_master_leaves_no_worker,
-                     test_orphan_with_a_hung_request_ends, test_one_master_per_socket, test_options,
-                     test_sigterm_finishes_requests_in_hand]:
+                     test_long_answers_flow_through, test_stalled_clients_are_dropped,
+                     test_killed_master_leaves_no_worker, test_orphan_with_a_hung_request_ends,
+                     test_one_master_per_socket, test_options, test_sigterm_finishes_requests_in_hand]:
             try:
                 test(stack)
                 print("PASS " + test.__name__)

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -57,6 +58,22 @@ void Sleep(Request* request, Response* response) {
   response->SetSuccess(data);
 }
 
+// The output switched off, then `chunks` lines of `size` bytes, `ms` apart:
+// a long download that keeps sending.
+void Stream(Request* request, Response* response) {
+  const int chunks = request->GetParamRef("chunks", Json::Value(1)).asInt();
+  const int size = request->GetParamRef("size", Json::Value(16)).asInt();
+  const int ms = request->GetParamRef("ms", Json::Value(0)).asInt();
+  response->SetEnableOutput(false);
+  printf("Content-Type: application/octet-stream\r\n\r\n");
+  const std::string line = std::string(static_cast<size_t>(size > 1 ? size - 1 : 0), 'x') + "\n";
+  for (int i = 0; i < chunks; ++i) {
+    fwrite(line.data(), 1, line.size(), stdout);
+    fflush(stdout);
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+  }
+}
+
 int Allow(Request*) { return 1; }
 
 struct Row {
@@ -75,6 +92,7 @@ const Row kRows[] = {
     {1, "error", [](Request*, Response* response) { response->SetError(117); }, Allow},
     {1, "noanswer", [](Request*, Response*) {}, Allow},
     {1, "sleep", Sleep, Allow},
+    {1, "stream", Stream, Allow},
     // abort(), not a bad pointer: sanitizer builds turn SIGSEGV into an exit.
     {1, "crash", [](Request*, Response*) { abort(); }, Allow},
     {1, "denied", Echo, [](Request*) { return 0; }},

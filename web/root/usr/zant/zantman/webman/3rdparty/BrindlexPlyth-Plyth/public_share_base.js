@@ -13,6 +13,7 @@
   var UI = window.ZANTUI;
   var AUTH_API = 'ZANT.BrindlexPlyth.AdvanceSharing.Public';
   var ICON_DIR = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/';
+  var VIEWERS_DIR = 'webman/3rdparty/BrindlexPlyth-Plyth/';
   var FAVICON = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png';
 
   // Codes of the link service that the page tells apart.
@@ -142,11 +143,8 @@
       actions.appendChild(
         UI.el('p', 'plyth-share-notice', T('share', 'preview_only', 'You may preview this item but not download it.')),
       );
-    } else if (isFolder) {
-      actions.appendChild(
-        UI.el('p', 'plyth-share-notice', T('share', 'folder_notice', 'Folders cannot be downloaded from this page.')),
-      );
-    } else {
+    } else if (!isFolder) {
+      // Folders: the folder browser below offers them as one archive.
       actions.appendChild(
         UI.el('a', 'plyth-share-button', T('action', 'download', 'Download'), {
           href: PlythShare.downloadURL(ctx.link, ctx.sharingLink),
@@ -156,7 +154,49 @@
       );
     }
     panel.appendChild(actions);
+    showContent(panel, ctx, panel.querySelector('.plyth-share-icon'));
   }
+
+  // The viewer of a file, or the browser of a folder, under the item's
+  // facts; the type icon stays when the file has no rendition.
+  function showContent(panel, ctx, icon) {
+    var file = ctx.file;
+    var box = UI.el('div', 'plyth-share-content', null, { id: 'plyth-share-content' });
+    panel.appendChild(box);
+    var options = {
+      link: ctx.link,
+      sharingLink: ctx.sharingLink,
+      canRead: !!(file.capabilities || {}).can_read,
+      text: T,
+      formatSize: UI.format.size,
+      formatTime: function (seconds) {
+        return UI.format.time(seconds, UI.def('date_format', 'Y-m-d') + ' ' + UI.def('time_format', 'H:i'));
+      },
+    };
+    PlythShare.loadViewers(function (Viewers) {
+      if (file.type === 'dir') {
+        panel.classList.add('plyth-share-panel-wide');
+        Viewers.browse(box, options);
+        return;
+      }
+      Viewers.render(box, file, options).then(function (shown) {
+        if (icon) icon.hidden = shown;
+      });
+    });
+  }
+
+  // Loads viewers.js (and what it needs) once, then calls back with it.
+  PlythShare.loadViewers = function (callback) {
+    var done = function () {
+      window.PlythViewers.ready(VIEWERS_DIR, function () {
+        callback(window.PlythViewers);
+      });
+    };
+    if (window.PlythViewers) return done();
+    var script = UI.el('script', null, null, { src: VIEWERS_DIR + 'viewers.js', 'data-plyth-viewers': true });
+    script.addEventListener('load', done, { once: true });
+    document.head.appendChild(script);
+  };
 
   function passwordView(panel, ctx, root) {
     message(

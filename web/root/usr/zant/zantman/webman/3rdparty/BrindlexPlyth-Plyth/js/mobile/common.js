@@ -176,6 +176,16 @@
     box.hidden = false;
   };
 
+  // Loads a script of this site once; resolves when it has run.
+  M.loadScript = function (src) {
+    return new Promise(function (resolve, reject) {
+      var script = M.el('script', null, null, { src: src });
+      script.addEventListener('load', resolve, { once: true });
+      script.addEventListener('error', reject, { once: true });
+      document.head.appendChild(script);
+    });
+  };
+
   M.ready = function (fn) {
     if (document.readyState === 'loading') {
       document.addEventListener('DOMContentLoaded', fn, { once: true });

@@ -8,6 +8,34 @@
   'use strict';
 
   var M = window.PlythMobile;
+  var BASE = 'webman/3rdparty/BrindlexPlyth-Plyth/';
+
+  // The preview of a file, or the browser of a folder, below the heading.
+  // A second button label means the visitor may read (download, play).
+  function showContent(state, file, name) {
+    var main = document.querySelector('.plyth-mobile-main');
+    var actions = document.getElementById('plyth-mobile-actions');
+    if (!main || !state.permanent_link) return;
+    var box = M.el('div', 'plyth-mobile-content', null, { id: 'plyth-mobile-content' });
+    main.insertBefore(box, actions);
+    var options = {
+      link: state.permanent_link,
+      sharingLink: state.sharing_link || '',
+      canRead: Array.isArray(state.btns) && state.btns.length > 1,
+    };
+    M.loadScript(BASE + 'viewers.js').then(function () {
+      window.PlythViewers.ready(BASE, function () {
+        if (file.type === 'dir') {
+          window.PlythViewers.browse(box, options);
+          return;
+        }
+        window.PlythViewers.render(box, { file_id: file.file_id, name: name, type: file.type }, options).then(function (shown) {
+          var icon = document.getElementById('plyth-mobile-icon');
+          if (icon) icon.hidden = shown;
+        });
+      });
+    });
+  }
   M.ready(function () {
     var state = M.state();
     var file = state.file_info || {};
@@ -19,6 +47,7 @@
       title.textContent = name;
       if (desc) desc.hidden = true;
     }
+    showContent(state, file, name);
     M.buttons(state.btns, [
       { href: M.appURL(state), id: 'plyth-open-app', fallback: 'Open in the app' },
       // Folders are not downloaded; a second label means the item is readable.

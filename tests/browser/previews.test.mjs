@@ -1,0 +1,339 @@
+// What a visitor sees of a shared item, on a desktop (1280x800) and on a
+// phone (390x844, iPhone user agent): the picture, the PDF page by page,
+// the text, the audio and video players; a folder share browsed with its
+// breadcrumbs and downloaded as a ZIP whose entries match the folder; and a
+// preview-only link that shows the preview while no address hands out a
+// byte of the original.
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import fs from 'node:fs';
+import path from 'node:path';
+import { after, before, describe, test } from 'node:test';
+
+import { findStage, startAppliance } from './appliance.mjs';
+import { launchChromium, loadPlaywright, makeTempDir, removeTempDir, repoRoot } from './lib.mjs';
+
+const playwright = await loadPlaywright();
+const { stage, missing } = findStage();
+if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
+const skip = !playwright
+  ? 'playwright-core is not installed (npm ci --prefix tests/browser)'
+  : missing
+    ? `no complete staging tree: ${missing}`
+    : false;
+
+const DEVICES = {
+  desktop: { viewport: { width: 1280, height: 800 } },
+  phone: {
+    userAgent:
+      'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/17.0 Mobile/15E148 Safari/604.1',
+    viewport: { width: 390, height: 844 },
+    isMobile: true,
+    hasTouch: true,
+  },
+};
+// Where each page draws the content: the desktop panel or the phone's main box.
+const CONTENT = { desktop: '#plyth-share-content', phone: '#plyth-mobile-content' };
+const FILES_API = 'webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1';
+// The folder as shared: path below the shared folder -> sample file (folders end in "/").
+const TRIP = {
+  'Day 1/': null,
+  'Day 1/Evening/': null,
+  'Day 1/Evening/café & "notes".txt': 'notes.txt',
+  'Day 1/logo.png': 'logo.png',
+  'clip.webm': 'clip.webm',
+  'guide.pdf': 'guide.pdf',
+  'notes.txt': 'notes.txt',
+  'photo.jpg': 'photo.jpg',
+  'tone.wav': 'tone.wav',
+};
+
+// Entry names of a ZIP, read with Python's zipfile (the archive's own
+// reader would prove nothing).
+function zipEntries(file) {
+  const script = 'import sys, zipfile, json; z = zipfile.ZipFile(sys.argv[1]); ' +
+    'print(json.dumps({i.filename: z.read(i).hex() for i in z.infolist()}))';
+  const result = spawnSync('python3', ['-c', script, file], { encoding: 'utf8' });
+  assert.equal(result.status, 0, result.stderr);
+  return JSON.parse(result.stdout);
+}
+
+describe('previews and folder shares', { skip }, () => {
+  let dir;
+  let samples;
+  let appliance;
+  let browser;
+  const links = {};
+  const problems = [];
+  let shots = 0;
+
+  async function open(device, url) {
+    const context = await browser.newContext({ ...DEVICES[device], acceptDownloads: true });
+    // A busy machine (renditions are made on first sight) gets more than the default 30 s.
+    context.setDefaultTimeout(60000);
+    const page = await context.newPage();
+    page.on('console', (message) => {
+      if (message.type() === 'error') problems.push(`${page.url()}: ${message.text()}`);
+    });
+    page.on('pageerror', (error) => problems.push(`${page.url()}: ${error.message}`));
+    await page.goto(appliance.origin + url, { waitUntil: 'load' });
+    return page;
+  }
+  async function shoot(page, name) {
+    await page.screenshot({ path: path.join(dir, `${String(++shots).padStart(2, '0')}-${name}.png`), fullPage: true });
+  }
+  const share = (sharing, permanent) => `/d/s/${sharing}/${permanent}`;
+  const sample = (name) => fs.readFileSync(path.join(samples, name));
+
+  before(async () => {
+    dir = makeTempDir('plyth-previews-');
+    samples = path.join(dir, 'samples');
+    const made = spawnSync(path.join(repoRoot, 'scripts', 'make-sample-files'), [samples], { encoding: 'utf8' });
+    assert.equal(made.status, 0, made.stderr);
+    appliance = await startAppliance({ dir, stage });
+    const ctl = appliance.plythctl;
+    ctl('user', 'add', 'alice', '--password', 'alice-pw');
+    for (const [name, from] of Object.entries(TRIP)) {
+      if (from) ctl('file', 'add', 'alice', `/Trip/${name}`, '--from', path.join(samples, from));
+    }
+    ctl('file', 'add', 'alice', '/Trip/broken.jpg', '--from', path.join(samples, 'broken.jpg'));
+    ctl('file', 'add', 'alice', '/Elsewhere/secret.txt', '--from', path.join(samples, 'notes.txt'));
+    ctl('file', 'add', 'alice', '/Many', '--dir');
+    // One listing for every identifier: each plythctl run costs a process.
+    const rows = new Map(ctl('file', 'list').split('\n').map((line) => line.split('\t')).map((r) => [r[0], r]));
+    const linkOf = (p) => rows.get(`alice:${p}`)[5];
+    const idOf = (p) => rows.get(`alice:${p}`)[4];
+
+    // 205 empty files in one statement (205 runs of plythctl take a minute);
+    // the plythctl runs after it hand the store back to the service user.
+    const store = path.join(appliance.root, 'var/packages/BrindlexPlyth/target/var/plyth.db');
+    const insert = spawnSync('sqlite3', [store,
+      'WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 204) ' +
+      'INSERT INTO items (file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind, created_time, ' +
+      'modified_time, access_time, change_time, permanent_link) SELECT printf(\'M%015d\', i), ' +
+      `'${idOf('/Many')}', 1026, 'alice', printf('/Many/f%03d.txt', i), printf('/Many/f%03d.txt', i), ` +
+      "printf('f%03d.txt', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n"], { encoding: 'utf8' });
+    assert.equal(insert.status, 0, insert.stderr);
+
+    for (const [key, p] of Object.entries({
+      photo: '/Trip/photo.jpg', pdf: '/Trip/guide.pdf', text: '/Trip/notes.txt', audio: '/Trip/tone.wav',
+      video: '/Trip/clip.webm', broken: '/Trip/broken.jpg', trip: '/Trip', many: '/Many',
+    })) {
+      links[key] = { permanent: linkOf(p), sharing: ctl('share', 'make', `alice:${p}`) };
+    }
+    links.photoPreview = { permanent: links.photo.permanent, sharing: ctl('share', 'make', 'alice:/Trip/photo.jpg', '--role', 'previewer') };
+    links.tripPreview = { permanent: links.trip.permanent, sharing: ctl('share', 'make', 'alice:/Trip', '--role', 'previewer') };
+    links.photoId = idOf('/Trip/photo.jpg');
+    links.secretId = idOf('/Elsewhere/secret.txt');
+    browser = await launchChromium(playwright);
+  });
+
+  after(async () => {
+    if (browser) await browser.close();
+    if (appliance) {
+      if (process.env.PLYTH_KEEP_BROWSER_TMP) console.log(appliance.logs());
+      await appliance.stop();
+    }
+    if (dir && !process.env.PLYTH_KEEP_BROWSER_TMP) removeTempDir(dir);
+    else if (dir) console.log(`screenshots in ${dir}`);
+  });
+
+  for (const device of Object.keys(DEVICES)) {
+    describe(device, () => {
+      test('a picture is shown fitted, from a rendition no larger than asked', async () => {
+        const page = await open(device, share(links.photo.sharing, links.photo.permanent));
+        const img = await page.waitForSelector(`${CONTENT[device]} #plyth-viewer-image`);
+        await page.waitForFunction((node) => node.complete && node.naturalWidth > 0, img);
+        const size = await img.evaluate((node) => ({
+          natural: node.naturalWidth,
+          shown: node.getBoundingClientRect().width,
+          view: document.documentElement.clientWidth,
+          src: node.getAttribute('src'),
+        }));
+        const asked = Number(/size=(\d+)/.exec(size.src)[1]);
+        assert.ok(size.natural <= asked && size.natural <= 800, JSON.stringify(size));
+        assert.ok(size.shown <= size.view, 'fits the view');
+        await shoot(page, `${device}-image`);
+        await img.click();
+        await page.waitForSelector('.plyth-viewer-zoomed');
+        await page.waitForFunction((node) => node.complete && /size=2048/.test(node.src), img);
+        await img.press('Enter');
+        await page.waitForSelector('.plyth-viewer-kind-image:not(.plyth-viewer-zoomed)');
+        await page.context().close();
+      });
+
+      test('a PDF is paged through', async () => {
+        const page = await open(device, share(links.pdf.sharing, links.pdf.permanent));
+        await page.waitForSelector('#plyth-viewer-page');
+        assert.equal(await page.textContent('#plyth-viewer-counter'), 'Page 1 of 3');
+        assert.equal(await page.isDisabled('#plyth-viewer-prev'), true);
+        await page.click('#plyth-viewer-next');
+        await page.click('#plyth-viewer-next');
+        assert.equal(await page.textContent('#plyth-viewer-counter'), 'Page 3 of 3');
+        assert.equal(await page.isDisabled('#plyth-viewer-next'), true);
+        await page.waitForFunction(() => {
+          const img = document.getElementById('plyth-viewer-page');
+          return img.complete && img.naturalWidth > 0 && /page=3/.test(img.src);
+        });
+        await shoot(page, `${device}-pdf`);
+        await page.context().close();
+      });
+
+      test('text, audio and video are shown or played', async () => {
+        const rows = [
+          { what: 'text', link: links.text, selector: '#plyth-viewer-text' },
+          { what: 'audio', link: links.audio, selector: '#plyth-viewer-audio' },
+          { what: 'video', link: links.video, selector: '#plyth-viewer-video' },
+        ];
+        for (const row of rows) {
+          const page = await open(device, share(row.link.sharing, row.link.permanent));
+          await page.waitForSelector(row.selector);
+          if (row.what === 'text') {
+            assert.equal(await page.textContent(row.selector), sample('notes.txt').toString('utf8'));
+          } else {
+            // Metadata read through byte ranges of the download address.
+            await page.waitForFunction((sel) => document.querySelector(sel).readyState >= 1, row.selector);
+          }
+          await shoot(page, `${device}-${row.what}`);
+          await page.context().close();
+        }
+      });
+
+      test('a damaged picture keeps its type icon', async () => {
+        const page = await open(device, share(links.broken.sharing, links.broken.permanent));
+        const icon = device === 'desktop' ? '.plyth-share-icon' : '#plyth-mobile-icon img';
+        await page.waitForSelector(icon);
+        await page.waitForFunction(() => !document.querySelector('.plyth-viewer'));
+        await page.waitForTimeout(300);
+        assert.equal(await page.$('.plyth-viewer'), null);
+        assert.equal(await page.isVisible(icon), true);
+        await page.context().close();
+      });
+
+      test('a folder is browsed with breadcrumbs and downloaded as a ZIP of its entries', async () => {
+        const page = await open(device, share(links.trip.sharing, links.trip.permanent));
+        await page.waitForSelector('#plyth-browser-list li');
+        const names = () => page.$$eval('#plyth-browser-list li', (rows) => rows.map((r) => r.getAttribute('data-name')));
+        assert.deepEqual(await names(), ['Day 1', 'broken.jpg', 'clip.webm', 'guide.pdf', 'notes.txt', 'photo.jpg', 'tone.wav']);
+        const thumb = await page.$eval('li[data-name="photo.jpg"] img', (img) => img.getAttribute('src'));
+        assert.match(thumb, /method=preview&.*size=128/);
+        await shoot(page, `${device}-folder`);
+
+        await page.click('li[data-name="Day 1"] .plyth-browser-name');
+        await page.waitForSelector('li[data-name="Evening"]');
+        await page.click('li[data-name="Evening"] .plyth-browser-name');
+        await page.waitForSelector('li[data-name="café & \\"notes\\".txt"]');
+        const crumbs = () => page.$$eval('.plyth-browser-crumb', (nodes) => nodes.map((n) => n.textContent));
+        assert.deepEqual(await crumbs(), ['Trip', 'Day 1', 'Evening']);
+        await shoot(page, `${device}-folder-nested`);
+
+        // A file of the folder: its preview and its own download.
+        await page.click('.plyth-browser-name');
+        await page.waitForSelector('#plyth-browser-file #plyth-viewer-text');
+        const [single] = await Promise.all([page.waitForEvent('download'), page.click('#plyth-browser-download')]);
+        assert.equal(single.suggestedFilename(), 'café & "notes".txt'.replace(/"/g, '_'));
+        assert.deepEqual(fs.readFileSync(await single.path()), sample('notes.txt'));
+        await page.click('#plyth-browser-back');
+
+        // Up to the shared folder, which is as high as the trail goes.
+        await page.click('.plyth-browser-crumb >> text=Trip');
+        await page.waitForSelector('li[data-name="photo.jpg"]');
+        assert.deepEqual(await crumbs(), ['Trip']);
+
+        const [zip] = await Promise.all([page.waitForEvent('download'), page.click('#plyth-browser-zip')]);
+        assert.equal(zip.suggestedFilename(), 'Trip.zip');
+        const entries = zipEntries(await zip.path());
+        const expected = { 'broken.jpg': sample('broken.jpg').toString('hex') };
+        for (const [name, from] of Object.entries(TRIP)) expected[name] = from ? sample(from).toString('hex') : '';
+        assert.deepEqual(entries, expected);
+
+        // A selection: two rows ticked.
+        await page.check('li[data-name="guide.pdf"] .plyth-browser-check');
+        await page.check('li[data-name="Day 1"] .plyth-browser-check');
+        const [chosen] = await Promise.all([page.waitForEvent('download'), page.click('#plyth-browser-zip-selected')]);
+        assert.deepEqual(Object.keys(zipEntries(await chosen.path())).sort(), [
+          'Day 1/', 'Day 1/Evening/', 'Day 1/Evening/café & "notes".txt', 'Day 1/logo.png', 'guide.pdf',
+        ]);
+        await page.context().close();
+      });
+
+      test('a preview-only link shows the preview and offers no download', async () => {
+        const page = await open(device, share(links.photoPreview.sharing, links.photoPreview.permanent));
+        await page.waitForSelector('#plyth-viewer-image');
+        await page.waitForFunction(() => document.getElementById('plyth-viewer-image').naturalWidth > 0);
+        assert.equal(await page.$('#plyth-download'), null);
+        await shoot(page, `${device}-preview-only`);
+        await page.context().close();
+
+        const folder = await open(device, share(links.tripPreview.sharing, links.tripPreview.permanent));
+        await folder.waitForSelector('li[data-name="photo.jpg"]');
+        assert.equal(await folder.$('#plyth-browser-zip'), null);
+        assert.equal(await folder.$('.plyth-browser-check'), null);
+        await folder.click('li[data-name="photo.jpg"] .plyth-browser-name');
+        await folder.waitForSelector('#plyth-browser-file #plyth-viewer-image');
+        assert.equal(await folder.$('#plyth-browser-download'), null);
+        // No player for a previewer: the video keeps its icon.
+        await folder.click('#plyth-browser-back');
+        await folder.click('li[data-name="clip.webm"] .plyth-browser-name');
+        await folder.waitForSelector('#plyth-browser-file .plyth-share-icon');
+        assert.equal(await folder.$('#plyth-viewer-video'), null);
+        await folder.context().close();
+      });
+    });
+  }
+
+  test('a large folder comes 200 items at a time', async () => {
+    const page = await open('desktop', share(links.many.sharing, links.many.permanent));
+    await page.waitForSelector('#plyth-browser-list li');
+    const count = () => page.$$eval('#plyth-browser-list li', (rows) => rows.length);
+    assert.equal(await count(), 200);
+    await page.click('#plyth-browser-more');
+    await page.waitForFunction(() => document.querySelectorAll('#plyth-browser-list li').length === 205);
+    assert.equal(await page.isVisible('#plyth-browser-more'), false);
+    assert.equal(await page.getAttribute('#plyth-browser-list li:last-child', 'data-name'), 'f204.txt');
+    await page.context().close();
+  });
+
+  test('no address hands a previewer a byte of the original', async () => {
+    const page = await open('desktop', share(links.tripPreview.sharing, links.tripPreview.permanent));
+    await page.waitForSelector('li[data-name="photo.jpg"]');
+    const original = sample('photo.jpg');
+    const base = `${appliance.origin}/${FILES_API}&path=${encodeURIComponent(JSON.stringify(`link:${links.trip.permanent}`))}` +
+      `&sharing_link=${encodeURIComponent(JSON.stringify(links.tripPreview.sharing))}`;
+    const item = (id) => `&item=${encodeURIComponent(JSON.stringify(id))}`;
+    const rows = [
+      { what: 'download of the photo', url: `${base}&method=download${item(links.photoId)}`, code: 1002 },
+      { what: 'download by range', url: `${base}&method=download${item(links.photoId)}`, range: 'bytes=0-99', code: 1002 },
+      { what: 'archive of the folder', url: `${base}&method=archive`, code: 1002 },
+      { what: 'archive of a selection', url: `${base}&method=archive&items=${encodeURIComponent(JSON.stringify([links.photoId]))}`, code: 1002 },
+      { what: 'preview at an unknown size', url: `${base}&method=preview${item(links.photoId)}&size=800`, code: 101 },
+      { what: 'a file outside the folder', url: `${base}&method=preview${item(links.secretId)}`, code: 408 },
+    ];
+    for (const row of rows) {
+      const response = await page.request.get(row.url, { headers: row.range ? { Range: row.range } : {} });
+      const body = await response.body();
+      assert.equal(body.indexOf(original.subarray(200, 264)), -1, row.what);
+      let answer = null;
+      try {
+        answer = JSON.parse(body.toString('utf8'));
+      } catch {
+        // A refusal written as a page of its own, with an HTTP error status.
+      }
+      if (answer) assert.equal(answer.error.code, row.code, row.what);
+      else assert.ok(response.status() >= 400, `${row.what}: ${response.status()}`);
+    }
+    // The largest rendition is a new picture, never the file.
+    for (const size of [128, 256, 512, 1024, 2048]) {
+      const response = await page.request.get(`${base}&method=preview${item(links.photoId)}&size=${size}`);
+      assert.equal(response.headers()['content-type'], 'image/jpeg');
+      const body = await response.body();
+      assert.notDeepEqual(body, original);
+      assert.equal(body.indexOf(original.subarray(200, 264)), -1, `size ${size} carries no run of the original`);
+    }
+    await page.context().close();
+  });
+
+  test('no page logged an error or broke its security policy', () => {
+    assert.deepEqual(problems, []);
+  });
+});

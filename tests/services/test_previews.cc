@@ -1,0 +1,544 @@
+// Previews, folder listings and folder archives: who gets what, the exact
+// answers, renditions that never exceed their box, the cache and its cap,
+// paging, and archives read back entry by entry.
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <vips/vips.h>
+
+#include <clocale>
+#include <map>
+
+#include "folder_archive.h"
+#include "preview.h"
+#include "services_api.h"
+#include "services_fixture.h"
+
+namespace services_test {
+namespace {
+
+using plyth_services::PreviewKind;
+
+// An image of w x h pixels in the format of `suffix` (".png", ".jpg"...).
+std::string Picture(int w, int h, int bands, const char* suffix) {
+  VIPS_INIT("test");
+  VipsImage* black = nullptr;
+  EXPECT_EQ(vips_black(&black, w, h, "bands", bands, nullptr), 0);
+  void* buffer = nullptr;
+  size_t length = 0;
+  EXPECT_EQ(vips_image_write_to_buffer(black, suffix, &buffer, &length, nullptr), 0);
+  std::string bytes(static_cast<char*>(buffer), length);
+  g_free(buffer);
+  g_object_unref(black);
+  return bytes;
+}
+
+// A PDF of empty 200 x 100 point pages.
+std::string Pdf(int pages) {
+  std::vector<std::string> objects = {"<</Type/Catalog/Pages 2 0 R>>", ""};
+  std::string kids;
+  for (int i = 0; i < pages; ++i) {
+    kids += std::to_string(3 + i) + " 0 R ";
+    objects.push_back("<</Type/Page/Parent 2 0 R/MediaBox[0 0 200 100]>>");
+  }
+  objects[1] = "<</Type/Pages/Kids[" + kids + "]/Count " + std::to_string(pages) + ">>";
+  std::string pdf = "%PDF-1.4\n";
+  std::string xref = "xref\n0 " + std::to_string(objects.size() + 1) + "\n0000000000 65535 f \n";
+  for (size_t i = 0; i < objects.size(); ++i) {
+    char line[32];
+    snprintf(line, sizeof(line), "%010zu 00000 n \n", pdf.size());
+    xref += line;
+    pdf += std::to_string(i + 1) + " 0 obj " + objects[i] + " endobj\n";
+  }
+  const size_t start = pdf.size();
+  return pdf + xref + "trailer <</Size " + std::to_string(objects.size() + 1) + "/Root 1 0 R>>\nstartxref\n" +
+         std::to_string(start) + "\n%%EOF\n";
+}
+
+struct Size {
+  int width = 0;
+  int height = 0;
+};
+Size JpegSize(const std::string& bytes) {
+  VipsImage* image = vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr);
+  if (image == nullptr) return {};
+  Size size{image->Xsize, image->Ysize};
+  g_object_unref(image);
+  return size;
+}
+
+class Previews : public ServicesTest {
+ protected:
+  void SetUp() override {
+    ServicesTest::SetUp();
+    AddUser("alice");
+    AddUser("bob");
+    folder_ = AddItem("alice", "/Trip", "", true);
+  }
+
+  // A raw-answer method ("preview", "archive", "download") as `user`, the
+  // shared item named by its permanent link, the rest of `params` as given.
+  plyth_test::HandlerRun Raw(ZANT::APIHandler handler, const char* method, const Item& shared, Json::Value params,
+                             const std::string& user = "anonymous") {
+    ZANT::APIRequest request;
+    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, method);
+    params["path"] = "link:" + shared.permanent_link;
+    request.SetParams(params);
+    const bool anonymous = user == "anonymous";
+    request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
+    return plyth_test::RunHandler(handler, request);
+  }
+  static int RawError(const plyth_test::HandlerRun& run) {
+    if (!run.response.IsEnableOutput()) return 0;
+    std::vector<std::string> lines;
+    std::string body;
+    plyth_test::SplitHeaders(run.answer, lines, body);
+    Json::Value answer;
+    Json::Reader().parse(body, answer);
+    return answer["error"]["code"].asInt();
+  }
+  static std::string Body(const plyth_test::HandlerRun& run) {
+    std::vector<std::string> lines;
+    std::string body;
+    plyth_test::SplitHeaders(run.stdoutBytes, lines, body);
+    return body;
+  }
+  void Open(const Item& item, Role role) {
+    ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, role), 0);
+  }
+  Item folder_;
+};
+
+TEST(PreviewKinds, FollowTheNameAndTheRight) {
+  struct Row {
+    const char* name;
+    bool canRead;
+    PreviewKind kind;
+  } rows[] = {
+      {.name = "a.JPG", .canRead = false, .kind = PreviewKind::kImage},
+      {.name = "a.heic", .canRead = false, .kind = PreviewKind::kImage},
+      {.name = "a.pdf", .canRead = false, .kind = PreviewKind::kPdf},
+      {.name = "notes.md", .canRead = false, .kind = PreviewKind::kText},
+      {.name = "song.mp3", .canRead = true, .kind = PreviewKind::kAudio},
+      {.name = "song.mp3", .canRead = false, .kind = PreviewKind::kNone},
+      {.name = "clip.webm", .canRead = true, .kind = PreviewKind::kVideo},
+      {.name = "clip.webm", .canRead = false, .kind = PreviewKind::kNone},
+      {.name = "report.docx", .canRead = true, .kind = PreviewKind::kNone},
+      {.name = "README", .canRead = true, .kind = PreviewKind::kNone},
+      {.name = "trailing.", .canRead = true, .kind = PreviewKind::kNone},
+      {.name = "two.md markdown", .canRead = true, .kind = PreviewKind::kNone},
+  };
+  for (const Row& row : rows) {
+    Item item;
+    item.name = row.name;
+    EXPECT_EQ(plyth_services::PreviewKindOf(item, row.canRead), row.kind) << row.name << " " << row.canRead;
+  }
+  Item dir;
+  dir.name = "photos.jpg";
+  dir.kind = 1;
+  EXPECT_EQ(plyth_services::PreviewKindOf(dir, true), PreviewKind::kNone);
+}
+
+TEST(TextExcerpts, AreValidUtf8WithinTheLimit) {
+  const std::string limit(plyth_services::kTextPreviewBytes - 1, 'a');
+  struct Row {
+    const char* what;
+    std::string in;
+    std::string out;
+  } rows[] = {
+      {.what = "plain", .in = "h\xC3\xA9llo\n", .out = "h\xC3\xA9llo\n"},
+      {.what = "stray byte", .in = "a\xFF" "b", .out = "a\xEF\xBF\xBD" "b"},
+      {.what = "overlong slash", .in = "\xC0\xAF", .out = "\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {.what = "surrogate", .in = "\xED\xA0\x80", .out = "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {.what = "cut at the file's end", .in = "x\xE2\x82", .out = "x\xEF\xBF\xBD\xEF\xBF\xBD"},
+      {.what = "character across the limit", .in = limit + "\xE2\x82\xAC" + "tail", .out = limit},
+      {.what = "exactly the limit", .in = limit + "b" + "more", .out = limit + "b"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(plyth_services::TextExcerpt(row.in), row.out) << row.what;
+}
+
+TEST_F(Previews, AnswerEachKindOrSayWhyNot) {
+  const Item photo = AddItem("alice", "/Trip/photo.png", Picture(300, 200, 4, ".png"));
+  const Item doc = AddItem("alice", "/Trip/doc.pdf", Pdf(3));
+  const Item notes = AddItem("alice", "/Trip/notes.txt", "day one\n");
+  const Item song = AddItem("alice", "/Trip/song.mp3", "ID3 not really");
+  const Item broken = AddItem("alice", "/Trip/broken.jpg", "\xFF\xD8\xFF garbage");
+  const Item empty = AddItem("alice", "/Trip/empty.png", "");
+  const Item misnamed = AddItem("alice", "/Trip/misnamed.jpg", Pdf(1));
+  const Item word = AddItem("alice", "/Trip/plan.docx", "PK");
+  Open(folder_, Role::kPreviewer);
+  struct Row {
+    const char* what;
+    const Item* item;
+    Json::Value params;
+    int error;
+    const char* type;  // Content-Type of a success
+  } rows[] = {
+      {.what = "image", .item = &photo, .params = Json::objectValue, .error = 0, .type = "image/jpeg"},
+      {.what = "pdf page 3", .item = &doc, .params = Json::objectValue, .error = 0, .type = "image/jpeg"},
+      {.what = "text", .item = &notes, .params = Json::objectValue, .error = 0, .type = "text/plain; charset=utf-8"},
+      {.what = "audio to a previewer", .item = &song, .params = Json::objectValue, .error = 1060, .type = ""},
+      {.what = "corrupt image", .item = &broken, .params = Json::objectValue, .error = 1060, .type = ""},
+      {.what = "zero bytes", .item = &empty, .params = Json::objectValue, .error = 1060, .type = ""},
+      {.what = "pdf named .jpg", .item = &misnamed, .params = Json::objectValue, .error = 1060, .type = ""},
+      {.what = "no rendition", .item = &word, .params = Json::objectValue, .error = 1060, .type = ""},
+      {.what = "unknown size", .item = &photo, .params = Json::objectValue, .error = 101, .type = ""},
+      {.what = "page past the end", .item = &doc, .params = Json::objectValue, .error = 1060, .type = ""},
+      {.what = "page of an image", .item = &photo, .params = Json::objectValue, .error = 101, .type = ""},
+  };
+  rows[0].params["size"] = 256;
+  rows[1].params["size"] = 256;
+  rows[1].params["page"] = 3;
+  for (int i = 3; i < 8; ++i) rows[i].params["size"] = 256;
+  rows[8].params["size"] = 300;
+  rows[9].params["size"] = 256;
+  rows[9].params["page"] = 4;
+  rows[10].params["size"] = 256;
+  rows[10].params["page"] = 2;
+  for (Row& row : rows) {
+    row.params["item"] = row.item->file_id;
+    const plyth_test::HandlerRun run = Raw(plyth_services::FilesPreviewFunc, "preview", folder_, row.params);
+    EXPECT_EQ(RawError(run), row.error) << row.what;
+    if (row.error != 0) continue;
+    const std::string body = Body(run);
+    EXPECT_EQ(run.stdoutBytes.substr(0, run.stdoutBytes.size() - body.size()),
+              std::string("Status: 200 OK\r\nContent-Type: ") + row.type + "\r\nContent-Length: " +
+                  std::to_string(body.size()) +
+                  "\r\nCache-Control: private, max-age=3600\r\nX-Content-Type-Options: nosniff\r\n\r\n")
+        << row.what;
+  }
+  Json::Value params(Json::objectValue);
+  params["item"] = notes.file_id;
+  EXPECT_EQ(Body(Raw(plyth_services::FilesPreviewFunc, "preview", folder_, params)), "day one\n");
+}
+
+TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
+  const std::string original = Picture(1200, 400, 3, ".jpg");
+  const Item photo = AddItem("alice", "/photo.jpg", original);
+  const Item small = AddItem("alice", "/small.jpg", Picture(100, 50, 3, ".jpg"));
+  const Item heic = AddItem("alice", "/phone.heic", Picture(640, 480, 3, ".heic"));
+  const Item webp = AddItem("alice", "/web.webp", Picture(300, 600, 4, ".webp"));
+  const Item gif = AddItem("alice", "/anim.gif", Picture(256, 256, 3, ".gif"));
+  for (const Item* item : {&photo, &small, &heic, &webp, &gif}) Open(*item, Role::kPreviewer);
+  struct Row {
+    const Item* item;
+    int size;
+    Size expected;
+  } rows[] = {
+      {.item = &photo, .size = 128, .expected = {128, 43}},
+      {.item = &photo, .size = 512, .expected = {512, 171}},
+      {.item = &photo, .size = 2048, .expected = {1200, 400}},  // never enlarged
+      {.item = &small, .size = 1024, .expected = {100, 50}},
+      {.item = &heic, .size = 128, .expected = {128, 96}},
+      {.item = &webp, .size = 256, .expected = {128, 256}},
+      {.item = &gif, .size = 128, .expected = {128, 128}},
+  };
+  for (const Row& row : rows) {
+    Json::Value params(Json::objectValue);
+    params["size"] = row.size;
+    const std::string body = Body(Raw(plyth_services::FilesPreviewFunc, "preview", *row.item, params));
+    const Size got = JpegSize(body);
+    EXPECT_EQ(got.width, row.expected.width) << row.item->name << " " << row.size;
+    EXPECT_EQ(got.height, row.expected.height) << row.item->name << " " << row.size;
+    EXPECT_NE(body, original);
+  }
+  // The previewer may not read the original by any method (however a
+  // refused download is worded).
+  const plyth_test::HandlerRun download = Raw(plyth_services::FilesDownloadFunc, "download", photo, Json::objectValue);
+  EXPECT_EQ(download.answer.find(original), std::string::npos);
+  EXPECT_EQ(download.stdoutBytes.find("Status: 2"), std::string::npos);
+  Json::Value whole(Json::objectValue);
+  EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", photo, whole)), 1002);
+}
+
+TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
+  const Item photo = AddItem("alice", "/photo.png", Picture(600, 600, 3, ".png"));
+  Open(photo, Role::kPreviewer);
+  Json::Value params(Json::objectValue);
+  params["size"] = 256;
+  const std::string first = Body(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params));
+  const std::string cached = root_.Host(std::string(plyth_services::kPreviewCacheDir) + "/" +
+                                        photo.hash.substr(0, 2) + "/" + photo.hash + "-256-1.jpg");
+  struct stat info;
+  ASSERT_EQ(stat(cached.c_str(), &info), 0);
+  EXPECT_EQ(static_cast<size_t>(info.st_size), first.size());
+  // A second answer comes from the file, as it stands.
+  root_.WriteFile(std::string(plyth_services::kPreviewCacheDir) + "/" + photo.hash.substr(0, 2) + "/" + photo.hash +
+                      "-256-1.jpg",
+                  "cached bytes");
+  EXPECT_EQ(Body(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params)), "cached bytes");
+
+  // Over the cap, the least recently used go first.
+  const std::string dir = std::string(plyth_services::kPreviewCacheDir) + "/ab/";
+  for (int i = 0; i < 4; ++i) {
+    root_.WriteFile(dir + std::to_string(i), std::string(1000, 'x'));
+    const timespec times[2] = {{1000 + i, 0}, {1000 + i, 0}};
+    utimensat(AT_FDCWD, root_.Host(dir + std::to_string(i)).c_str(), times, 0);
+  }
+  plyth_services::PruneRenditionCache(3000);
+  std::vector<bool> left;
+  for (int i = 0; i < 4; ++i) left.push_back(access(root_.Host(dir + std::to_string(i)).c_str(), F_OK) == 0);
+  EXPECT_EQ(left, (std::vector<bool>{false, false, true, true}));
+  EXPECT_EQ(access(cached.c_str(), F_OK), 0);
+}
+
+TEST_F(Previews, OfFilesPastTheSizeCapAreRefusedUnread) {
+  // The store says 2 GiB; the content is never opened to find out.
+  const Item photo = AddItem("alice", "/huge.jpg", Picture(64, 64, 3, ".jpg"));
+  plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
+  grow.Bind(1, static_cast<int64_t>(2) << 30).Bind(2, photo.file_id);
+  ASSERT_TRUE(grow.Run());
+  Open(photo, Role::kPreviewer);
+  Json::Value params(Json::objectValue);
+  params["size"] = 256;
+  EXPECT_EQ(RawError(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params)), 1060);
+}
+
+TEST_F(Previews, InfoTellsTheViewerAndThePages) {
+  const Item doc = AddItem("alice", "/doc.pdf", Pdf(3));
+  const Item bad = AddItem("alice", "/bad.pdf", "%PDF-1.4 nothing else");
+  const Item clip = AddItem("alice", "/clip.webm", "webm");
+  struct Row {
+    const Item* item;
+    Role role;
+    const char* answer;
+  } rows[] = {
+      {.item = &doc, .role = Role::kPreviewer, .answer = R"({"kind":"pdf","pages":3,"text_limit":65536})"},
+      {.item = &bad, .role = Role::kPreviewer, .answer = R"({"kind":"none","text_limit":65536})"},
+      {.item = &clip, .role = Role::kPreviewer, .answer = R"({"kind":"none","text_limit":65536})"},
+      {.item = &clip, .role = Role::kViewer, .answer = R"({"kind":"video","text_limit":65536})"},
+  };
+  for (const Row& row : rows) {
+    Open(*row.item, row.role);
+    Json::Value params(Json::objectValue);
+    params["path"] = "link:" + row.item->permanent_link;
+    const Json::Value result = Call("ZANT.BrindlexPlyth.Files", "preview_info", params, "anonymous");
+    EXPECT_EQ(ZANT::JsonToString(result["data"]), row.answer) << row.item->name;
+  }
+}
+
+TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
+  const Item inside = AddItem("alice", "/Trip/day/notes.txt", "inside");
+  const Item beside = AddItem("alice", "/Tripping/notes.txt", "beside");
+  const Item others = AddItem("bob", "/Trip/notes.txt", "bob's");
+  const Item binned = AddItem("alice", "/Trip/old.txt", "old");
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), binned, true), 0);
+  const std::string token = TokenFor(Share(folder_, "", 0, Role::kViewer));
+  struct Row {
+    const char* what;
+    std::string item;
+    int error;
+  } rows[] = {
+      {.what = "below", .item = inside.file_id, .error = 0},
+      {.what = "name prefix, not below", .item = beside.file_id, .error = 408},
+      {.what = "another owner's same path", .item = others.file_id, .error = 408},
+      {.what = "in the recycle bin", .item = binned.file_id, .error = 408},
+      {.what = "unknown", .item = "AAAAAAAAAAAAAAAA", .error = 408},
+  };
+  for (const Row& row : rows) {
+    Json::Value params(Json::objectValue);
+    params["item"] = row.item;
+    params["sharing_token"] = token;
+    const plyth_test::HandlerRun run = Raw(plyth_services::FilesPreviewFunc, "preview", folder_, params);
+    EXPECT_EQ(RawError(run), row.error) << row.what;
+    if (row.error == 0) {
+      EXPECT_EQ(Body(run), "inside");
+    }
+  }
+}
+
+class Listings : public Previews {
+ protected:
+  Json::Value List(const Item& shared, Json::Value params, const std::string& user = "anonymous") {
+    params["path"] = "link:" + shared.permanent_link;
+    return Call("ZANT.BrindlexPlyth.Files", "list", params, user);
+  }
+  static std::string Names(const Json::Value& data) {
+    std::string names;
+    for (const Json::Value& entry : data["items"]) names += entry["name"].asString() + (entry["type"] == "dir" ? "/ " : " ");
+    return names;
+  }
+};
+
+TEST_F(Listings, PutFoldersFirstThenNamesAndTellEachKind) {
+  for (const char* path : {"/Trip/b.txt", "/Trip/A.jpg", "/Trip/zeta/x.txt", "/Trip/Beta/y.txt", "/Trip/clip.webm",
+                           "/Trip/a.pdf", "/Trip/Caf\xC3\xA9 & \"<x>\".txt"}) {
+    AddItem("alice", path, "x");
+  }
+  AddItem("alice", "/Trip/gone.txt", "x");
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), Find("alice", "/Trip/gone.txt"), true), 0);
+  Open(folder_, Role::kPreviewer);
+  const Json::Value data = List(folder_, Json::objectValue)["data"];
+  EXPECT_EQ(Names(data), "Beta/ zeta/ A.jpg a.pdf b.txt Caf\xC3\xA9 & \"<x>\".txt clip.webm ");
+  EXPECT_EQ(Pick(data, {"can_read", "offset", "page_size", "total"}),
+            R"({"can_read":false,"offset":0,"page_size":200,"total":7})");
+  std::map<std::string, std::string> kinds;
+  for (const Json::Value& entry : data["items"]) kinds[entry["name"].asString()] = entry["preview"].asString();
+  EXPECT_EQ(kinds["A.jpg"], "image");
+  EXPECT_EQ(kinds["a.pdf"], "pdf");
+  EXPECT_EQ(kinds["b.txt"], "text");
+  EXPECT_EQ(kinds["clip.webm"], "none");  // a previewer gets no player
+  EXPECT_EQ(kinds["zeta"], "none");
+  const Json::Value& first = data["items"][3];
+  EXPECT_EQ(Pick(first, {"name", "type", "size", "preview"}), R"({"name":"a.pdf","preview":"pdf","size":1,"type":"file"})");
+}
+
+TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
+  for (int i = 0; i < 450; ++i) {
+    char name[32];
+    snprintf(name, sizeof(name), "/Trip/in/deep/f%03d.txt", i);
+    AddItem("alice", name, "");
+  }
+  Open(folder_, Role::kViewer);
+  const Item deep = Find("alice", "/Trip/in/deep");
+  struct Row {
+    int64_t offset;
+    size_t count;
+    const char* first;
+  } rows[] = {
+      {.offset = 0, .count = 200, .first = "f000.txt"},
+      {.offset = 200, .count = 200, .first = "f200.txt"},
+      {.offset = 400, .count = 50, .first = "f400.txt"},
+      {.offset = 450, .count = 0, .first = ""},
+  };
+  for (const Row& row : rows) {
+    Json::Value params(Json::objectValue);
+    params["item"] = deep.file_id;
+    params["offset"] = Json::Int64(row.offset);
+    const Json::Value data = List(folder_, params)["data"];
+    EXPECT_EQ(data["items"].size(), row.count) << row.offset;
+    EXPECT_EQ(data["items"][0]["name"].asString(), row.first) << row.offset;
+    EXPECT_EQ(data["total"].asInt(), 450);
+    std::string trail;
+    for (const Json::Value& crumb : data["breadcrumbs"]) trail += crumb["name"].asString() + "/";
+    EXPECT_EQ(trail, "Trip/in/deep/");
+  }
+  struct Refusal {
+    const char* what;
+    Json::Value offset;
+    std::string item;
+    int error;
+  } refusals[] = {
+      {.what = "negative offset", .offset = -1, .item = "", .error = 101},
+      {.what = "offset of another type", .offset = Json::arrayValue, .item = "", .error = 101},
+      {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f001.txt").file_id, .error = 1005},
+  };
+  for (const Refusal& row : refusals) {
+    Json::Value params(Json::objectValue);
+    params["offset"] = row.offset;
+    if (!row.item.empty()) params["item"] = row.item;
+    EXPECT_EQ(ErrorCode(List(folder_, params)), row.error) << row.what;
+  }
+  Open(folder_, Role::kNone);
+  EXPECT_EQ(ErrorCode(List(folder_, Json::objectValue)), 1002);
+  EXPECT_EQ(ErrorCode(List(folder_, Json::objectValue, "alice")), 0);
+}
+
+class Archives : public Previews {
+ protected:
+  // Entry names and contents of a ZIP.
+  static std::map<std::string, std::string> Unzip(const std::string& zip) {
+    std::map<std::string, std::string> entries;
+    // The reader hands out names in the locale's character set.
+    setlocale(LC_CTYPE, "C.UTF-8");
+    struct archive* reader = archive_read_new();
+    archive_read_support_format_zip(reader);
+    EXPECT_EQ(archive_read_open_memory(reader, zip.data(), zip.size()), ARCHIVE_OK);
+    archive_entry* entry;
+    while (archive_read_next_header(reader, &entry) == ARCHIVE_OK) {
+      std::string content;
+      char buffer[4096];
+      la_ssize_t got;
+      while ((got = archive_read_data(reader, buffer, sizeof(buffer))) > 0) content.append(buffer, got);
+      const char* name = archive_entry_pathname_utf8(entry);
+      entries[name ? name : archive_entry_pathname(entry)] = content;
+    }
+    archive_read_free(reader);
+    return entries;
+  }
+};
+
+TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
+  const Item notes = AddItem("alice", "/Trip/notes.txt", std::string(5000, 'n'));
+  AddItem("alice", "/Trip/Caf\xC3\xA9/menu \"1\".txt", "soup");
+  const Item photo = AddItem("alice", "/Trip/pics/a.jpg", "jpeg bytes");
+  AddItem("alice", "/Trip/empty", "", true);
+  AddItem("alice", "/Trip/gone.txt", "x");
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), Find("alice", "/Trip/gone.txt"), true), 0);
+  AddItem("alice", "/Tripping/beside.txt", "no");
+  const std::string token = TokenFor(Share(folder_));
+
+  Json::Value whole(Json::objectValue);
+  whole["sharing_token"] = token;
+  const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, whole);
+  const std::string body = Body(run);
+  EXPECT_EQ(run.stdoutBytes.substr(0, run.stdoutBytes.size() - body.size()),
+            "Status: 200 OK\r\nContent-Type: application/zip\r\n"
+            "Content-Disposition: attachment; filename=\"Trip.zip\"; filename*=UTF-8''Trip.zip\r\n"
+            "X-Content-Type-Options: nosniff\r\n\r\n");
+  const std::map<std::string, std::string> expected = {
+      {"Caf\xC3\xA9/", ""}, {"Caf\xC3\xA9/menu \"1\".txt", "soup"}, {"empty/", ""},
+      {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}};
+  EXPECT_EQ(Unzip(body), expected);
+
+  Json::Value chosen = whole;
+  chosen["items"].append(notes.file_id);
+  chosen["items"].append(Find("alice", "/Trip/pics").file_id);
+  chosen["items"].append(photo.file_id);  // already inside pics: once
+  EXPECT_EQ(Unzip(Body(Raw(plyth_services::FilesArchiveFunc, "archive", folder_, chosen))),
+            (std::map<std::string, std::string>{
+                {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}}));
+}
+
+TEST_F(Archives, RefuseWhatTheyCannotCarry) {
+  const Item big = AddItem("alice", "/Trip/big.bin", "x");
+  const Item beside = AddItem("alice", "/other.txt", "x");
+  const std::string token = TokenFor(Share(folder_));
+  struct Row {
+    const char* what;
+    Json::Value items;
+    Role role;
+    int error;
+  } rows[] = {
+      {.what = "empty selection", .items = Json::arrayValue, .role = Role::kViewer, .error = 101},
+      {.what = "selection of another type", .items = "x", .role = Role::kViewer, .error = 101},
+      {.what = "an item not below", .items = Json::arrayValue, .role = Role::kViewer, .error = 408},
+      {.what = "a previewer", .items = Json::nullValue, .role = Role::kPreviewer, .error = 1002},
+  };
+  rows[2].items.append(beside.file_id);
+  for (const Row& row : rows) {
+    Json::Value params(Json::objectValue);
+    params["sharing_token"] = row.role == Role::kViewer ? token : TokenFor(Share(folder_, "", 0, row.role));
+    if (!row.items.isNull()) params["items"] = row.items;
+    EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", folder_, params)), row.error) << row.what;
+  }
+  // Past the entry cap nothing is written (rows made in one statement).
+  ASSERT_TRUE(Db().Exec(
+      ("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i <= " +
+       std::to_string(plyth_services::kArchiveMaxEntries) +
+       ") INSERT INTO items (file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind,"
+       " created_time, modified_time, access_time, change_time, permanent_link)"
+       " SELECT printf('M%015d', i), '" + folder_.file_id + "', 1026, 'alice', printf('/Trip/many/%05d', i),"
+       " printf('/Trip/many/%05d', i), printf('%05d', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n")
+          .c_str()));
+  Json::Value many(Json::objectValue);
+  many["sharing_token"] = token;
+  const plyth_test::HandlerRun crowded = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, many);
+  EXPECT_EQ(RawError(crowded), 1061);
+  EXPECT_EQ(crowded.stdoutBytes, "");
+  ASSERT_TRUE(Db().Exec("DELETE FROM items WHERE file_id LIKE 'M%'"));
+
+  // Past the byte cap nothing is written.
+  plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
+  grow.Bind(1, static_cast<int64_t>(plyth_services::kArchiveMaxBytes + 1)).Bind(2, big.file_id);
+  ASSERT_TRUE(grow.Run());
+  Json::Value params(Json::objectValue);
+  params["sharing_token"] = token;
+  const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, params);
+  EXPECT_EQ(RawError(run), 1061);
+  EXPECT_EQ(run.stdoutBytes, "");
+}
+
+}  // namespace
+}  // namespace services_test
