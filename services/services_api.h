@@ -10,6 +10,7 @@ void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 // "ZANT.BrindlexPlyth.AdvanceSharing.Public" v1
 void SharingAuthFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
+void AccessRequestCreateFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 
 // Appliance APIs answered from configuration files.
 void InfoGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);

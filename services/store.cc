@@ -91,6 +91,13 @@ const char* const kMigrations[] = {
     "CREATE INDEX auth_failures_link ON auth_failures (sharing_link, at);",
     // 1 -> 2: every record fetch reads the highest sync id.
     "CREATE INDEX items_sync_id ON items (sync_id);",
+    // 2 -> 3: requests for access to an item, one per requester.
+    "CREATE TABLE access_requests ("
+    "  item_id TEXT NOT NULL REFERENCES items (file_id) ON DELETE CASCADE,"
+    "  requester TEXT NOT NULL,"
+    "  at INTEGER NOT NULL,"
+    "  message TEXT NOT NULL DEFAULT '',"
+    "  PRIMARY KEY (item_id, requester));",
 };
 constexpr int kMigrationCount = sizeof(kMigrations) / sizeof(kMigrations[0]);
 static_assert(kMigrationCount == kSchemaVersion, "one migration per schema version");
