@@ -56,8 +56,8 @@
     if (code === CODE.NEED_PASSWORD) return 'password';
     if (code === CODE.EXPIRED) return 'expired';
     if (code === CODE.NO_ACCESS) return signedIn ? 'denied' : 'signin';
-    // 1036 (unknown or revoked link), 1002 (no access), 408, 1040 and any
-    // other code all read as "not available to you".
+    // 1036 (unknown or revoked link), 408, 1040 and any other code all
+    // read as "not available to you".
     return 'invalid';
   };
 
