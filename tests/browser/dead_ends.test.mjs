@@ -271,6 +271,7 @@ describe('no road ends in nothing', { skip }, () => {
         await page.textContent('#plyth-mobile-notice'),
         'The download did not start' + 'This item was moved to the recycle bin and can no longer be downloaded.',
       );
+      assert.equal(await page.$eval('#plyth-mobile-notice', (n) => n.className), 'plyth-mobile-notice plyth-mobile-notice-problem');
       await look(page, 'phone-download-refused');
       assert.equal(saved, false);
       await context.close();

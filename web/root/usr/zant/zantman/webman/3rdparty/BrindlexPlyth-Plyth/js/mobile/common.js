@@ -194,7 +194,7 @@
       }
       event.preventDefault();
       check().then(function (problem) {
-        if (problem) return M.notice(M.ownText('download_failed'), M.ownText(problem));
+        if (problem) return M.notice(M.ownText('download_failed'), M.ownText(problem), true);
         node.setAttribute('data-checked', '1');
         node.click();
       });
@@ -231,11 +231,13 @@
     return made;
   };
 
-  // Shows a notice below the buttons: a bold title line and a text.
-  M.notice = function (title, text) {
+  // Shows a notice below the buttons: a bold title line and a text; a
+  // `problem` notice says that something did not happen.
+  M.notice = function (title, text, problem) {
     var box = document.getElementById('plyth-mobile-notice');
     if (!box) return;
     box.textContent = '';
+    box.classList.toggle('plyth-mobile-notice-problem', !!problem);
     if (title) box.appendChild(M.el('strong', 'plyth-mobile-notice-title', title));
     if (text) box.appendChild(M.el('span', 'plyth-mobile-notice-text', text));
     box.hidden = false;
@@ -293,7 +295,7 @@
           window.removeEventListener('pagehide', leave);
           window.removeEventListener('blur', leave);
           if (left || document.visibilityState === 'hidden') return;
-          M.notice(M.ownText('app_missing_title'), M.ownText('app_missing'));
+          M.notice(M.ownText('app_missing_title'), M.ownText('app_missing'), true);
           if (fallback) fallback();
         }, M.APP_WAIT_MS);
       },

@@ -20,7 +20,7 @@
           M.requestAccess(state.permanent_link || '').then(function (sent) {
             button.disabled = sent;
             if (sent) M.notice(i18n.title || 'Request sent', i18n.sent || 'Your request has been sent to the owner.');
-            else M.notice('', M.ownText('request_failed'));
+            else M.notice('', M.ownText('request_failed'), true);
           });
         },
       },
