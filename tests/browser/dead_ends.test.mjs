@@ -122,6 +122,9 @@ describe('no road ends in nothing', { skip }, () => {
     ctl('link', 'make', 'alice:/Old/binned.txt', '--visibility', 'anyone');
     ctl('link', 'make', 'alice:/Reports/report.txt', '--visibility', 'anyone');
     ctl('file', 'trash', 'alice:/Old/binned.txt');
+    links.open = ctl('share', 'make', 'alice:/Reports/report.txt');
+    links.expired = ctl('share', 'make', 'alice:/Reports/report.txt', '--expires', '@1000000000');
+    links.preview = ctl('share', 'make', 'alice:/Reports/report.txt', '--role', 'previewer');
     browser = await launchChromium(playwright);
   });
 
@@ -349,6 +352,33 @@ describe('no road ends in nothing', { skip }, () => {
       assert.equal(await page.evaluate(() => document.activeElement.id), 'plyth-download');
       await context.close();
     });
+  });
+
+  // The other states a visitor meets, for axe-core and the screenshots.
+  const states = [
+    { state: 'desktop-file', device: 'desktop', url: () => `/d/s/${links.open}/${links.report}`, ready: '[data-view="file"]' },
+    { state: 'desktop-password', device: 'desktop', url: () => `/d/s/${links.locked}/${links.report}`, ready: '[data-view="password"]' },
+    { state: 'desktop-expired', device: 'desktop', url: () => `/d/s/${links.expired}/${links.report}`, ready: '[data-view="expired"]' },
+    { state: 'desktop-unknown', device: 'desktop', url: () => '/d/s/NoSuchLink000000/NoSuchLink000000', ready: '[data-view="invalid"]' },
+    { state: 'desktop-unavailable', device: 'desktop', url: () => `/d/s/${links.binShare}/${links.binned}`, ready: '[data-view="unavailable"]' },
+    { state: 'desktop-preview-only', device: 'desktop', url: () => `/d/s/${links.preview}/${links.report}`, ready: '[data-view="file"]' },
+    { state: 'desktop-office-signed-in', device: 'desktop', account: 'bob', url: () => `/d/s/${links.office}/${links.notes}`, ready: '[data-view="office"]' },
+    { state: 'desktop-sign-in-page', device: 'desktop', url: () => '/', ready: '#zant-signin-form' },
+    { state: 'phone-expired', device: 'phone', url: () => `/d/s/${links.expired}/${links.report}`, ready: '#plyth-mobile-icon span' },
+    { state: 'phone-unknown', device: 'phone', url: () => '/d/s/NoSuchLink000000/NoSuchLink000000', ready: '#plyth-mobile-icon span' },
+    { state: 'phone-preview-only', device: 'phone', url: () => `/d/s/${links.preview}/${links.report}`, ready: '#plyth-open-app' },
+    { state: 'phone-member-item', device: 'phone', account: 'bob', url: () => `/d/f/${links.notes}`, ready: '#plyth-download' },
+  ];
+  describe('every other page state', () => {
+    for (const { state, device, account, url, ready } of states) {
+      test(`${state} passes axe-core`, async () => {
+        const context = account ? await signedInContext(device, account) : await browser.newContext(DEVICES[device]);
+        const page = await open(context, url());
+        await page.waitForSelector(ready.startsWith('[') ? `#plyth-share-root${ready}` : ready);
+        await look(page, state);
+        await context.close();
+      });
+    }
   });
 
   test('no page logged an error', () => {
