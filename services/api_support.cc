@@ -3,9 +3,17 @@
 
 #include <syslog.h>
 
+#include <cctype>
 #include <cstdio>
 
+#include "zant/qrt.h"
+
 namespace plyth_services {
+
+namespace {
+const char kDefaultLanguage[] = "enu";
+}  // namespace
+
 
 bool TextParam(const ZANT::APIRequest& request, const char* name, bool required, std::string* value) {
   if (!request.HasParam(name)) {
@@ -64,6 +72,32 @@ int CheckAnyone(ZANT::APIRequest*) { return 1; }
 int CheckAdmin(ZANT::APIRequest* request) {
   if (request->GetAuthResult() == ZANT::kAuthAdmin) return 1;
   return request->GetLoginUserName() == "admin" ? 1 : 0;
+}
+
+// A three-letter language code: "lang", else the request's UI language,
+// else the default. Anything else could walk out of the texts directory.
+std::string LanguageOf(const ZANT::APIRequest& request) {
+  auto valid = [](const std::string& code) {
+    if (code.size() != 3) return false;
+    for (char c : code) {
+      if (!islower(static_cast<unsigned char>(c))) return false;
+    }
+    return true;
+  };
+  const Json::Value& lang = request.GetParamRef("lang", Json::Value());
+  if (lang.isString() && valid(lang.asString())) return lang.asString();
+  if (valid(request.GetUILanguage())) return request.GetUILanguage();
+  return kDefaultLanguage;
+}
+
+// The texts of `lang` under `directory`, or the default language's when
+// that language has none.
+Json::Value TextsOf(const std::string& directory, const std::string& lang) {
+  Json::Value texts = ZANT::QRT::LocalizedStringParser::ParseTexts(directory + lang);
+  if ((!texts.isObject() || texts.empty()) && lang != kDefaultLanguage) {
+    texts = ZANT::QRT::LocalizedStringParser::ParseTexts(directory + kDefaultLanguage);
+  }
+  return texts.isObject() ? texts : Json::Value(Json::objectValue);
 }
 
 }  // namespace plyth_services

@@ -26,6 +26,17 @@ bool IntParam(const ZANT::APIRequest& request, const char* name, int64_t fallbac
 // it could not be opened. Valid until the end of the request.
 Store* OpenStoreOrLog();
 
+// The desktop UI texts directory (a language directory below it).
+constexpr char kUITexts[] = "/usr/zant/zantman/texts/";
+
+// A three-letter language code: "lang", else the request's UI language,
+// else "enu". Anything else could walk out of a texts directory.
+std::string LanguageOf(const ZANT::APIRequest& request);
+
+// The texts of `lang` under `directory`, or the default language's when
+// that language has none; always an object.
+Json::Value TextsOf(const std::string& directory, const std::string& lang);
+
 // Writes a script answer ("getjs" methods) to standard output.
 void WriteScript(const std::string& body);
 

@@ -21,9 +21,7 @@ const char kZantInfo[] = "/etc/zantinfo.conf";
 const char kDDNSRecords[] = "/usr/zant/etc/ddns_records.json";
 const char kRelayPermission[] = "/usr/zant/etc/relay/permission.json";
 const char kRelay[] = "/usr/zant/etc/relay/skyvane.json";
-const char kUITexts[] = "/usr/zant/zantman/texts/";
 const char kJSLibTexts[] = "/usr/zant/zantman/zantQRTjslib/texts/";
-const char kDefaultLanguage[] = "enu";
 
 enum class Config { kRead, kMissing, kBroken };
 
@@ -54,32 +52,6 @@ void AnswerList(ZANT::APIResponse* response, const char* appliancePath, const ch
   Json::Value data(Json::objectValue);
   data[key] = ListFrom(config, key);
   response->SetSuccess(data);
-}
-
-// A three-letter language code: "lang", else the request's UI language,
-// else the default. Anything else could walk out of the texts directory.
-std::string LanguageOf(const ZANT::APIRequest& request) {
-  auto valid = [](const std::string& code) {
-    if (code.size() != 3) return false;
-    for (char c : code) {
-      if (!islower(static_cast<unsigned char>(c))) return false;
-    }
-    return true;
-  };
-  const Json::Value& lang = request.GetParamRef("lang", Json::Value());
-  if (lang.isString() && valid(lang.asString())) return lang.asString();
-  if (valid(request.GetUILanguage())) return request.GetUILanguage();
-  return kDefaultLanguage;
-}
-
-// The texts of `lang` under `directory`, or the default language's when
-// that language has none.
-Json::Value TextsOf(const std::string& directory, const std::string& lang) {
-  Json::Value texts = ZANT::QRT::LocalizedStringParser::ParseTexts(directory + lang);
-  if ((!texts.isObject() || texts.empty()) && lang != kDefaultLanguage) {
-    texts = ZANT::QRT::LocalizedStringParser::ParseTexts(directory + kDefaultLanguage);
-  }
-  return texts.isObject() ? texts : Json::Value(Json::objectValue);
 }
 
 // window.<table> holds the texts; window.<getter>(section, key) reads one,

@@ -96,6 +96,20 @@ void Line(std::string& out, const char* name, const std::string& value) {
   out += "\r\n";
 }
 
+std::string EscapeHtml(const std::string& text) {
+  std::string out;
+  for (char c : text) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      case '"': out += "&quot;"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
+
 }  // namespace
 
 std::string ContentTypeFor(const std::string& name) {
@@ -214,6 +228,25 @@ bool WriteDownload(FILE* out, const std::string& name, FILE* file, uint64_t size
   }
   fflush(out);
   return complete;
+}
+
+void WriteRefusalPage(FILE* out, const std::string& status, const std::string& htmlLang,
+                      const std::string& title, const std::string& text) {
+  const std::string body = "<!DOCTYPE html>\n<html lang=\"" + EscapeHtml(htmlLang) +
+                           "\">\n<head>\n<meta charset=\"UTF-8\">\n"
+                           "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
+                           "<title>" + EscapeHtml(title) + "</title>\n</head>\n<body>\n<h1>" +
+                           EscapeHtml(title) + "</h1>\n<p>" + EscapeHtml(text) + "</p>\n</body>\n</html>\n";
+  std::string head;
+  Line(head, "Status", status);
+  Line(head, "Content-Type", "text/html; charset=UTF-8");
+  Line(head, "Content-Length", std::to_string(body.size()));
+  Line(head, "Cache-Control", "no-store");
+  Line(head, "X-Content-Type-Options", "nosniff");
+  head += "\r\n";
+  fwrite(head.data(), 1, head.size(), out);
+  fwrite(body.data(), 1, body.size(), out);
+  fflush(out);
 }
 
 }  // namespace plyth_services

@@ -39,4 +39,11 @@ RangeAnswer ParseRange(const std::string& header, uint64_t size, ByteRange* rang
 bool WriteDownload(FILE* out, const std::string& name, FILE* file, uint64_t size,
                    const std::string& rangeHeader);
 
+// A refused download as a page for a browser that navigated to it, so that
+// a download link never saves an error answer as the file: "Status:"
+// `status` (such as "410 Gone"), a no-store HTML page in language `htmlLang`
+// with `title` and `text` (both escaped here).
+void WriteRefusalPage(FILE* out, const std::string& status, const std::string& htmlLang,
+                      const std::string& title, const std::string& text);
+
 }  // namespace plyth_services

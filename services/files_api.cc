@@ -94,6 +94,67 @@ int ResolveAccess(Store& store, const ZANT::APIRequest& request, Access* access)
   return kOk;
 }
 
+namespace {
+
+// How a refused download reads to a browser that navigated to it: the
+// HTTP status and the key of its texts in section [download] of the
+// desktop UI texts.
+struct Refusal {
+  int code;
+  const char* status;
+  const char* key;
+};
+const Refusal kRefusals[] = {
+    {kErrBadParameter, "400 Bad Request", "bad_request"},
+    {kErrNoSuchItem, "404 Not Found", "not_found"},
+    {kErrItemRemoved, "410 Gone", "removed"},
+    {kErrNoAccess, "403 Forbidden", "denied"},
+    {kErrNotAFile, "403 Forbidden", "folder"},
+    {kErrBadToken, "403 Forbidden", "expired"},
+};
+const Refusal kOtherRefusal = {kErrStore, "500 Internal Server Error", "failed"};
+
+// The language tags of the appliance's language codes.
+const struct {
+  const char* code;
+  const char* tag;
+} kLanguageTags[] = {{"enu", "en"}, {"ger", "de"}};
+
+std::string LanguageTag(const std::string& code) {
+  for (const auto& entry : kLanguageTags) {
+    if (code == entry.code) return entry.tag;
+  }
+  return "en";
+}
+
+// A browser opening the address itself (a link, a typed address), as
+// opposed to a script calling the API, which is answered in JSON.
+bool IsNavigation(const ZANT::APIRequest& request) {
+  const std::string mode = request.GetEnv("HTTP_SEC_FETCH_MODE", "").asString();
+  if (!mode.empty()) return mode == "navigate";
+  return request.GetEnv("HTTP_ACCEPT", "").asString().find("text/html") != std::string::npos;
+}
+
+void RefuseDownload(ZANT::APIRequest* request, ZANT::APIResponse* response, int code) {
+  if (!IsNavigation(*request)) {
+    return response->SetError(code == kErrItemRemoved ? kErrNoSuchItem : code);
+  }
+  const Refusal* refusal = &kOtherRefusal;
+  for (const Refusal& entry : kRefusals) {
+    if (entry.code == code) refusal = &entry;
+  }
+  const std::string lang = LanguageOf(*request);
+  const Json::Value texts = TextsOf(kUITexts, lang)["download"];
+  auto text = [&](const std::string& key) {
+    const Json::Value& value = texts.isObject() ? texts[key] : Json::Value();
+    return value.isString() ? value.asString() : std::string();
+  };
+  response->SetEnableOutput(false);
+  WriteRefusalPage(stdout, refusal->status, LanguageTag(lang), text("title"), text(refusal->key));
+}
+
+}  // namespace
+
 void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
@@ -106,22 +167,29 @@ void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   response->SetSuccess(record);
 }
 
+// The checks before the content, in their order.
+int DownloadRefusal(Store& store, const ZANT::APIRequest& request, Access* access) {
+  int rc = ResolveRequestItem(store, request, access);
+  if (rc != kOk) return rc;
+  if (access->item.removed) return kErrItemRemoved;
+  if (access->item.kind != 0) return kErrNotAFile;
+  if (!CapabilitiesOf(access->role).can_read) return kErrNoAccess;
+  return kOk;
+}
+
 void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   Store* store = OpenStoreOrLog();
-  if (!store) return response->SetError(kErrStore);
+  if (!store) return RefuseDownload(request, response, kErrStore);
   Access access;
-  int rc = ResolveRequestItem(*store, *request, &access);
-  if (rc != kOk) return response->SetError(rc);
+  int rc = DownloadRefusal(*store, *request, &access);
+  if (rc != kOk) return RefuseDownload(request, response, rc);
   const Item& item = access.item;
-  if (item.removed) return response->SetError(kErrNoSuchItem);
-  if (item.kind != 0) return response->SetError(kErrNotAFile);
-  if (!CapabilitiesOf(access.role).can_read) return response->SetError(kErrNoAccess);
 
   FILE* content = fopen(Store::ContentFile(item.hash).c_str(), "rb");
   struct stat info;
   if (content == nullptr || fstat(fileno(content), &info) != 0) {
     if (content != nullptr) fclose(content);
-    return response->SetError(kErrStore);
+    return RefuseDownload(request, response, kErrStore);
   }
   response->SetEnableOutput(false);
   const std::string range = request->GetEnv("HTTP_RANGE", "").asString();

@@ -432,6 +432,7 @@ int RemoveAccountItems(Store& store, const std::string& owner) {
       "DELETE FROM sharing_links WHERE permanent_link IN"
       " (SELECT permanent_link FROM items WHERE owner_name = ?1)",
       "DELETE FROM permissions WHERE member = ?1",
+      "DELETE FROM access_requests WHERE requester = ?1",
       "DELETE FROM labels WHERE owner_name = ?1",
       "DELETE FROM items WHERE owner_name = ?1",
   };

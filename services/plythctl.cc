@@ -9,6 +9,7 @@
 #include <ostream>
 #include <set>
 
+#include "access_requests.h"
 #include "items.h"
 #include "service_errors.h"
 #include "sharing.h"
@@ -36,6 +37,9 @@ const char kUsage[] =
     "  share list\n"
     "  share revoke ID\n"
     "  share password ID [--password P | --none]   (without either: one line from standard input)\n"
+    "  requests list\n"
+    "  requests grant PATH USER\n"
+    "  requests deny PATH USER\n"
     "  url BASE\n"
     "PATH is OWNER:/PATH, /PATH (when one owner has it), id:FILE_ID or link:PERMANENT_LINK.\n"
     "ROLE is previewer, viewer, commenter or editor (grant also takes none).\n";
@@ -81,6 +85,8 @@ class Ctl {
   int ShareList();
   int ShareRevoke(const std::string& id);
   int SharePassword(const Args& args);
+  int RequestsList();
+  int RequestsAnswer(const Args& args, bool grant);
   int Url(const std::string& base);
 
   std::istream& in_;
@@ -298,6 +304,10 @@ int Ctl::Run(std::vector<std::string> words) {
     known = split(2, {}, {}, 1);
   } else if (command == "share" && sub == "password") {
     known = split(2, {"--password"}, {"--none"}, 1);
+  } else if (command == "requests" && sub == "list") {
+    known = split(2, {}, {}, 0);
+  } else if (command == "requests" && (sub == "grant" || sub == "deny")) {
+    known = split(2, {}, {}, 2);
   } else {
     return Usage("unknown command: " + command + (sub.empty() ? "" : " " + sub));
   }
@@ -311,6 +321,8 @@ int Ctl::Run(std::vector<std::string> words) {
   if (command == "share" && sub == "make") return ShareMake(args);
   if (command == "share" && sub == "list") return ShareList();
   if (command == "share" && sub == "password") return SharePassword(args);
+  if (command == "requests" && sub == "list") return RequestsList();
+  if (command == "requests") return RequestsAnswer(args, sub == "grant");
   return ShareRevoke(args.positional[0]);
 }
 
@@ -518,6 +530,31 @@ int Ctl::SharePassword(const Args& args) {
     return Fail(kExitBadValue, "an empty password; give --none for a link without one");
   }
   return FromService(SetSharingLinkPassword(*store_, id, password), id);
+}
+
+// One line per request: item, requester, time, message.
+int Ctl::RequestsList() {
+  std::vector<AccessRequest> requests;
+  int rc = ListAccessRequests(*store_, &requests);
+  if (rc != kOk) return FromService(rc, "");
+  for (const AccessRequest& request : requests) {
+    Item item;
+    std::string label = FindItemById(*store_, request.item_id, &item) == kOk ? ItemLabel(item) : "?";
+    out_ << label << "\t" << request.requester << "\t" << FormatTime(request.at) << "\t" << request.message
+         << "\n";
+  }
+  return kExitOk;
+}
+
+// Granting makes the requester a member with the role of the item's link.
+int Ctl::RequestsAnswer(const Args& args, bool grant) {
+  const std::string& path = args.positional[0];
+  const std::string& requester = args.positional[1];
+  Item item;
+  int rc = ResolveItem(path, &item);
+  if (rc != kOk) return FromService(rc, path);
+  rc = grant ? GrantAccessRequest(*store_, item, requester) : RemoveAccessRequest(*store_, item, requester);
+  return FromService(rc, "request of " + requester + " on " + path);
 }
 
 int Ctl::Url(const std::string& baseText) {

@@ -23,6 +23,9 @@ enum ServiceError {
   // Administration only (plythctl), never answered by a web API.
   kErrExists = 1051,             // an item with that path, or that name, exists
   kErrAmbiguous = 1052,          // a bare path names items of several owners
+  // Inside the download only: an item in the recycle bin, answered as 408
+  // to scripts and as "410 Gone" to a browser.
+  kErrItemRemoved = 1053,
 };
 
 }  // namespace plyth_services

@@ -7,6 +7,7 @@ namespace {
 
 const char kFiles[] = "ZANT.BrindlexPlyth.Files";
 const char kSharing[] = "ZANT.BrindlexPlyth.AdvanceSharing.Public";
+const char kAccessRequest[] = "ZANT.BrindlexPlyth.AccessRequest";
 const char kInfo[] = "ZANT.BrindlexPlyth.Info";
 const char kDDNS[] = "ZANT.Core.DDNS.Record";
 const char kSkyvanePermission[] = "ZANT.Core.Skyvane.Permission";
@@ -23,6 +24,7 @@ ZANTAPITableEntry gTable[] = {
     {kFiles, 1, "preview_info", FilesPreviewInfoFunc},
     {kFiles, 1, "archive", FilesArchiveFunc},
     {kSharing, 1, "auth", SharingAuthFunc},
+    {kAccessRequest, 1, "create", AccessRequestCreateFunc},
     {kInfo, 1, "get", InfoGetFunc},
     {kDDNS, 1, "list", DDNSRecordListFunc},
     {kSkyvanePermission, 1, "get", SkyvanePermissionGetFunc},
@@ -41,6 +43,7 @@ ZANTAPICheckEntry gCheckTable[] = {
     {kFiles, 1, "preview_info", CheckAnyone, 0, 0},
     {kFiles, 1, "archive", CheckAnyone, 0, 0},
     {kSharing, 1, "auth", CheckAnyone, 0, 0},
+    {kAccessRequest, 1, "create", CheckAnyone, 0, 0},
     {kInfo, 1, "get", CheckAdmin, 0, 0},
     {kDDNS, 1, "list", CheckAdmin, 0, 0},
     {kSkyvanePermission, 1, "get", CheckAdmin, 0, 0},

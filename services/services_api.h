@@ -14,6 +14,7 @@ void FilesPreviewInfoFunc(ZANT::APIRequest* request, ZANT::APIResponse* response
 void FilesArchiveFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 // "ZANT.BrindlexPlyth.AdvanceSharing.Public" v1
 void SharingAuthFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
+void AccessRequestCreateFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);
 
 // Appliance APIs answered from configuration files.
 void InfoGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response);

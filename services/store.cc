@@ -102,6 +102,13 @@ const char* const kMigrations[] = {
     "  at INTEGER NOT NULL);"
     "CREATE INDEX auth_failures_key ON auth_failures (sharing_link, client, at);"
     "CREATE INDEX auth_failures_at ON auth_failures (at);",
+    // 3 -> 4: requests for access to an item, one per requester.
+    "CREATE TABLE access_requests ("
+    "  item_id TEXT NOT NULL REFERENCES items (file_id) ON DELETE CASCADE,"
+    "  requester TEXT NOT NULL,"
+    "  at INTEGER NOT NULL,"
+    "  message TEXT NOT NULL DEFAULT '',"
+    "  PRIMARY KEY (item_id, requester));",
 };
 constexpr int kMigrationCount = sizeof(kMigrations) / sizeof(kMigrations[0]);
 static_assert(kMigrationCount == kSchemaVersion, "one migration per schema version");

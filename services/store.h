@@ -16,7 +16,7 @@ extern const char kDatabasePath[];  // "/var/packages/BrindlexPlyth/target/var/p
 extern const char kDataDir[];       // "/var/packages/BrindlexPlyth/target/var/data"
 
 // PRAGMA user_version of the newest schema.
-constexpr int kSchemaVersion = 3;
+constexpr int kSchemaVersion = 4;
 // How long one statement waits for another process's write lock.
 constexpr int kBusyTimeoutMs = 5000;
 // Write transactions still busy after the timeout are started again this often.

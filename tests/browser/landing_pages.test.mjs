@@ -189,7 +189,7 @@ describe('landing pages on a running appliance', { skip }, () => {
       ['an expired link', () => sharePath(links.expired), 'expired', 'Link expired'],
       ['a removed item', () => sharePath(links.goneShare, links.gone), 'unavailable', 'This item is no longer available'],
       ['an unknown sharing link', () => sharePath('NoSuchLink000000'), 'invalid', 'Link not available'],
-      ['a permanent link of a private item', () => `/d/f/${links.plan}`, 'invalid', 'Link not available'],
+      ['a permanent link of a private item', () => `/d/f/${links.plan}`, 'signin', 'Sign in to open this item'],
     ];
     for (const [what, url, view, title] of messageCases) {
       test(`${what} says so`, async () => {
@@ -213,6 +213,8 @@ describe('landing pages on a running appliance', { skip }, () => {
         return {
           views: [[0, record], [0, null], [0, undefined], [1037, null], [1038, null], [1036, null],
             [1002, null], [1040, null], [408, record], [-1, null]].map(([code, file]) => PlythShare.viewOf(code, file)),
+          // No access: signing in may help a visitor who is not signed in.
+          noAccess: [false, true].map((signedIn) => PlythShare.viewOf(1002, null, signedIn)),
           sizes: [0, 1023, 1024, 1536, 10 * 1024, 5 * 1024 ** 3, -1, 'x'].map(ZANTUI.format.size),
           // 2024-03-05 07:08:09 local time.
           time: ZANTUI.format.time(new Date(2024, 2, 5, 7, 8, 9).getTime() / 1000, 'd.m.Y H:i:s|n/j/y g:i A'),
@@ -221,7 +223,8 @@ describe('landing pages on a running appliance', { skip }, () => {
         };
       });
       assert.deepEqual(got.views, ['file', 'unavailable', 'unavailable', 'password', 'expired', 'invalid',
-        'invalid', 'invalid', 'invalid', 'invalid']);
+        'signin', 'invalid', 'invalid', 'invalid']);
+      assert.deepEqual(got.noAccess, ['signin', 'denied']);
       assert.deepEqual(got.sizes, ['0 B', '1023 B', '1.0 KB', '1.5 KB', '10 KB', '5.0 GB', '', '']);
       assert.equal(got.time, '05.03.2024 07:08:09|3/5/24 7:08 AM');
       assert.equal(got.noTime, '');

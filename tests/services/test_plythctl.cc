@@ -1,6 +1,7 @@
 // plythctl run in-process: exit codes, what it prints, and what it changes.
 #include <sstream>
 
+#include "access_requests.h"
 #include "plythctl.h"
 #include "services_fixture.h"
 #include "zant_host/session.h"
@@ -127,6 +128,7 @@ TEST_F(Plythctl, SharePasswordChangesThePasswordAndEndsTheTokens) {
 TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
   const Item bobs = Find("bob", "/docs/a.txt");
   ASSERT_EQ(Ctl({"grant", "bob:/docs/a.txt", "alice", "editor"}).code, 0);
+  ASSERT_EQ(plyth_services::AddAccessRequest(Db(), bobs, "alice", "may I?"), 0);
   ASSERT_EQ(Ctl({"link", "make", kA, "--visibility", "anyone"}).code, 0);
   const std::string link = Share(a_);
   const std::string token = TokenFor(link);
@@ -147,6 +149,7 @@ TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
   EXPECT_FALSE(sessions.Load(alice2.id, gNow, &loaded));
   EXPECT_TRUE(sessions.Load(bob.id, gNow, &loaded)) << "another account's session stays";
   EXPECT_EQ(Ctl({"share", "list"}).out, "");
+  EXPECT_EQ(Ctl({"requests", "list"}).out, "") << "her request on bob's item went with her";
 
   ASSERT_EQ(Ctl({"user", "add", "alice"}).code, 0);
   EXPECT_EQ(ErrorCode(FileGet("id:" + bobs.file_id, "alice")), 1002) << "the old grant went with the account";

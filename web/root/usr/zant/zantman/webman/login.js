@@ -112,7 +112,11 @@
   UI.ready(function () {
     var panel = document.getElementById('zant-signin');
     if (!panel) return;
-    var target = redirectTarget();
+    // The web application's item view draws itself once signed in, and
+    // the sign-in form comes back to it.
+    var itemView = window.PlythItemView;
+    var target = redirectTarget() || (itemView && itemView.wanted() ? window.location.pathname + window.location.search : '');
+    if (UI.def('signed_in', false) && itemView && itemView.show()) return;
     if (UI.def('signed_in', false)) signedInView(panel, target);
     else signInView(panel, target);
   });

@@ -12,6 +12,8 @@
 
   var UI = window.ZANTUI;
   var AUTH_API = 'ZANT.BrindlexPlyth.AdvanceSharing.Public';
+  var FILES_API = 'ZANT.BrindlexPlyth.Files';
+  var REQUEST_API = 'ZANT.BrindlexPlyth.AccessRequest';
   var ICON_DIR = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/';
   var VIEWERS_DIR = 'webman/3rdparty/BrindlexPlyth-Plyth/';
   var FAVICON = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png';
@@ -23,7 +25,13 @@
     EXPIRED: 1038,
     UNKNOWN_LINK: 1036,
     THROTTLED: 1039,
+    NO_SUCH_ITEM: 408,
+    NO_ACCESS: 1002,
+    BAD_TOKEN: 1040,
   };
+
+  // The appliance's three-letter language codes as HTML language tags.
+  var LANG_TAGS = { enu: 'en', ger: 'de' };
 
   var PlythShare = (window.PlythShare = { CODE: CODE });
 
@@ -37,8 +45,10 @@
   var T = PlythShare.text;
 
   // What the visitor sees for a code of getjs and its record:
-  // "file", "unavailable", "password", "expired" or "invalid".
-  PlythShare.viewOf = function (code, file) {
+  // "file", "unavailable", "password", "expired", "signin", "denied" or
+  // "invalid". A permanent link the visitor may not open ("no access") may
+  // still open after signing in, or for a member once the owner agrees.
+  PlythShare.viewOf = function (code, file, signedIn) {
     if (code === CODE.OK) {
       // The server withholds the record of a removed item and of one that
       // may not be previewed; the page cannot tell the two apart.
@@ -46,8 +56,9 @@
     }
     if (code === CODE.NEED_PASSWORD) return 'password';
     if (code === CODE.EXPIRED) return 'expired';
-    // 1036 (unknown or revoked link), 1002 (no access), 408, 1040 and any
-    // other code all read as "not available to you".
+    if (code === CODE.NO_ACCESS) return signedIn ? 'denied' : 'signin';
+    // 1036 (unknown or revoked link), 408, 1040 and any other code all
+    // read as "not available to you".
     return 'invalid';
   };
 
@@ -56,12 +67,71 @@
   // same-origin request; naming the sharing link tells the service which
   // cookie to take. Identifiers go as JSON strings.
   PlythShare.downloadURL = function (permanentLink, sharingLink) {
+    return PlythShare.downloadURLOf('link:' + permanentLink, sharingLink);
+  };
+  // Same for any item path of the files API ("link:<link>" or "id:<id>").
+  PlythShare.downloadURLOf = function (itemPath, sharingLink) {
     var url =
       'webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1&method=download&path=' +
-      encodeURIComponent(JSON.stringify('link:' + permanentLink));
+      encodeURIComponent(JSON.stringify(itemPath));
     if (sharingLink) url += '&sharing_link=' + encodeURIComponent(JSON.stringify(sharingLink));
     return url;
   };
+
+  // The landing address of a link, for coming back after signing in.
+  PlythShare.linkPath = function (permanentLink, sharingLink) {
+    var p = encodeURIComponent(permanentLink || '');
+    return sharingLink ? '/d/s/' + encodeURIComponent(sharingLink) + '/' + p : '/d/f/' + p;
+  };
+  PlythShare.signInURL = function (back) {
+    return '/?redirect=' + encodeURIComponent(back || '/');
+  };
+
+  // Why a download cannot start, as a text for the visitor; '' when it can.
+  // The item is asked for again first: it may have been removed, the token
+  // may have expired or the link been revoked since the page was drawn.
+  PlythShare.downloadProblem = function (code, file) {
+    if (code === CODE.OK && file && !file.removed && file.capabilities && file.capabilities.can_read) return '';
+    if (code === CODE.OK && file && file.removed) return T('share', 'download_removed', 'This item was moved to the recycle bin and can no longer be downloaded.');
+    if (code === CODE.OK) return T('share', 'preview_only', 'You may preview this item but not download it.');
+    if (code === CODE.NO_SUCH_ITEM) return T('share', 'download_removed', 'This item was moved to the recycle bin and can no longer be downloaded.');
+    if (code === CODE.BAD_TOKEN) return T('share', 'download_expired', 'Your access through this link has ended. Open the link again.');
+    if (code === CODE.NO_ACCESS) return T('share', 'download_denied', 'You may no longer download this item.');
+    return T('share', 'request_failed', 'The request failed. Try again.');
+  };
+
+  PlythShare.checkDownload = function (itemPath, sharingLink) {
+    var params = { path: itemPath };
+    if (sharingLink) params.sharing_link = sharingLink;
+    return UI.callAPI(FILES_API, 1, 'get', params).then(
+      function (answer) {
+        if (answer && answer.success) return PlythShare.downloadProblem(CODE.OK, answer.data);
+        var code = answer && answer.error && answer.error.code;
+        return PlythShare.downloadProblem(typeof code === 'number' ? code : -1, null);
+      },
+      function () {
+        return PlythShare.downloadProblem(-1, null);
+      },
+    );
+  };
+
+  // Asks the owner for access to the item of a permanent link. Answers true
+  // when the request is stored (a repeated one included).
+  PlythShare.requestAccess = function (permanentLink) {
+    return UI.callAPI(REQUEST_API, 1, 'create', { path: 'link:' + permanentLink }).then(
+      function (answer) {
+        return !!(answer && answer.success);
+      },
+      function () {
+        return false;
+      },
+    );
+  };
+
+  // Functions called with (container, file, ctx) once an item is drawn;
+  // viewers of the item's content add themselves here and fill the
+  // container #plyth-preview (empty and hidden until one does).
+  PlythShare.viewers = [];
 
   // The type icon. The server already chose it for the link preview
   // (og:image, possibly an absolute address on another origin): its file
@@ -70,7 +140,11 @@
     if (file && file.type === 'dir') return ICON_DIR + 'folder.png';
     var meta = document.querySelector('meta[property="og:image"]');
     var match = meta && /\/FileType\/64\/([a-z]+)\.png$/.exec(meta.getAttribute('content') || '');
-    return ICON_DIR + (match ? match[1] : 'xxx') + '.png';
+    if (match) return ICON_DIR + match[1] + '.png';
+    // Pages without a link preview (the item view, the office page) load
+    // the category rules of the mobile pages.
+    var rules = window.PlythMobile;
+    return ICON_DIR + (rules && file ? rules.category(file.name, file.type) : 'xxx') + '.png';
   };
 
   // Same form as the server's own cookie line: session cookie, path "/".
@@ -125,6 +199,7 @@
     return owner.display_name || owner.name || '';
   }
 
+  // Also drawn by the web application's item view and the office page.
   function fileView(panel, ctx) {
     var file = ctx.file;
     var isFolder = file.type === 'dir';
@@ -145,16 +220,103 @@
       );
     } else if (!isFolder) {
       // Folders: the folder browser below offers them as one archive.
-      actions.appendChild(
-        UI.el('a', 'plyth-share-button', T('action', 'download', 'Download'), {
-          href: PlythShare.downloadURL(ctx.link, ctx.sharingLink),
-          download: file.name || true,
-          id: 'plyth-download',
-        }),
-      );
+      actions.appendChild(downloadLink(ctx, file, panel));
     }
     panel.appendChild(actions);
     showContent(panel, ctx, panel.querySelector('.plyth-share-icon'));
+    var preview = UI.el('div', 'plyth-share-preview', null, { id: 'plyth-preview' });
+    preview.hidden = true;
+    panel.appendChild(preview);
+    PlythShare.viewers.forEach(function (viewer) {
+      viewer(preview, file, ctx);
+    });
+  }
+
+  // The download is a real link (keyboard, "save link as"), but a click
+  // checks the item first and says why when it cannot be downloaded, so
+  // that no error answer is ever saved as the file.
+  function downloadLink(ctx, file, panel) {
+    var itemPath = ctx.itemPath || 'link:' + ctx.link;
+    var link = UI.el('a', 'plyth-share-button', T('action', 'download', 'Download'), {
+      href: PlythShare.downloadURLOf(itemPath, ctx.sharingLink),
+      download: file.name || true,
+      id: 'plyth-download',
+    });
+    var problem = UI.el('p', 'plyth-share-error', null, { role: 'alert', id: 'plyth-download-error' });
+    problem.hidden = true;
+    panel.appendChild(problem);
+    link.addEventListener('click', function (event) {
+      if (link.getAttribute('data-checked') === '1') {
+        link.removeAttribute('data-checked');
+        return;
+      }
+      event.preventDefault();
+      PlythShare.checkDownload(itemPath, ctx.sharingLink).then(function (text) {
+        problem.textContent = text;
+        problem.hidden = text === '';
+        if (text !== '') return;
+        link.setAttribute('data-checked', '1');
+        link.click();
+      });
+    });
+    return link;
+  }
+
+  function linkButton(text, href, id, secondary) {
+    return UI.el('a', 'plyth-share-button' + (secondary ? ' secondary' : ''), text, { href: href, id: id });
+  }
+
+  // Not signed in and no access: signing in may help.
+  function signInView(panel, ctx) {
+    message(
+      panel,
+      T('share', 'signin_title', 'Sign in to open this item'),
+      T('share', 'signin_desc', 'This link is for certain accounts only. Signing in may give you access.'),
+    );
+    panel.appendChild(
+      UI.append(
+        UI.el('div', 'plyth-share-actions'),
+        linkButton(T('signin', 'submit', 'Sign in'), PlythShare.signInURL(PlythShare.linkPath(ctx.link, ctx.sharingLink)), 'plyth-sign-in'),
+      ),
+    );
+  }
+
+  // Signed in without access: ask the owner, or use another account.
+  function deniedView(panel, ctx) {
+    message(
+      panel,
+      T('request', 'no_perm_title', 'You do not have permission'),
+      T('request', 'user', 'Your account cannot open this item. Ask the owner for access or sign in with another account.'),
+    );
+    var request = UI.el('button', 'plyth-share-button', T('request', 'access', 'Request access'), {
+      type: 'button',
+      id: 'plyth-request-access',
+    });
+    var notice = UI.el('p', 'plyth-share-notice', null, { role: 'status', id: 'plyth-request-notice' });
+    notice.hidden = true;
+    panel.appendChild(
+      UI.append(
+        UI.el('div', 'plyth-share-actions'),
+        request,
+        linkButton(
+          T('request', 'switch_account', 'Switch account'),
+          PlythShare.signInURL(PlythShare.linkPath(ctx.link, ctx.sharingLink)),
+          'plyth-switch-account',
+          true,
+        ),
+      ),
+    );
+    panel.appendChild(notice);
+    request.addEventListener('click', function () {
+      request.disabled = true;
+      PlythShare.requestAccess(ctx.link).then(function (sent) {
+        notice.textContent = sent
+          ? T('request', 'sent', 'Your request has been sent to the owner.')
+          : T('share', 'request_failed', 'The request failed. Try again.');
+        notice.hidden = false;
+        request.disabled = sent;
+      });
+    });
   }
 
   // The viewer of a file, or the browser of a folder, under the item's
@@ -262,7 +424,10 @@
 
   // Draws the view for ctx {code, link, sharingLink, file} into root.
   PlythShare.render = function (root, ctx) {
-    var view = PlythShare.viewOf(ctx.code, ctx.file);
+    var signedIn = ctx.signedIn === undefined ? !!UI.def('signed_in', false) : ctx.signedIn;
+    var view = PlythShare.viewOf(ctx.code, ctx.file, signedIn);
+    PlythShare.setLanguage();
+    if (view === 'file' && ctx.file.name) document.title = ctx.file.name;
     UI.clear(root);
     root.setAttribute('data-view', view);
     var panel = UI.el('main', 'plyth-share-panel plyth-share-view-' + view);
@@ -273,6 +438,12 @@
         break;
       case 'password':
         passwordView(panel, ctx, root);
+        break;
+      case 'signin':
+        signInView(panel, ctx);
+        break;
+      case 'denied':
+        deniedView(panel, ctx);
         break;
       case 'expired':
         message(
@@ -297,4 +468,13 @@
     }
     return view;
   };
+  // <html lang> after the language the appliance answers in.
+  PlythShare.setLanguage = function () {
+    document.documentElement.lang = LANG_TAGS[UI.def('lang', 'enu')] || 'en';
+  };
+
+  // Pieces for the other pages that show an item (office.js, item_view.js).
+  PlythShare.header = header;
+  PlythShare.message = message;
+  PlythShare.fileView = fileView;
 })();

@@ -11,9 +11,13 @@
   M.ready(function () {
     var state = M.state();
     M.setStatus('signin');
+    var signIn = M.signInURL(M.linkPath(state));
+    // Without the app, the browser way is the sign-in page.
     M.buttons(state.btns, [
-      { href: M.appURL(state), id: 'plyth-open-app', fallback: 'Open in the app' },
-      { href: M.signInURL(M.linkPath(state)), id: 'plyth-open-link', fallback: 'Continue in the browser' },
+      M.openApp(state, function () {
+        window.location.assign(signIn);
+      }),
+      { href: signIn, id: 'plyth-open-link', fallback: 'Continue in the browser' },
     ]);
   });
 })();

@@ -138,8 +138,71 @@
     return url;
   };
 
+  // One call of a web API (text parameters as JSON strings); answers the
+  // parsed result, or null when there was no usable answer.
+  M.callAPI = function (api, method, params) {
+    var body = new URLSearchParams();
+    body.set('api', api);
+    body.set('version', '1');
+    body.set('method', method);
+    Object.keys(params).forEach(function (name) {
+      body.set(name, JSON.stringify(params[name]));
+    });
+    return fetch('webapi/entry.cgi', { method: 'POST', body: body, credentials: 'same-origin', cache: 'no-store' })
+      .then(function (response) {
+        return response.json();
+      })
+      .catch(function () {
+        return null;
+      });
+  };
+
+  // Why the item cannot be downloaded now, as a text key of M.ownText, or
+  // '' when it can: it may have gone to the recycle bin, or the token have
+  // expired, since the page was drawn.
+  M.downloadProblem = function (state) {
+    var params = { path: 'link:' + (state.permanent_link || '') };
+    if (state.sharing_link) params.sharing_link = state.sharing_link;
+    return M.callAPI('ZANT.BrindlexPlyth.Files', 'get', params).then(function (answer) {
+      var file = answer && answer.success ? answer.data : null;
+      if (file && !file.removed && file.capabilities && file.capabilities.can_read) return '';
+      var code = answer && answer.error ? answer.error.code : 0;
+      if ((file && file.removed) || code === 408) return 'download_removed';
+      if (code === 1040) return 'download_expired';
+      if (file || code === 1002) return 'download_denied';
+      return 'request_failed';
+    });
+  };
+
+  // Asks the owner of a permanent link's item for access; answers true once
+  // the request is stored (a repeated request is stored once).
+  M.requestAccess = function (permanentLink) {
+    return M.callAPI('ZANT.BrindlexPlyth.AccessRequest', 'create', { path: 'link:' + permanentLink }).then(
+      function (answer) {
+        return !!(answer && answer.success);
+      },
+    );
+  };
+
+  // A link whose click first asks `check` (answering a text key, '' to go
+  // on); a problem is shown as a notice instead of following the link.
+  function guardLink(node, check) {
+    node.addEventListener('click', function (event) {
+      if (node.getAttribute('data-checked') === '1') {
+        node.removeAttribute('data-checked');
+        return;
+      }
+      event.preventDefault();
+      check().then(function (problem) {
+        if (problem) return M.notice(M.ownText('download_failed'), M.ownText(problem), true);
+        node.setAttribute('data-checked', '1');
+        node.click();
+      });
+    });
+  }
+
   // Draws one control per label of "btns" into the actions box. actions[i]
-  // is {href, download} for a link or {onClick} for a button; labels
+  // is {href, download, onFollow, check} for a link or {onClick} for a button; labels
   // without an action are skipped, empty labels take actions[i].fallback.
   M.buttons = function (labels, actions) {
     var box = document.getElementById('plyth-mobile-actions');
@@ -153,6 +216,8 @@
       if (action.href) {
         node = M.el('a', 'plyth-mobile-button', text, { href: action.href });
         if (action.download) node.setAttribute('download', action.download);
+        if (action.onFollow) node.addEventListener('click', action.onFollow);
+        if (action.check) guardLink(node, action.check);
       } else {
         node = M.el('button', 'plyth-mobile-button', text, { type: 'button' });
         node.addEventListener('click', function () {
@@ -166,11 +231,13 @@
     return made;
   };
 
-  // Shows a notice below the buttons: a bold title line and a text.
-  M.notice = function (title, text) {
+  // Shows a notice below the buttons: a bold title line and a text; a
+  // `problem` notice says that something did not happen.
+  M.notice = function (title, text, problem) {
     var box = document.getElementById('plyth-mobile-notice');
     if (!box) return;
     box.textContent = '';
+    box.classList.toggle('plyth-mobile-notice-problem', !!problem);
     if (title) box.appendChild(M.el('strong', 'plyth-mobile-notice-title', title));
     if (text) box.appendChild(M.el('span', 'plyth-mobile-notice-text', text));
     box.hidden = false;
@@ -184,6 +251,65 @@
       script.addEventListener('error', reject, { once: true });
       document.head.appendChild(script);
     });
+  };
+
+  // Texts that the page state does not carry, by the browser's language.
+  var OWN_TEXTS = {
+    en: {
+      app_missing_title: 'The app did not open',
+      app_missing: 'It does not seem to be installed on this device. You can continue in the browser.',
+      request_failed: 'The request failed. Try again.',
+      download_failed: 'The download did not start',
+      download_removed: 'This item was moved to the recycle bin and can no longer be downloaded.',
+      download_expired: 'Your access through this link has ended. Open the link again.',
+      download_denied: 'You may no longer download this item.',
+    },
+    de: {
+      app_missing_title: 'Die App wurde nicht ge\u00f6ffnet',
+      app_missing: 'Sie scheint auf diesem Ger\u00e4t nicht installiert zu sein. Sie k\u00f6nnen im Browser fortfahren.',
+      request_failed: 'Die Anfrage ist fehlgeschlagen. Versuchen Sie es erneut.',
+      download_failed: 'Der Download wurde nicht gestartet',
+      download_removed: 'Dieses Element wurde in den Papierkorb verschoben und kann nicht mehr heruntergeladen werden.',
+      download_expired: 'Ihr Zugriff \u00fcber diesen Link ist abgelaufen. \u00d6ffnen Sie den Link erneut.',
+      download_denied: 'Sie d\u00fcrfen dieses Element nicht mehr herunterladen.',
+    },
+  };
+  M.ownText = function (key) {
+    var lang = String(navigator.language || 'en').slice(0, 2).toLowerCase();
+    return (OWN_TEXTS[lang] || OWN_TEXTS.en)[key];
+  };
+
+  // How long the page waits for the app to take over before it decides
+  // that the app is not installed.
+  M.APP_WAIT_MS = 1500;
+
+  // The "Open in the app" action: tries the app's address and, when the
+  // page is still in front after M.APP_WAIT_MS, calls `fallback` (the
+  // browser view) and says that the app did not open. A page that the app
+  // took over is hidden or left, which cancels the fallback.
+  M.openApp = function (state, fallback) {
+    return {
+      href: M.appURL(state),
+      id: 'plyth-open-app',
+      fallback: 'Open in the app',
+      onFollow: function () {
+        var left = false;
+        function leave() {
+          left = true;
+        }
+        document.addEventListener('visibilitychange', leave, { once: true });
+        window.addEventListener('pagehide', leave, { once: true });
+        window.addEventListener('blur', leave, { once: true });
+        window.setTimeout(function () {
+          document.removeEventListener('visibilitychange', leave);
+          window.removeEventListener('pagehide', leave);
+          window.removeEventListener('blur', leave);
+          if (left || document.visibilityState === 'hidden') return;
+          M.notice(M.ownText('app_missing_title'), M.ownText('app_missing'), true);
+          if (fallback) fallback();
+        }, M.APP_WAIT_MS);
+      },
+    };
   };
 
   M.ready = function (fn) {

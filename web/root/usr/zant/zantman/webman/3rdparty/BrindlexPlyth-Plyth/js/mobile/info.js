@@ -49,11 +49,24 @@
     }
     showContent(state, file, name);
     M.buttons(state.btns, [
-      { href: M.appURL(state), id: 'plyth-open-app', fallback: 'Open in the app' },
+      // Without the app, this page is the browser view: the download
+      // (when there is one) takes the focus.
+      M.openApp(state, function () {
+        var download = document.getElementById('plyth-download');
+        if (download) download.focus();
+      }),
       // Folders are not downloaded; a second label means the item is readable.
       file.type === 'dir'
         ? null
-        : { href: M.downloadURL(state), download: name || 'download', id: 'plyth-download', fallback: 'Download' },
+        : {
+            href: M.downloadURL(state),
+            download: name || 'download',
+            id: 'plyth-download',
+            fallback: 'Download',
+            check: function () {
+              return M.downloadProblem(state);
+            },
+          },
     ]);
   });
 })();

@@ -17,7 +17,11 @@
         fallback: 'Request access',
         onClick: function (button) {
           button.disabled = true;
-          M.notice(i18n.title || 'Request sent', i18n.sent || 'Your request has been sent to the owner.');
+          M.requestAccess(state.permanent_link || '').then(function (sent) {
+            button.disabled = sent;
+            if (sent) M.notice(i18n.title || 'Request sent', i18n.sent || 'Your request has been sent to the owner.');
+            else M.notice('', M.ownText('request_failed'), true);
+          });
         },
       },
       // The sign-in page offers to sign out and comes back to this link.
