@@ -128,11 +128,6 @@
     );
   };
 
-  // Functions called with (container, file, ctx) once an item is drawn;
-  // viewers of the item's content add themselves here and fill the
-  // container #plyth-preview (empty and hidden until one does).
-  PlythShare.viewers = [];
-
   // The type icon. The server already chose it for the link preview
   // (og:image, possibly an absolute address on another origin): its file
   // name is taken and looked up here, so both use one set of rules.
@@ -224,12 +219,6 @@
     }
     panel.appendChild(actions);
     showContent(panel, ctx, panel.querySelector('.plyth-share-icon'));
-    var preview = UI.el('div', 'plyth-share-preview', null, { id: 'plyth-preview' });
-    preview.hidden = true;
-    panel.appendChild(preview);
-    PlythShare.viewers.forEach(function (viewer) {
-      viewer(preview, file, ctx);
-    });
   }
 
   // The download is a real link (keyboard, "save link as"), but a click
