@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
 
 #include "keyvalue_file.h"
+#include "zant/file_cache.h"
 #include "zant/appliance.h"
 #include "zant/vlibc.h"
 
@@ -42,27 +44,45 @@ bool ParseLine(const std::string& line, const std::string& key, std::string* val
   return true;
 }
 
+namespace {
+
+// The first value of every key in a file, as ParseLine reads each line.
+using FirstValues = std::unordered_map<std::string, std::string>;
+
+FirstValues ParseFile(const FileCache::Content& content) {
+  FirstValues values;
+  const std::string& bytes = content.bytes;
+  size_t start = 0;
+  while (start < bytes.size()) {
+    size_t newline = bytes.find('\n', start);
+    size_t end = newline == std::string::npos ? bytes.size() : newline + 1;
+    std::string line = bytes.substr(start, end - start);
+    start = end;
+    // A NUL ends the line's text, as it ends a C string.
+    line.resize(std::strlen(line.c_str()));
+    std::string text = Trim(line);
+    size_t equals = text.find('=');
+    if (text.empty() || text[0] == '#' || equals == std::string::npos) continue;
+    const std::string name = Trim(text.substr(0, equals));
+    std::string value;
+    if (values.count(name) == 0 && ParseLine(line, name, &value)) values.emplace(name, value);
+  }
+  return values;
+}
+
+}  // namespace
+
 Lookup Read(const std::string& appliancePath, const std::string& key, std::string* value) {
-  FILE* file = std::fopen(RootPath(appliancePath).c_str(), "r");
-  if (file == nullptr) return Lookup::kUnreadable;
-  struct stat status;
-  if (fstat(fileno(file), &status) != 0 || S_ISDIR(status.st_mode)) {
-    std::fclose(file);
-    return Lookup::kUnreadable;
+  const std::string path = RootPath(appliancePath);
+  auto content = FileCache::Read(path);
+  if (!content->opened || S_ISDIR(content->status.st_mode)) return Lookup::kUnreadable;
+  auto values = FileCache::Derived<FirstValues>(path, "key-value", ParseFile);
+  auto found = values->find(key);
+  if (found != values->end()) {
+    *value = found->second;
+    return Lookup::kFound;
   }
-  Lookup result = Lookup::kAbsent;
-  char* line = nullptr;
-  size_t capacity = 0;
-  while (getline(&line, &capacity, file) >= 0) {
-    if (ParseLine(line, key, value)) {
-      result = Lookup::kFound;
-      break;
-    }
-  }
-  if (result == Lookup::kAbsent && std::ferror(file)) result = Lookup::kUnreadable;
-  std::free(line);
-  std::fclose(file);
-  return result;
+  return content->read ? Lookup::kAbsent : Lookup::kUnreadable;
 }
 
 }  // namespace KeyValue
