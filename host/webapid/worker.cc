@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "webapid.h"
+#include "zant/file_cache.h"
 #include "zant_host/host.h"
 
 extern char** environ;
@@ -194,6 +195,9 @@ void RunWorker(int listenFd, int slotIndex, Shared* shared, const ServiceIdentit
   umask(startUmask);
   int cwd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 
+  // A worker answers request after request: the files every request reads are
+  // looked at on disk at most once a second (a change is seen within that).
+  ZANT::FileCache::SetRevalidateSeconds(1);
   zant_host::LoadReport report = zant_host::InitHost();
   zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", slotIndex,
                      report.modules, report.methods, report.failures);

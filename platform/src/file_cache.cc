@@ -15,6 +15,7 @@ namespace FileCache {
 namespace {
 
 struct Entry {
+  long long checkedAt = -1;  // monotonic second of the last stat()
   bool missing = false;  // stat() failed with `missingError`
   int missingError = 0;
   std::shared_ptr<const Content> content;
@@ -31,6 +32,7 @@ struct Cache {
   std::mutex mutex;
   std::unordered_map<std::string, Entry> entries;
   std::unordered_map<std::string, StampEntry> stamps;
+  int revalidateSeconds = 0;
 };
 
 Cache& TheCache() {
@@ -103,10 +105,17 @@ std::shared_ptr<const Content> ReadNow(const std::string& path) {
 bool Refresh(const std::string& path, Entry& entry) {
   // A relative path names another file whenever the working directory changes.
   if (path.empty() || path[0] != '/') return false;
+  const long long now = MonotonicSecond();
+  if (entry.content && now - entry.checkedAt < TheCache().revalidateSeconds) {
+    return entry.missing || SurelyReadable(entry.content->status);
+  }
   struct stat status;
   if (stat(path.c_str(), &status) != 0) {
     int error = errno;
-    if (entry.missing && entry.missingError == error) return true;
+    if (entry.missing && entry.missingError == error) {
+      entry.checkedAt = now;
+      return true;
+    }
     entry = Entry();
     if (!Remembered(error)) return false;
     entry.missing = true;
@@ -114,10 +123,12 @@ bool Refresh(const std::string& path, Entry& entry) {
     auto content = std::make_shared<Content>();
     content->error = error;
     entry.content = content;
+    entry.checkedAt = now;
     return true;
   }
   if (!SurelyReadable(status)) return false;
   if (entry.content && entry.content->opened && SameFile(entry.content->status, status)) {
+    entry.checkedAt = now;
     return true;
   }
   entry = Entry();
@@ -127,6 +138,7 @@ bool Refresh(const std::string& path, Entry& entry) {
     entry = Entry();
     return false;
   }
+  entry.checkedAt = now;
   return true;
 }
 
@@ -176,6 +188,12 @@ bool Stat(const std::string& path, struct stat* status) {
   }
   *status = found->second.status;
   return true;
+}
+
+void SetRevalidateSeconds(int seconds) {
+  Cache& cache = TheCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  cache.revalidateSeconds = seconds > 0 ? seconds : 0;
 }
 
 void Forget(const std::string& path) {

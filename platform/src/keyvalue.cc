@@ -47,10 +47,16 @@ bool ParseLine(const std::string& line, const std::string& key, std::string* val
 namespace {
 
 // The first value of every key in a file, as ParseLine reads each line.
-using FirstValues = std::unordered_map<std::string, std::string>;
+struct FirstValues {
+  bool readable = false;  // opened, not a directory
+  bool whole = false;     // every byte was read
+  std::unordered_map<std::string, std::string> values;
+};
 
 FirstValues ParseFile(const FileCache::Content& content) {
-  FirstValues values;
+  FirstValues parsed;
+  parsed.readable = content.opened && !S_ISDIR(content.status.st_mode);
+  parsed.whole = content.read;
   const std::string& bytes = content.bytes;
   size_t start = 0;
   while (start < bytes.size()) {
@@ -65,24 +71,24 @@ FirstValues ParseFile(const FileCache::Content& content) {
     if (text.empty() || text[0] == '#' || equals == std::string::npos) continue;
     const std::string name = Trim(text.substr(0, equals));
     std::string value;
-    if (values.count(name) == 0 && ParseLine(line, name, &value)) values.emplace(name, value);
+    if (parsed.values.count(name) == 0 && ParseLine(line, name, &value)) {
+      parsed.values.emplace(name, value);
+    }
   }
-  return values;
+  return parsed;
 }
 
 }  // namespace
 
 Lookup Read(const std::string& appliancePath, const std::string& key, std::string* value) {
-  const std::string path = RootPath(appliancePath);
-  auto content = FileCache::Read(path);
-  if (!content->opened || S_ISDIR(content->status.st_mode)) return Lookup::kUnreadable;
-  auto values = FileCache::Derived<FirstValues>(path, "key-value", ParseFile);
-  auto found = values->find(key);
-  if (found != values->end()) {
+  auto parsed = FileCache::Derived<FirstValues>(RootPath(appliancePath), "key-value", ParseFile);
+  if (!parsed->readable) return Lookup::kUnreadable;
+  auto found = parsed->values.find(key);
+  if (found != parsed->values.end()) {
     *value = found->second;
     return Lookup::kFound;
   }
-  return content->read ? Lookup::kAbsent : Lookup::kUnreadable;
+  return parsed->whole ? Lookup::kAbsent : Lookup::kUnreadable;
 }
 
 }  // namespace KeyValue

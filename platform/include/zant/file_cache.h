@@ -4,9 +4,10 @@
 // on disk rather than once per request.
 //
 // Paths are host paths (already placed under the appliance root). A file's
-// bytes are checked against the disk by one stat() per use: a change of
-// inode, size, modification or status-change time reads it again. Stamps
-// (`Stat`) are cheaper still and may lag a change by up to one second.
+// bytes are checked against the disk by one stat() per use (or per
+// SetRevalidateSeconds interval): a change of inode, size, mode, owner,
+// modification or status-change time reads it again. Stamps (`Stat`) are
+// cheaper still and may lag a change by up to one second.
 #pragma once
 
 #include <sys/stat.h>
@@ -50,6 +51,12 @@ std::shared_ptr<const T> Derived(const std::string& path, const char* kind,
         return std::make_shared<const T>(make(content));
       }));
 }
+
+// How long one look at the disk stands for Read and Derived. 0, the default,
+// looks at every use; a server answering many requests sets 1, so that a
+// change on disk is seen within a second and each file costs at most one
+// stat() a second.
+void SetRevalidateSeconds(int seconds);
 
 // The next use of `path` (or of every path) looks at the disk again. For
 // writers in this process that cannot wait for the next change of stamps.
