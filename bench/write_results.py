@@ -307,6 +307,10 @@ def main():
         "",
     ]
     out += growth_lines
+    analysis = os.path.join(os.path.dirname(os.path.abspath(__file__)), "analysis.md")
+    if os.path.exists(analysis):
+        with open(analysis) as f:
+            out += ["", f.read().rstrip("\n")]
     out.append("")
     sys.stdout.write("\n".join(out))
 
