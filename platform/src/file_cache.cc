@@ -196,6 +196,12 @@ void SetRevalidateSeconds(int seconds) {
   cache.revalidateSeconds = seconds > 0 ? seconds : 0;
 }
 
+int RevalidateSeconds() {
+  Cache& cache = TheCache();
+  std::lock_guard<std::mutex> lock(cache.mutex);
+  return cache.revalidateSeconds;
+}
+
 void Forget(const std::string& path) {
   Cache& cache = TheCache();
   std::lock_guard<std::mutex> lock(cache.mutex);

@@ -57,6 +57,7 @@ std::shared_ptr<const T> Derived(const std::string& path, const char* kind,
 // change on disk is seen within a second and each file costs at most one
 // stat() a second.
 void SetRevalidateSeconds(int seconds);
+int RevalidateSeconds();
 
 // The next use of `path` (or of every path) looks at the disk again. For
 // writers in this process that cannot wait for the next change of stamps.
