@@ -64,6 +64,20 @@ TEST_F(FileCacheTest, DerivedValueIsMadeOncePerContent) {
   EXPECT_EQ(2, made);
 }
 
+TEST_F(FileCacheTest, ServerIntervalKeepsTheLastLookUntilItEnds) {
+  root_.WriteFile(kFile, "old");
+  ZANT::FileCache::SetRevalidateSeconds(3600);
+  EXPECT_EQ("old", Bytes());
+  root_.WriteFile(kFile, "newer");
+  EXPECT_EQ("old", Bytes()) << "within the interval the disk is not looked at";
+  ZANT::FileCache::Forget(Path());
+  EXPECT_EQ("newer", Bytes());
+  ZANT::FileCache::SetRevalidateSeconds(0);
+  EXPECT_EQ(0, ZANT::FileCache::RevalidateSeconds());
+  root_.WriteFile(kFile, "newest");
+  EXPECT_EQ("newest", Bytes()) << "0: every use looks";
+}
+
 TEST_F(FileCacheTest, StampIsForgottenOnRequest) {
   struct stat status;
   EXPECT_FALSE(ZANT::FileCache::Stat(Path(), &status));
