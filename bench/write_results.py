@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
 """Writes bench/results.md from one run of scripts/bench.
 
-  write_results.py --micro MICRO.json --wrk LABEL PATH OUTPUT ... \
-      --duration S --threads T --connections C --workers W > results.md
+  write_results.py --micro MICRO.json --manifest MANIFEST.tsv \
+      --duration S --warmup S --threads T --connections C --workers W > results.md
 
-MICRO.json is Google Benchmark's JSON output (--benchmark_out); each
---wrk names one wrk run: a label, the URL path it loaded (as shown) and
-the file holding wrk's output (run with --latency).
+MICRO.json is Google Benchmark's JSON output (--benchmark_out). MANIFEST.tsv
+holds one tab-separated row per figure, written by scripts/bench:
+  callgrind NAME "CALLS IR_PER_CALL"
+  load GROUP LABEL SHOWN SIDE WRK_OUTPUT WORKER_CPU_US NGINX_CPU_US PEAK_RSS_KB
+  cgi SIDE "runs=... rate=... p50_us=... p99_us=... cpu_us_per_run=... peak_rss_kb=... failures=..."
 """
 import argparse
 import datetime
@@ -118,28 +120,109 @@ def parse_wrk(text):
     return result
 
 
-def wrk_table(entries):
+def read_manifest(path):
+    rows = {"callgrind": [], "load": [], "cgi": []}
+    with open(path) as f:
+        for line in f:
+            fields = line.rstrip("\n").split("\t")
+            rows.setdefault(fields[0], []).append(fields[1:])
+    return rows
+
+
+def load_row(fields):
+    group, label, shown, side, output, worker_us, nginx_us, rss_kb = fields
+    with open(output) as f:
+        r = parse_wrk(f.read())
+    requests = r.get("requests") or 0
+    r.update(group=group, label=label, shown=shown, side=side,
+             errors=r["non2xx"] + r["socket_errors"],
+             worker_us=int(worker_us) / requests if requests else None,
+             nginx_us=int(nginx_us) / requests if requests else None,
+             rss_kb=int(rss_kb))
+    return r
+
+
+def fmt_rate(r):
+    return f"{r['rps']:,.0f}" if r and r.get("rps") is not None else "n/a"
+
+
+def fmt_us(value):
+    return f"{value:,.0f}" if value is not None else "n/a"
+
+
+def ratio(ours, ceiling):
+    if not ours or not ceiling or not ours.get("rps") or not ceiling.get("rps"):
+        return "n/a"
+    return f"{100 * ours['rps'] / ceiling['rps']:.0f} %"
+
+
+def load_tables(rows):
+    runs = [load_row(fields) for fields in rows["load"]]
     lines = [
-        "| Target | Path | Requests/s | Avg | p50 | p75 | p90 | p99 | Max | Requests | Errors |",
+        "| Target | Path | Requests/s | Ceiling req/s | Ratio | p50 | p99 | Worker CPU µs/request (ceiling) | nginx CPU µs/request (ceiling) | Peak RSS per worker | Errors |",
         "|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|",
     ]
-    for label, url_path, output in entries:
-        with open(output) as f:
-            r = parse_wrk(f.read())
-        rps = f"{r['rps']:,.0f}" if r.get("rps") is not None else "n/a"
-        errors = r["non2xx"] + r["socket_errors"]
+    static = next((r for r in runs if r["side"] == "nginx"), None)
+    if static:
         lines.append(
-            f"| {label} | `{url_path}` | {rps} | {r.get('avg', '')} | {r['p50']} | {r['p75']} | "
-            f"{r['p90']} | {r['p99']} | {r.get('max', '')} | {r.get('requests', 0):,} | {errors} |")
+            f"| {static['label']} (nginx alone) | `{static['shown']}` | {fmt_rate(static)} | | | "
+            f"{static['p50']} | {static['p99']} | | {fmt_us(static['nginx_us'])} | | {static['errors']} |")
+    ceilings = {r["label"]: r for r in runs if r["group"] == "load" and r["side"] == "ceiling"}
+    for r in runs:
+        if r["group"] != "load" or r["side"] != "ours":
+            continue
+        c = ceilings.get(r["label"])
+        lines.append(
+            f"| {r['label']} | `{r['shown']}` | {fmt_rate(r)} | {fmt_rate(c)} | {ratio(r, c)} | "
+            f"{r['p50']} | {r['p99']} | {fmt_us(r['worker_us'])} ({fmt_us(c and c['worker_us'])}) | "
+            f"{fmt_us(r['nginx_us'])} ({fmt_us(c and c['nginx_us'])}) | {r['rss_kb'] / 1024:.1f} MiB | "
+            f"{r['errors'] + (c['errors'] if c else 0)} |")
+    growth = [r for r in runs if r["group"] == "growth"]
+    glines = [
+        "| Store | Requests/s | Ratio to the smallest | p50 | p99 | Worker CPU µs/request | Errors |",
+        "|---|---:|---:|---:|---:|---:|---:|",
+    ]
+    for r in growth:
+        glines.append(f"| {r['label']} | {fmt_rate(r)} | {ratio(r, growth[0])} | {r['p50']} | "
+                      f"{r['p99']} | {fmt_us(r['worker_us'])} | {r['errors']} |")
+    return lines, glines
+
+
+def cgi_table(rows):
+    figures = {}
+    for side, text in rows["cgi"]:
+        figures[side] = dict(item.split("=", 1) for item in text.split())
+    lines = [
+        "| Program | Runs/s | Ratio | p50 | p99 | CPU µs/run | Peak RSS | Failures |",
+        "|---|---:|---:|---:|---:|---:|---:|---:|",
+    ]
+    names = {"ceiling": "trivial CGI program (same answer)", "ours": "`entry.cgi`, desktop page, permanent link"}
+    for side in ("ceiling", "ours"):
+        f = figures.get(side)
+        if not f:
+            continue
+        share = (f"{100 * float(f['rate']) / float(figures['ceiling']['rate']):.0f} %"
+                 if side == "ours" and "ceiling" in figures else "")
+        lines.append(f"| {names[side]} | {float(f['rate']):,.0f} | {share} | {int(f['p50_us']) / 1000:.2f}ms | "
+                     f"{int(f['p99_us']) / 1000:.2f}ms | {int(f['cpu_us_per_run']):,} | "
+                     f"{int(f['peak_rss_kb']) / 1024:.1f} MiB | {f['failures']} |")
+    return lines
+
+
+def callgrind_table(rows):
+    lines = ["| Handler | Calls measured | Instructions per call |", "|---|---:|---:|"]
+    for name, figures in rows["callgrind"]:
+        calls, per_call = figures.split()
+        lines.append(f"| `{name}` | {int(calls):,} | {int(per_call):,} |")
     return lines
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--micro", required=True)
-    parser.add_argument("--wrk", action="append", nargs=3, default=[],
-                        metavar=("LABEL", "PATH", "OUTPUT"))
+    parser.add_argument("--manifest", required=True)
     parser.add_argument("--duration", required=True)
+    parser.add_argument("--warmup", required=True)
     parser.add_argument("--threads", required=True)
     parser.add_argument("--connections", required=True)
     parser.add_argument("--workers", required=True)
@@ -147,15 +230,17 @@ def main():
     parser.add_argument("--benchmark-version", default="")
     args = parser.parse_args()
 
-    entries = [tuple(run) for run in args.wrk]
+    rows = read_manifest(args.manifest)
     micro_lines, context = micro_table(args.micro)
+    load_lines, growth_lines = load_tables(rows)
     now = datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%d %H:%M UTC")
     out = [
         "# Benchmark results",
         "",
         "Written by `scripts/bench`; see [docs/bench.md](../docs/bench.md) for what is",
         "measured and how to read it. Figures from one run on one machine: compare",
-        "runs made on the same machine only.",
+        "runs made on the same machine only; ratios are against a ceiling measured",
+        "in the same run, right before the figure.",
         "",
         "## Machine",
         "",
@@ -180,16 +265,52 @@ def main():
     out += micro_lines
     out += [
         "",
-        "## Load test of the real stack (wrk)",
+        "### Instructions per call (callgrind)",
         "",
-        f"nginx and zant-webapid ({args.workers} workers) on 127.0.0.1 with the link service",
-        "over SQLite, one appliance root made by `scripts/mkroot`. Each target:",
-        f"`wrk -t{args.threads} -c{args.connections} -d{args.duration}s --latency` after a 2 s warm-up.",
-        "wrk, nginx and the workers share the machine's processors. Errors are",
-        "non-2xx/3xx answers plus socket errors.",
+        "The same handlers under `valgrind --tool=callgrind`: user-space instructions",
+        "of one call, everything it calls included; unlike times they do not move",
+        "with the machine's load.",
         "",
     ]
-    out += wrk_table(entries)
+    out += callgrind_table(rows)
+    out += [
+        "",
+        "## Load test of the real stack and its ceilings (wrk)",
+        "",
+        f"nginx and zant-webapid ({args.workers} workers) on 127.0.0.1 with the link service",
+        "over SQLite, one appliance root made by `scripts/mkroot`. The ceiling of each",
+        f"target is a trivial FastCGI responder ({args.workers} workers, libfcgi) behind a second",
+        "nginx with the same configuration, answering the bytes captured from our",
+        f"server for that address. Each run: `wrk -t{args.threads} -c{args.connections} -d{args.duration}s --latency`",
+        f"after a {args.warmup} s warm-up, the ceiling first. CPU is user + system time from `/proc`",
+        "over the measured run, divided by the requests served. Errors are non-2xx/3xx",
+        "answers plus socket errors of both runs.",
+        "",
+    ]
+    out += load_lines
+    out += [
+        "",
+        "## One-shot CGI",
+        "",
+        f"`bench/cgi_runner` starts the program {args.workers} at a time for {args.duration} s with",
+        "the CGI variables of the desktop landing, reading each answer to the end.",
+        "",
+    ]
+    out += cgi_table(rows)
+    out += [
+        "",
+        "## Growth: the desktop landing against the store's size",
+        "",
+        "The same permanent link through the stack while the store holds that many",
+        "further items, each with its permanent and a sharing link, added in bulk",
+        "with SQL.",
+        "",
+    ]
+    out += growth_lines
+    analysis = os.path.join(os.path.dirname(os.path.abspath(__file__)), "analysis.md")
+    if os.path.exists(analysis):
+        with open(analysis) as f:
+            out += ["", f.read().rstrip("\n")]
     out.append("")
     sys.stdout.write("\n".join(out))
 

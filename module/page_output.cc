@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "zant/appliance.h"
+#include "zant/file_cache.h"
 #include "zant/nxo.h"
 #include "zant/webutils.h"
 
@@ -14,12 +15,12 @@ void RenderTemplatePage(ZANT::APIResponse* response, const char* templatePath,
   ZANT::NXO::SecurityOptions security(nullptr);
 
   if (templatePath == nullptr) return;
-  FILE* stream = fopen(ZANT::RootPath(templatePath).c_str(), "r");
+  // Read once per change of the file, not once per request.
+  auto content = ZANT::FileCache::Read(ZANT::RootPath(templatePath));
   // Unreadable template: nothing is written and the framework still answers.
-  if (stream == nullptr) return;
+  if (!content->opened) return;
   response->SetEnableOutput(false);
-  page.ReadFromStream(stream);
-  fclose(stream);
+  if (content->read) page.SetText(content->bytes);
   // Cannot be on after the switch above; the guard is kept deliberately.
   if (response->IsEnableOutput()) return;
 

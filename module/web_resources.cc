@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "zant/appliance.h"
+#include "zant/file_cache.h"
 
 namespace {
 
@@ -78,7 +79,7 @@ std::string GetWebFileModifyTime(const char* name) {
   }
 
   struct stat st;
-  long long seconds = stat(path.c_str(), &st) == 0 ? static_cast<long long>(st.st_mtime)
+  long long seconds = ZANT::FileCache::Stat(path, &st) ? static_cast<long long>(st.st_mtime)
                                                    : static_cast<long long>(time(nullptr));
   return std::to_string(seconds);
 }

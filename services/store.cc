@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "zant/appliance.h"
+#include "zant/file_cache.h"
 
 namespace plyth_services {
 
@@ -178,6 +180,7 @@ class SharedConnection {
     if (store_ && pid_ == getpid() && file_ == file && Usable(store_.get())) return store_.get();
     if (store_ && pid_ != getpid()) static_cast<void>(store_.release());
     store_.reset();
+    checkedAt_ = -1;
     store_ = Store::Open(error);
     if (!store_) return nullptr;
     StatementCaches()[store_->Db()];
@@ -189,17 +192,26 @@ class SharedConnection {
  private:
   // False once the file was unlinked or replaced since the connection
   // opened it. A transaction a failed request left open is rolled back.
-  static bool Usable(Store* store) {
-    int moved = 1;
-    if (sqlite3_file_control(store->Db(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK ||
-        moved != 0) {
-      return false;
+  bool Usable(Store* store) {
+    // The check costs three stat calls; a server that looks at its files at
+    // most once a second (FileCache) looks at its store as often.
+    const int interval = ZANT::FileCache::RevalidateSeconds();
+    struct timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    if (interval == 0 || now.tv_sec - checkedAt_ >= interval) {
+      int moved = 1;
+      if (sqlite3_file_control(store->Db(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK ||
+          moved != 0) {
+        return false;
+      }
+      checkedAt_ = now.tv_sec;
     }
     if (sqlite3_get_autocommit(store->Db()) == 0) store->Exec("ROLLBACK");
     return true;
   }
 
   std::unique_ptr<Store> store_;
+  long long checkedAt_ = -1;  // monotonic second of the last look at the file
   std::string file_;
   pid_t pid_ = 0;
 };

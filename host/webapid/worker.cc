@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "webapid.h"
+#include "zant/file_cache.h"
 #include "zant_host/host.h"
 
 extern char** environ;
@@ -318,6 +319,9 @@ void RunWorker(const WorkerSetup& setup) {
   umask(startUmask);
   int cwd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 
+  // A worker answers request after request: the files every request reads are
+  // looked at on disk at most once a second (a change is seen within that).
+  ZANT::FileCache::SetRevalidateSeconds(1);
   zant_host::LoadReport report = zant_host::InitHost();
   zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", setup.slot,
                      report.modules, report.methods, report.failures);

@@ -1,6 +1,7 @@
 #include "zant/json_util.h"
 
-#include <fstream>
+#include "zant/file_cache.h"
+
 #include <memory>
 #include <sstream>
 
@@ -34,20 +35,26 @@ std::string JsonToString(const Json::Value& value) {
   return out.str();
 }
 
-bool JsonFromFile(const std::string& path, Json::Value& out) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return false;
-  const std::string content = text.str();
+namespace {
 
+// The file's JSON value, or nothing when it cannot be read or parsed.
+std::shared_ptr<const Json::Value> ParseJsonFile(const FileCache::Content& content) {
+  if (!content.read) return nullptr;
   Json::Value parsed;
   std::string errors;
-  if (!DefaultReader().parse(content.data(), content.data() + content.size(), &parsed, &errors)) {
-    return false;
+  const std::string& text = content.bytes;
+  if (!DefaultReader().parse(text.data(), text.data() + text.size(), &parsed, &errors)) {
+    return nullptr;
   }
-  out.swap(parsed);
+  return std::make_shared<const Json::Value>(std::move(parsed));
+}
+
+}  // namespace
+
+bool JsonFromFile(const std::string& path, Json::Value& out) {
+  auto parsed = FileCache::Derived<std::shared_ptr<const Json::Value>>(path, "json", ParseJsonFile);
+  if (!*parsed) return false;
+  out = **parsed;
   return true;
 }
 

@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_map>
 
 #include "keyvalue_file.h"
+#include "zant/file_cache.h"
 #include "zant/appliance.h"
 #include "zant/vlibc.h"
 
@@ -42,27 +44,51 @@ bool ParseLine(const std::string& line, const std::string& key, std::string* val
   return true;
 }
 
-Lookup Read(const std::string& appliancePath, const std::string& key, std::string* value) {
-  FILE* file = std::fopen(RootPath(appliancePath).c_str(), "r");
-  if (file == nullptr) return Lookup::kUnreadable;
-  struct stat status;
-  if (fstat(fileno(file), &status) != 0 || S_ISDIR(status.st_mode)) {
-    std::fclose(file);
-    return Lookup::kUnreadable;
-  }
-  Lookup result = Lookup::kAbsent;
-  char* line = nullptr;
-  size_t capacity = 0;
-  while (getline(&line, &capacity, file) >= 0) {
-    if (ParseLine(line, key, value)) {
-      result = Lookup::kFound;
-      break;
+namespace {
+
+// The first value of every key in a file, as ParseLine reads each line.
+struct FirstValues {
+  bool readable = false;  // opened, not a directory
+  bool whole = false;     // every byte was read
+  std::unordered_map<std::string, std::string> values;
+};
+
+FirstValues ParseFile(const FileCache::Content& content) {
+  FirstValues parsed;
+  parsed.readable = content.opened && !S_ISDIR(content.status.st_mode);
+  parsed.whole = content.read;
+  const std::string& bytes = content.bytes;
+  size_t start = 0;
+  while (start < bytes.size()) {
+    size_t newline = bytes.find('\n', start);
+    size_t end = newline == std::string::npos ? bytes.size() : newline + 1;
+    std::string line = bytes.substr(start, end - start);
+    start = end;
+    // A NUL ends the line's text, as it ends a C string.
+    line.resize(std::strlen(line.c_str()));
+    std::string text = Trim(line);
+    size_t equals = text.find('=');
+    if (text.empty() || text[0] == '#' || equals == std::string::npos) continue;
+    const std::string name = Trim(text.substr(0, equals));
+    std::string value;
+    if (parsed.values.count(name) == 0 && ParseLine(line, name, &value)) {
+      parsed.values.emplace(name, value);
     }
   }
-  if (result == Lookup::kAbsent && std::ferror(file)) result = Lookup::kUnreadable;
-  std::free(line);
-  std::fclose(file);
-  return result;
+  return parsed;
+}
+
+}  // namespace
+
+Lookup Read(const std::string& appliancePath, const std::string& key, std::string* value) {
+  auto parsed = FileCache::Derived<FirstValues>(RootPath(appliancePath), "key-value", ParseFile);
+  if (!parsed->readable) return Lookup::kUnreadable;
+  auto found = parsed->values.find(key);
+  if (found != parsed->values.end()) {
+    *value = found->second;
+    return Lookup::kFound;
+  }
+  return parsed->whole ? Lookup::kAbsent : Lookup::kUnreadable;
 }
 
 }  // namespace KeyValue

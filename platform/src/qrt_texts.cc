@@ -1,9 +1,10 @@
 // UI texts of one language: the file "strings" of a language directory.
-#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "keyvalue_file.h"
 #include "zant/appliance.h"
+#include "zant/file_cache.h"
 #include "zant/qrt.h"
 
 namespace ZANT {
@@ -63,11 +64,9 @@ std::string StringsFile(const std::string& directory) {
   return RootPath(path + "/strings");
 }
 
-}  // namespace
-
-Json::Value LocalizedStringParser::ParseTexts(std::string directory) {
+Json::Value ParseStrings(const FileCache::Content& content) {
   Json::Value texts(Json::objectValue);
-  std::ifstream in(StringsFile(directory), std::ios::binary);
+  std::istringstream in(content.bytes);
   std::string raw;
   std::string section;  // empty until the first valid section line
   bool first = true;
@@ -90,6 +89,12 @@ Json::Value LocalizedStringParser::ParseTexts(std::string directory) {
     if (!section.empty() && ParseText(line, &key, &value)) texts[section][key] = value;
   }
   return texts;
+}
+
+}  // namespace
+
+Json::Value LocalizedStringParser::ParseTexts(std::string directory) {
+  return *FileCache::Derived<Json::Value>(StringsFile(directory), "texts", ParseStrings);
 }
 
 }  // namespace QRT

@@ -9,6 +9,7 @@
 
 #include "keyvalue_file.h"
 #include "zant/appliance.h"
+#include "zant/file_cache.h"
 #include "zant/relay.h"
 
 namespace {
@@ -91,15 +92,17 @@ extern "C" int ZANTRelayServiceGetConnectionTypeByAddr(const char* serverAddr,
   }
   const char* const endpoints[4] = {serverAddr, serverPort, remoteAddr, remotePort};
   int found = ZANT_RELAY_CONN_DIRECT;
-  FILE* file = std::fopen(ZANT::RootPath(kConnectionsFile).c_str(), "r");
-  if (file == nullptr) {
+  auto content = ZANT::FileCache::Read(ZANT::RootPath(kConnectionsFile));
+  if (!content->opened) {
     // No table at all: every connection is direct.
-    if (errno != ENOENT) return -1;
-  } else {
+    if (content->error != ENOENT) return -1;
+  } else if (!content->read) {
+    return -1;
+  } else if (!content->bytes.empty()) {
+    FILE* file = fmemopen(const_cast<char*>(content->bytes.data()), content->bytes.size(), "r");
+    if (file == nullptr) return -1;
     FindType(file, endpoints, &found);
-    bool failed = std::ferror(file) != 0;
     std::fclose(file);
-    if (failed) return -1;
   }
   *type = found;
   return 0;

@@ -17,6 +17,7 @@
 #include <sstream>
 
 #include "file_util.h"
+#include "zant/file_cache.h"
 #include "zant/appliance.h"
 #include "zant/crypto.h"
 #include "zant/userdb.h"
@@ -101,23 +102,20 @@ bool ValidUser(const User& user) {
 
 Status ReadLines(std::vector<std::string>* lines, bool missingIsEmpty) {
   lines->clear();
-  FILE* file = std::fopen(RootPath(kUsersFile).c_str(), "r");
-  if (file == nullptr) {
-    return (missingIsEmpty && errno == ENOENT) ? Status::kOk : Status::kFileOpen;
+  auto content = FileCache::Read(RootPath(kUsersFile));
+  if (!content->opened) {
+    return (missingIsEmpty && content->error == ENOENT) ? Status::kOk : Status::kFileOpen;
   }
-  struct stat status;
-  bool ok = fstat(fileno(file), &status) == 0 && !S_ISDIR(status.st_mode);
-  char* line = nullptr;
-  size_t capacity = 0;
-  ssize_t length;
-  while (ok && (length = getline(&line, &capacity, file)) >= 0) {
-    if (length > 0 && line[length - 1] == '\n') --length;
-    lines->emplace_back(line, static_cast<size_t>(length));
+  if (S_ISDIR(content->status.st_mode) || !content->read) return Status::kFileOpen;
+  const std::string& bytes = content->bytes;
+  size_t start = 0;
+  while (start < bytes.size()) {
+    size_t newline = bytes.find('\n', start);
+    size_t end = newline == std::string::npos ? bytes.size() : newline;
+    lines->emplace_back(bytes, start, end - start);
+    start = end + 1;
   }
-  ok = ok && !std::ferror(file);
-  std::free(line);
-  std::fclose(file);
-  return ok ? Status::kOk : Status::kFileOpen;
+  return Status::kOk;
 }
 
 // Replaces the database by `lines`: a temporary file beside it, renamed over

@@ -39,24 +39,38 @@ std::string APIResponse::GetHeader(const std::string& name) const {
   return std::string();
 }
 
-Json::Value APIResponse::ToResult() const {
-  if (hasRaw_) return raw_;
+namespace {
+
+// The result object of an answer that is not raw; `data` is consumed.
+Json::Value ResultObject(bool answered, bool success, int errorCode, Json::Value data) {
   Json::Value result(Json::objectValue);
-  if (!answered_) {
+  if (!answered) {
     result["success"] = false;
     result["error"]["code"] = kErrUnknown;
     return result;
   }
-  if (success_) {
+  if (success) {
     result["success"] = true;
     // A success without data answers {"success":true}.
-    if (!data_.isNull()) result["data"] = data_;
+    if (!data.isNull()) result["data"] = std::move(data);
     return result;
   }
   result["success"] = false;
-  result["error"]["code"] = errorCode_;
-  if (!data_.isNull()) result["error"]["errors"] = data_;
+  result["error"]["code"] = errorCode;
+  if (!data.isNull()) result["error"]["errors"] = std::move(data);
   return result;
+}
+
+}  // namespace
+
+Json::Value APIResponse::ToResult() const {
+  if (hasRaw_) return raw_;
+  return ResultObject(answered_, success_, errorCode_, answered_ ? data_ : Json::Value());
+}
+
+Json::Value APIResponse::TakeResult() {
+  if (hasRaw_) return std::move(raw_);
+  return ResultObject(answered_, success_, errorCode_, std::move(data_));
 }
 
 std::string FormatFrameworkAnswer(const APIResponse& response) {

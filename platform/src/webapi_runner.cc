@@ -147,7 +147,7 @@ bool APIRunner::Exec(Json::Value& result, const char* api, int version, const ch
 
   APIResponse response;
   bool ran = RunThroughRegistry(&request, &response);
-  result = response.ToResult();
+  result = response.TakeResult();
   return ran;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "zant/appliance.h"
+#include "zant/file_cache.h"
 #include "zant/webutils.h"
 
 namespace WebUtils {
@@ -92,7 +93,7 @@ std::string Lower(std::string text) {
 std::string GetModifyTime(const char* path) {
   struct stat status;
   // Only a regular file has a version; anything else is never cached.
-  if (path != nullptr && stat(ResourceFile(path).c_str(), &status) == 0 &&
+  if (path != nullptr && ZANT::FileCache::Stat(ResourceFile(path), &status) &&
       S_ISREG(status.st_mode)) {
     return std::to_string(static_cast<long long>(status.st_mtime));
   }

@@ -147,6 +147,9 @@ INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::Values(
     S{"phone, office, no can_read", P, "OLD", "preview:d.kslides", "", "", "", OFFICE, "", 0},
     S{"upper case", D, "OLD", "read:r.KSHEET", "", "", "", "desktop", "", 0},
     S{"not at the end", D, "OLD", "read:r.kdoc.t", "", "", "", "desktop", "", 0},
+    S{"line feed in the name", D, "OLD", "read:a\nr.kdoc", "", "", "", "desktop", "", 0},
+    S{"carriage return in the name", D, "OLD", "read:a\rr.ksheet", "", "", "", "desktop", "", 0},
+    S{"tab in the name", D, "OLD", "read:a\tr.kslides", "", "", "", OFFICE, "", 0},
     S{"removed office", D, "OLD", "removed:r.kdoc", "1001", "", "clear", "desktop", "", 1}));
 
 TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {

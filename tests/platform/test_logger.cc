@@ -1,5 +1,6 @@
 // The sync service's logger: levels from the level file, lines in the log file.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -78,6 +79,68 @@ TEST_F(LoggerFile, CutsToTheNewestHalfPastTheLimit) {
   ASSERT_EQ(0, Logger::Initialize(0, "", "", 0, 1));
   Logger::LogMsg(3, kComponent, "kept");
   EXPECT_EQ(cut + "kept\n", root_.ReadFile(kLogFile)) << "size 0: no limit";
+}
+
+// What a message becomes in the file: one line, control bytes escaped, long
+// ones cut. The message is passed as a "%s" argument.
+struct LineCase { const char* d; std::string message; std::string line; };
+class LoggerLine : public ::testing::TestWithParam<LineCase> {
+ protected:
+  plyth_test::ApplianceRoot root_;
+};
+
+TEST_P(LoggerLine, IsOneLine) {
+  const LineCase& c = GetParam();
+  ASSERT_EQ(0, Logger::Initialize(0, "", "", 50, 1));
+  Logger::LogMsg(3, kComponent, "%s", c.message.c_str());
+  EXPECT_EQ(c.line, root_.ReadFile(kLogFile)) << c.d;
+}
+
+const size_t kMax = Logger::kMaxLineBytes;
+INSTANTIATE_TEST_SUITE_P(Rows, LoggerLine, ::testing::ValuesIn(std::vector<LineCase>{
+  {.d = "forged line", .message = "link: a\r\n(  1:  2) [ERROR] x",
+   .line = "link: a\\r\\n(  1:  2) [ERROR] x\n"},
+  {.d = "closing line feed is the end", .message = "done\n", .line = "done\n"},
+  {.d = "two closing line feeds", .message = "done\n\n", .line = "done\\n\n"},
+  {.d = "tab, escape, DEL", .message = "a\tb\x1b[1m\x7f", .line = "a\\x09b\\x1b[1m\\x7f\n"},
+  {.d = "UTF-8 and backslash kept", .message = "caf\xc3\xa9 \\n", .line = "caf\xc3\xa9 \\n\n"},
+  {.d = "exactly the limit", .message = std::string(kMax, 'a'), .line = std::string(kMax, 'a') + "\n"},
+  {.d = "one past the limit", .message = std::string(kMax + 1, 'a'),
+   .line = std::string(kMax - 6, 'a') + " [cut]\n"},
+  {.d = "7 KB cookie", .message = "cookie " + std::string(7000, 'c'),
+   .line = "cookie " + std::string(kMax - 13, 'c') + " [cut]\n"},
+  {.d = "cut before a whole escape", .message = std::string(kMax - 10, 'a') + "\x01\x01\x01",
+   .line = std::string(kMax - 10, 'a') + "\\x01 [cut]\n"},
+  {.d = "cut before a whole character",
+   .message = std::string(kMax - 7, 'a') + "\xe2\x82\xac" + std::string(10, 'b'),
+   .line = std::string(kMax - 7, 'a') + " [cut]\n"},
+}));
+
+TEST_F(LoggerFile, CreatesTheFileForOwnerAndGroupOnly) {
+  ASSERT_EQ(0, Logger::Initialize(0, "", "", 1, 1));
+  Logger::LogMsg(3, kComponent, "first");
+  struct stat st;
+  ASSERT_EQ(0, stat(root_.Host(kLogFile).c_str(), &st));
+  EXPECT_EQ(0640u, st.st_mode & 07777);
+  // The cut file replaces the log: it must not widen the mode.
+  root_.WriteFile(kLogFile, std::string(1024 * 1024 + 1, '\n'));
+  ASSERT_EQ(0, chmod(root_.Host(kLogFile).c_str(), 0644));
+  Logger::LogMsg(3, kComponent, "after the cut");
+  ASSERT_EQ(0, stat(root_.Host(kLogFile).c_str(), &st));
+  EXPECT_LT(st.st_size, 1024 * 1024) << "was cut";
+  EXPECT_EQ(0640u, st.st_mode & 07777);
+}
+
+TEST_F(LoggerFile, SeesAChangedLevelFile) {
+  root_.WriteFile(kLevelFile, "default_component=3\n");
+  ASSERT_EQ(0, Logger::Initialize(0, "", kLevelFile, 50, 1));
+  EXPECT_FALSE(Logger::IsNeedToLog(7, kComponent));
+  root_.WriteFile(kLevelFile, "default_component=7\nother=1\n");
+  ASSERT_EQ(0, Logger::Initialize(0, "", kLevelFile, 50, 1));
+  EXPECT_TRUE(Logger::IsNeedToLog(7, kComponent));
+  root_.Remove(kLevelFile);
+  ASSERT_EQ(0, Logger::Initialize(0, "", kLevelFile, 50, 1));
+  EXPECT_FALSE(Logger::IsNeedToLog(7, kComponent));
 }
 
 }  // namespace

@@ -171,6 +171,9 @@ class APIResponse {
   // no answer at all is reported as error 100. After SetRawResult: that
   // object, unchanged.
   Json::Value ToResult() const;
+  // The same object, made by moving this response's data out of it (the
+  // response answers null data afterwards): for callers done with it.
+  Json::Value TakeResult();
 
  private:
   bool answered_ = false;
