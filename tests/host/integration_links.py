@@ -208,6 +208,8 @@ def test_removed_account_links_are_unknown(stack):
     link = stack.plythctl("file", "add", "carol", "/c.txt").split("\t")[1]
     stack.plythctl("link", "make", "carol:/c.txt", "--visibility", "anyone")
     share = stack.plythctl("share", "make", "carol:/c.txt")
+    # Workers look at the user database at most once a second.
+    time.sleep(1.1)
     client = stack.client()
     token = client.call(dict(AUTH, sharing_link=share))["data"]["sharing_token"]
     signed_in = client.call(dict(LOGIN, account="carol", passwd="carol"))
