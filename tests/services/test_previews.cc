@@ -527,7 +527,10 @@ TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   const plyth_test::HandlerRun crowded = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, many);
   EXPECT_EQ(RawError(crowded), 1061);
   EXPECT_EQ(crowded.stdoutBytes, "");
-  ASSERT_TRUE(Db().Exec("DELETE FROM items WHERE file_id LIKE 'M%'"));
+  // By path and case-sensitively: LIKE 'M%' would also take any random file id
+  // that happens to start with "m" or "M", the folder's or big.bin's among them.
+  ASSERT_TRUE(Db().Exec("DELETE FROM items WHERE path GLOB '/Trip/many/*'"));
+  ASSERT_EQ(Db().Changes(), static_cast<int>(plyth_services::kArchiveMaxEntries) + 1);
 
   // Past the byte cap nothing is written.
   plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
