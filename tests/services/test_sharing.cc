@@ -55,6 +55,19 @@ TEST_F(Sharing, UnlockingSignsATokenAndWritesNothing) {
   EXPECT_EQ(key.st_size, 32);
 }
 
+// Made under root ids (the landing page's unlock), the key belongs to the
+// store directory's owner, the service user that checks tokens later.
+TEST_F(Sharing, AKeyMadeAsRootBelongsToTheStoresOwner) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const std::string dir = root_.Host("/var/packages/BrindlexPlyth/target/var");
+  ASSERT_EQ(chown(dir.c_str(), 33, 33), 0);
+  ASSERT_EQ(ErrorCode(Auth(Share(item_), "")), 0);
+  struct stat key;
+  ASSERT_EQ(stat(root_.Host(plyth_services::kTokenKeyPath).c_str(), &key), 0);
+  EXPECT_EQ(std::make_pair(key.st_uid, key.st_gid), std::make_pair(uid_t{33}, gid_t{33}));
+  EXPECT_EQ(key.st_mode & 07777, 0600u);
+}
+
 // Tokens a caller could make up, or keep past a change of the link.
 TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
   const std::string link = Share(item_);
