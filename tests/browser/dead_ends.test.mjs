@@ -181,7 +181,7 @@ describe('no road ends in nothing', { skip }, () => {
       const meta = await page.$$eval('.plyth-share-meta', (rows) => rows.map((r) => r.textContent));
       assert.deepEqual([meta[0], meta[2]], [`Size: ${NOTES.length} B`, 'Owner: alice']);
       // The viewers run here too; an office document has no rendition, so its icon stays.
-      await page.waitForSelector('#plyth-share-content');
+      await page.waitForSelector('#plyth-share-content', { state: 'attached' });
       assert.equal(await page.$eval('.plyth-share-icon', (node) => node.hidden), false);
       await look(page, 'desktop-item-view');
       assert.deepEqual(await download(page, '#plyth-download'), { name: 'notes.kdoc', bytes: NOTES });
