@@ -310,6 +310,8 @@ describe('landing pages on a running appliance', { skip }, () => {
       assert.equal(await page.textContent('.plyth-mobile-title'), 'You do not have permission');
       assert.equal(await page.isVisible('#plyth-mobile-notice'), false);
       await page.click('#plyth-request-access');
+      // The request goes to the link service; the notice shows once it answered.
+      await page.waitForSelector('#plyth-mobile-notice', { state: 'visible' });
       assert.equal(await page.isDisabled('#plyth-request-access'), true);
       assert.equal(
         await page.textContent('#plyth-mobile-notice'),
