@@ -135,6 +135,16 @@ bool IsNavigation(const ZANT::APIRequest& request) {
   return request.GetEnv("HTTP_ACCEPT", "").asString().find("text/html") != std::string::npos;
 }
 
+// The checks before the content, in their order.
+int DownloadRefusal(Store& store, const ZANT::APIRequest& request, Access* access) {
+  int rc = ResolveRequestItem(store, request, access);
+  if (rc != kOk) return rc;
+  if (access->item.removed) return kErrItemRemoved;
+  if (access->item.kind != 0) return kErrNotAFile;
+  if (!CapabilitiesOf(access->role).can_read) return kErrNoAccess;
+  return kOk;
+}
+
 void RefuseDownload(ZANT::APIRequest* request, ZANT::APIResponse* response, int code) {
   if (!IsNavigation(*request)) {
     return response->SetError(code == kErrItemRemoved ? kErrNoSuchItem : code);
@@ -165,16 +175,6 @@ void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   rc = BuildFileRecord(*store, access.item, access.role, access.insider, &record);
   if (rc != kOk) return response->SetError(rc);
   response->SetSuccess(record);
-}
-
-// The checks before the content, in their order.
-int DownloadRefusal(Store& store, const ZANT::APIRequest& request, Access* access) {
-  int rc = ResolveRequestItem(store, request, access);
-  if (rc != kOk) return rc;
-  if (access->item.removed) return kErrItemRemoved;
-  if (access->item.kind != 0) return kErrNotAFile;
-  if (!CapabilitiesOf(access->role).can_read) return kErrNoAccess;
-  return kOk;
 }
 
 void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
