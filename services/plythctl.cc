@@ -10,6 +10,7 @@
 #include <set>
 
 #include "access_requests.h"
+#include "content_store.h"
 #include "items.h"
 #include "service_errors.h"
 #include "sharing.h"
@@ -393,17 +394,17 @@ int Ctl::UserRemove(const std::string& name) {
 
 int Ctl::FileAdd(const Args& args) {
   NewItem wanted;
-  wanted.owner = args.positional[0];
+  wanted.owner_name = args.positional[0];
   wanted.path = args.positional[1];
   wanted.kind = args.Has("--dir") ? 1 : 0;
   if (args.Has("--dir") && args.Has("--from")) return Usage("a folder takes no --from");
   if (!IsItemPath(wanted.path)) return Fail(kExitBadValue, "not a usable path: " + wanted.path);
   ZANT::UserDB::User owner;
-  ZANT::UserDB::Status status = ZANT::UserDB::FindUser(wanted.owner, &owner);
+  ZANT::UserDB::Status status = ZANT::UserDB::FindUser(wanted.owner_name, &owner);
   if (status != ZANT::UserDB::Status::kOk) {
-    return Fail(ExitForUserStatus(status), "no such user: " + wanted.owner);
+    return Fail(ExitForUserStatus(status), "no such user: " + wanted.owner_name);
   }
-  wanted.ownerUid = owner.uid;
+  wanted.owner_uid = owner.uid;
   if (args.Has("--from")) {
     int rc = StoreContent(args.Option("--from"), &wanted.hash, &wanted.size);
     if (rc == kErrNoSuchItem) return Fail(kExitNotFound, "cannot read " + args.Option("--from"));
@@ -414,7 +415,7 @@ int Ctl::FileAdd(const Args& args) {
   Item added;
   int rc = AddItem(*store_, wanted, &added);
   if (rc == kErrBadParameter) return Fail(kExitBadValue, "a file stands above " + wanted.path);
-  if (rc != kOk) return FromService(rc, wanted.owner + ":" + wanted.path);
+  if (rc != kOk) return FromService(rc, wanted.owner_name + ":" + wanted.path);
   out_ << added.file_id << "\t" << added.permanent_link << "\n";
   return kExitOk;
 }
