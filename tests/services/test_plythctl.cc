@@ -55,21 +55,17 @@ class Plythctl : public ServicesTest {
   Item a_;
 };
 
-// `err` is the message after "plythctl: "; exit 1 is followed by the usage text.
-struct CtlCase {
-  std::vector<std::string> args;
-  std::string in = "";
-  int code;
-  std::string out = "";
-  std::string err = "";
-};
+// `in` is standard input; `err` the message after "plythctl: ", which exit 1
+// follows with the usage text.
+struct CtlCase { std::vector<std::string> args; std::string in = ""; int code; std::string out = "", err = ""; };
+void PrintTo(const CtlCase& c, std::ostream* os) { *os << ::testing::PrintToString(c.args); }
 
 class Commands : public Plythctl, public ::testing::WithParamInterface<CtlCase> {};
 
 TEST_P(Commands, ExitPrintAndComplain) {
   const CtlCase& c = GetParam();
   const CtlRun run = Ctl(c.args, c.in);
-  EXPECT_EQ(run.code, c.code) << ::testing::PrintToString(c.args);
+  EXPECT_EQ(run.code, c.code);
   EXPECT_EQ(run.out, c.out);
   EXPECT_EQ(run.err, (c.err.empty() ? "" : "plythctl: " + c.err + "\n") + (c.code == 1 ? kUsage : ""));
 }
@@ -177,7 +173,6 @@ TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
   zant_host::Session alice, bob;
   ASSERT_TRUE(sessions.Create("alice", 1026, false, "", gNow, &alice));
   ASSERT_TRUE(sessions.Create("bob", 1027, false, "", gNow, &bob));
-
   const CtlRun run = Ctl({"user", "remove", "alice"});
   ASSERT_EQ(run.code, 0) << run.err;
   EXPECT_EQ(run.out + run.err, "");
@@ -187,7 +182,6 @@ TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
   EXPECT_FALSE(sessions.Load(alice.id, gNow, &loaded));
   EXPECT_TRUE(sessions.Load(bob.id, gNow, &loaded)) << "another account's session stays";
   EXPECT_EQ(Ctl({"requests", "list"}).out, "") << "her request on bob's item went with her";
-
   ASSERT_EQ(Ctl({"user", "add", "alice"}).code, 0);
   EXPECT_EQ(ErrorCode(FileGet("id:" + bobs.file_id, "alice")), 1002) << "the old grant went with the account";
   EXPECT_EQ(Ctl({"file", "add", "alice", "/docs/a.txt"}).code, 0) << "the old path is free";
