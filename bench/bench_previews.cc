@@ -12,6 +12,7 @@
 #include <benchmark/benchmark.h>
 
 #include "harness.h"
+#include "content_store.h"
 #include "items.h"
 #include "preview.h"
 #include "services_api.h"
@@ -36,8 +37,8 @@ Fixture* gFixture = nullptr;
 
 Item Add(const std::string& path, const std::string& content, int kind) {
   plyth_services::NewItem wanted;
-  wanted.owner = "alice";
-  wanted.ownerUid = 1026;
+  wanted.owner_name = "alice";
+  wanted.owner_uid = 1026;
   wanted.path = path;
   wanted.kind = kind;
   if (kind == 0) {

@@ -8,6 +8,7 @@
 #include "api_support.h"
 #include "download.h"
 #include "files_access.h"
+#include "item_records.h"
 #include "items.h"
 #include "service_errors.h"
 #include "services_api.h"

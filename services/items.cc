@@ -1,18 +1,9 @@
 #include "items.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-
 #include "clock.h"
 #include "crypto.h"
-#include "download.h"
 #include "plyth_utils.h"
 #include "service_errors.h"
-#include "zant/userdb.h"
 
 namespace plyth_services {
 
@@ -22,9 +13,6 @@ namespace {
   "file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind, created_time, " \
   "modified_time, access_time, change_time, size, hash, removed, permanent_link, "            \
   "link_visibility, link_role, sync_id, properties"
-
-// Folders nest at most this deep; a longer parent chain is a damaged store.
-constexpr int kMaxDepth = 256;
 
 void ReadItem(const Statement& row, Item* item) {
   item->file_id = row.Text(0);
@@ -75,63 +63,6 @@ int FindMany(Statement& query, std::vector<Item>* items) {
 int64_t NextSyncId(Store& store) {
   Statement query(store.Db(), "SELECT COALESCE(MAX(sync_id), 0) + 1 FROM items");
   return query.Row() ? query.Int(0) : 1;
-}
-
-std::string OwnerDisplayName(const std::string& owner) {
-  ZANT::UserDB::User user;
-  if (ZANT::UserDB::FindUser(owner, &user) == ZANT::UserDB::Status::kOk && !user.fullName.empty()) {
-    return user.fullName;
-  }
-  return owner;
-}
-
-// Grants on the item and on the folders above it, nearest first.
-int CollectGrants(Store& store, const Item& item, std::vector<Tarnova::PermissionEntry>* grants) {
-  std::string id = item.file_id;
-  for (int depth = 0; !id.empty() && depth < kMaxDepth; ++depth) {
-    Statement query(store.Db(), "SELECT member, role FROM permissions WHERE item_id = ?1 ORDER BY member");
-    if (!query.Ok()) return kErrStore;
-    query.Bind(1, id);
-    while (query.Row()) {
-      Tarnova::PermissionEntry entry;
-      entry.permission_id = id + ":" + query.Text(0);
-      entry.type = "user";
-      entry.name = query.Text(0);
-      entry.role = query.Text(1);
-      entry.inherited = id != item.file_id;
-      grants->push_back(entry);
-    }
-    Statement parent(store.Db(), "SELECT parent_id FROM items WHERE file_id = ?1");
-    if (!parent.Ok()) return kErrStore;
-    parent.Bind(1, id);
-    id = parent.Row() ? parent.Text(0) : std::string();
-  }
-  return kOk;
-}
-
-int CollectLabels(Store& store, const Item& item, std::vector<Tarnova::LabelInfo>* labels) {
-  Statement query(store.Db(),
-                  "SELECT l.label_id, l.name, l.color, l.position FROM item_labels il"
-                  " JOIN labels l ON l.label_id = il.label_id"
-                  " WHERE il.item_id = ?1 ORDER BY l.position, l.label_id");
-  if (!query.Ok()) return kErrStore;
-  query.Bind(1, item.file_id);
-  while (query.Row()) {
-    Tarnova::LabelInfo label;
-    label.label_id = query.Text(0);
-    label.name = query.Text(1);
-    label.color = query.Text(2);
-    label.position = static_cast<int32_t>(query.Int(3));
-    labels->push_back(label);
-  }
-  return kOk;
-}
-
-int64_t CountOf(Store& store, const char* sql, const std::string& key) {
-  Statement query(store.Db(), sql);
-  if (!query.Ok()) return -1;
-  query.Bind(1, key);
-  return query.Row() ? query.Int(0) : -1;
 }
 
 std::string ParentPath(const std::string& path) {
@@ -187,8 +118,8 @@ Item FreshItem(const NewItem& wanted, const std::string& path, int kind, const s
   item.file_id = RandomId(kFileIdLength);
   item.permanent_link = RandomId(kLinkIdLength);
   item.parent_id = parentId;
-  item.owner_uid = wanted.ownerUid;
-  item.owner_name = wanted.owner;
+  item.owner_uid = wanted.owner_uid;
+  item.owner_name = wanted.owner_name;
   item.path = path;
   item.display_path = path;
   item.name = path.substr(path.rfind('/') + 1);
@@ -198,8 +129,6 @@ Item FreshItem(const NewItem& wanted, const std::string& path, int kind, const s
   item.sync_id = static_cast<uint64_t>(syncId);
   return item;
 }
-
-bool MakeDir(const std::string& path) { return mkdir(path.c_str(), 0755) == 0 || errno == EEXIST; }
 
 }  // namespace
 
@@ -247,62 +176,6 @@ int MemberRole(Store& store, const Item& item, const std::string& user, Role* ro
   return kOk;
 }
 
-int BuildFileRecord(Store& store, const Item& item, Role role, bool insider, Json::Value* record) {
-  Tarnova::FileInfo info;
-  info.file_id = item.file_id;
-  if (insider) {
-    info.path = item.path;
-    info.nxo_path = item.path;
-    info.display_path = item.display_path;
-    info.original_path = item.path;
-    info.parent_id = item.parent_id;
-  } else {
-    // Outsiders see the shared item as the top of a view of its own, and
-    // learn nothing of where the owner keeps it.
-    info.path = "/" + item.name;
-  }
-  info.name = item.name;
-  info.kind = item.kind;
-  info.created_time = static_cast<uint32_t>(item.created_time);
-  info.access_time = static_cast<uint32_t>(item.access_time);
-  info.modified_time = static_cast<uint32_t>(item.modified_time);
-  info.change_time = static_cast<uint32_t>(item.change_time);
-  info.size = item.size;
-  info.capabilities = CapabilitiesOf(role);
-  info.sync_id = item.sync_id;
-  Statement maxId(store.Db(), "SELECT COALESCE(MAX(sync_id), 0) FROM items");
-  if (!maxId.Row()) return kErrStore;
-  info.max_id = static_cast<uint64_t>(maxId.Int(0));
-  info.removed = item.removed;
-
-  std::vector<Tarnova::PermissionEntry> grants;
-  if (CollectGrants(store, item, &grants) != kOk) return kErrStore;
-  int64_t sharingLinks =
-      CountOf(store, "SELECT COUNT(*) FROM sharing_links WHERE permanent_link = ?1", item.permanent_link);
-  int64_t revisions = CountOf(store, "SELECT COUNT(*) FROM revisions WHERE item_id = ?1", item.file_id);
-  if (sharingLinks < 0 || revisions < 0) return kErrStore;
-  info.shared = !grants.empty() || item.visibility != Visibility::kMembers;
-  info.adv_shared = sharingLinks > 0;
-  if (insider) {
-    info.shared_with = grants;
-    if (CollectLabels(store, item, &info.labels) != kOk) return kErrStore;
-  }
-  info.properties = item.properties.empty() ? "{}" : item.properties;
-  info.app_properties = "{}";
-  info.owner.name = item.owner_name;
-  info.owner.uid = item.owner_uid;
-  info.owner.display_name = OwnerDisplayName(item.owner_name);
-  info.permanent_link = item.permanent_link;
-  info.hash = item.hash;
-  info.revisions = static_cast<uint32_t>(revisions);
-  info.content_type = item.kind == Tarnova::FileInfo::kDir ? std::string() : ContentTypeFor(item.name);
-
-  Json::Value out(Json::objectValue);
-  if (ConvertFileInfoToJSon(info, out) != 0) return kErrStore;
-  record->swap(out);
-  return kOk;
-}
-
 bool IsItemPath(const std::string& path) {
   if (path.size() < 2 || path[0] != '/' || path.back() == '/') return false;
   size_t start = 1;
@@ -331,7 +204,7 @@ int MakeParentFolders(Store& store, const NewItem& wanted, int64_t syncId, std::
   }
   for (const std::string& folderPath : folders) {
     Item folder;
-    int rc = FindItemByPath(store, wanted.owner, folderPath, &folder);
+    int rc = FindItemByPath(store, wanted.owner_name, folderPath, &folder);
     if (rc == kOk) {
       if (folder.kind != Tarnova::FileInfo::kDir) return kErrBadParameter;
     } else if (rc == kErrNoSuchItem) {
@@ -348,11 +221,11 @@ int MakeParentFolders(Store& store, const NewItem& wanted, int64_t syncId, std::
 }  // namespace
 
 int AddItem(Store& store, const NewItem& wanted, Item* added) {
-  if (!IsItemPath(wanted.path) || wanted.owner.empty()) return kErrBadParameter;
+  if (!IsItemPath(wanted.path) || wanted.owner_name.empty()) return kErrBadParameter;
   return store.Write(
       [&]() -> int {
         Item existing;
-        int rc = FindItemByPath(store, wanted.owner, wanted.path, &existing);
+        int rc = FindItemByPath(store, wanted.owner_name, wanted.path, &existing);
         if (rc == kOk) return kErrExists;
         if (rc != kErrNoSuchItem) return rc;
         const int64_t syncId = NextSyncId(store);
@@ -446,58 +319,6 @@ int RemoveAccountItems(Store& store, const std::string& owner) {
         return kOk;
       },
       kErrStore);
-}
-
-int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size) {
-  FILE* in = fopen(localFile.c_str(), "rb");
-  if (in == nullptr) return kErrNoSuchItem;
-  std::string temp = Store::DataDirectory() + "/incoming.XXXXXX";
-  int fd = mkstemp(&temp[0]);
-  if (fd < 0) {
-    fclose(in);
-    return kErrStore;
-  }
-  FILE* out = fdopen(fd, "wb");
-  Sha256 sha;
-  uint64_t total = 0;
-  bool ok = out != nullptr;
-  char buffer[65536];
-  size_t got;
-  while (ok && (got = fread(buffer, 1, sizeof(buffer), in)) > 0) {
-    sha.Update(buffer, got);
-    total += got;
-    ok = fwrite(buffer, 1, got, out) == got;
-  }
-  ok = ok && !ferror(in);
-  fclose(in);
-  if (out != nullptr) {
-    ok = fclose(out) == 0 && ok;
-  } else {
-    close(fd);
-  }
-  if (!ok) {
-    unlink(temp.c_str());
-    return kErrStore;
-  }
-  *hash = sha.FinishHex();
-  *size = total;
-  const std::string target = Store::ContentFile(*hash);
-  if (!MakeDir(target.substr(0, target.rfind('/'))) || rename(temp.c_str(), target.c_str()) != 0) {
-    unlink(temp.c_str());
-    return kErrStore;
-  }
-  chmod(target.c_str(), 0644);
-  return kOk;
-}
-
-int StoreEmptyContent(std::string* hash) {
-  *hash = Sha256Hex(std::string());
-  const std::string target = Store::ContentFile(*hash);
-  if (!MakeDir(target.substr(0, target.rfind('/')))) return kErrStore;
-  FILE* out = fopen(target.c_str(), "ab");
-  if (out == nullptr) return kErrStore;
-  fclose(out);
-  return kOk;
 }
 
 }  // namespace plyth_services

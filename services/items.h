@@ -1,18 +1,20 @@
 // Items (files and folders) of the store: lookups, the caller's role on an
-// item, the file record a caller sees, and the changes the administration
-// command line makes.
+// item, and the changes the administration command line makes. The file
+// record a caller sees is built in item_records.h; content files are stored
+// by content_store.h.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include <json/json.h>
-
 #include "access.h"
 #include "store.h"
 
 namespace plyth_services {
+
+// Folders nest at most this deep; a longer parent chain is a damaged store.
+constexpr int kMaxDepth = 256;
 
 struct Item {
   std::string file_id;
@@ -59,19 +61,13 @@ bool IsBelow(const Item& item, const Item& folder);
 // kNone when there is none.
 int MemberRole(Store& store, const Item& item, const std::string& user, Role* role);
 
-// The "data" of "ZANT.BrindlexPlyth.Files" "get": the item as the caller
-// sees it with `role`. `insider` (owner or member) also gets the paths,
-// the members and the labels; others see the item as the top of its own
-// view. kOk or kErrStore.
-int BuildFileRecord(Store& store, const Item& item, Role role, bool insider, Json::Value* record);
-
 // Checks an item path: "/" followed by names, no empty, "." or ".."
 // names, no trailing "/". The root itself is not an item.
 bool IsItemPath(const std::string& path);
 
 struct NewItem {
-  std::string owner;
-  uint32_t ownerUid = 0;
+  std::string owner_name;
+  uint32_t owner_uid = 0;
   std::string path;
   int kind = 0;
   std::string hash;  // of content already stored with StoreContent
@@ -94,11 +90,5 @@ int SetLinkAccess(Store& store, const Item& item, Visibility visibility, Role ro
 // later account of the same name inherits none of it. The content files
 // stay: they are shared by hash. kOk or kErrStore.
 int RemoveAccountItems(Store& store, const std::string& owner);
-
-// Copies a local file into the content directory (under its SHA-256).
-// kErrNoSuchItem when the file cannot be read, kErrStore when it cannot be stored.
-int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size);
-// Stores the empty content (what an item added without content holds).
-int StoreEmptyContent(std::string* hash);
 
 }  // namespace plyth_services

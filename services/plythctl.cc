@@ -1,8 +1,7 @@
 #include "plythctl.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-#include <ctime>
 #include <istream>
 #include <map>
 #include <memory>
@@ -10,6 +9,8 @@
 #include <set>
 
 #include "access_requests.h"
+#include "clock.h"
+#include "content_store.h"
 #include "items.h"
 #include "service_errors.h"
 #include "sharing.h"
@@ -21,26 +22,8 @@ namespace plyth_services {
 
 namespace {
 
-const char kUsage[] =
-    "usage: plythctl [--root DIR] COMMAND\n"
-    "  init\n"
-    "  user add NAME [--uid N] [--password-stdin | --password P] [--admin]\n"
-    "  user list\n"
-    "  user remove NAME\n"
-    "  file add OWNER /PATH [--from LOCALFILE] [--dir]\n"
-    "  file list\n"
-    "  file trash PATH\n"
-    "  file restore PATH\n"
-    "  grant PATH USER ROLE\n"
-    "  link make PATH [--visibility members|signed_in|anyone] [--role ROLE]\n"
-    "  share make PATH [--password P] [--expires \"YYYY-MM-DD HH:MM:SS\"|@EPOCH] [--role ROLE]\n"
-    "  share list\n"
-    "  share revoke ID\n"
-    "  share password ID [--password P | --none]   (without either: one line from standard input)\n"
-    "  requests list\n"
-    "  requests grant PATH USER\n"
-    "  requests deny PATH USER\n"
-    "  url BASE\n"
+// Words printed after the command lines of the usage text.
+const char kUsageNotes[] =
     "PATH is OWNER:/PATH, /PATH (when one owner has it), id:FILE_ID or link:PERMANENT_LINK.\n"
     "ROLE is previewer, viewer, commenter or editor (grant also takes none).\n";
 
@@ -57,37 +40,61 @@ struct Args {
   }
 };
 
+class Ctl;
+
+// One row per command: its words are split, checked and dispatched, and
+// its line of the usage text written, from the row alone.
+struct Command {
+  const char* name;
+  const char* sub = nullptr;  // the second word, or nullptr for a one-word command
+  std::vector<std::string> options = {};  // each takes the next word as its value
+  std::vector<std::string> flags = {};
+  size_t arguments = 0;  // how many positional words
+  bool store = false;    // the store is opened before the handler runs
+  int (Ctl::*run)(const Args&);
+  const char* synopsis = "";  // the usage line after the command's words
+};
+
 class Ctl {
  public:
   Ctl(std::istream& in, std::ostream& out, std::ostream& err) : in_(in), out_(out), err_(err) {}
   int Run(std::vector<std::string> args);
 
  private:
+  static const Command kCommands[];
+  static std::string UsageText();
+  static const Command* FindCommand(const std::string& name, const std::string& sub);
+
   int Usage(const std::string& why);
   int Fail(int code, const std::string& message);
   // Maps a store call's code onto an exit code, with a message.
   int FromService(int code, const std::string& what);
-  bool Split(const std::vector<std::string>& words, size_t from, const std::set<std::string>& valued,
-             const std::set<std::string>& flags, Args* args);
+  bool Split(const std::vector<std::string>& words, size_t from, const Command& command, Args* args);
   bool OpenStore();
+  // One line of standard input, without its line end (CR LF or LF).
+  std::string ReadLine();
   int ResolveItem(const std::string& text, Item* item);
 
-  int Init();
+  int Init(const Args&);
   int UserAdd(const Args& args);
-  int UserList();
-  int UserRemove(const std::string& name);
+  int UserList(const Args&);
+  int UserRemove(const Args& args);
   int FileAdd(const Args& args);
-  int FileList();
-  int FileTrash(const std::string& path, bool removed);
+  int FileList(const Args&);
+  int FileTrash(const Args& args);
+  int FileRestore(const Args& args);
+  int SetFileRemoved(const std::string& path, bool removed);
   int Grant(const Args& args);
   int LinkMake(const Args& args);
   int ShareMake(const Args& args);
-  int ShareList();
-  int ShareRevoke(const std::string& id);
+  int ShareList(const Args&);
+  int ShareRevoke(const Args& args);
   int SharePassword(const Args& args);
-  int RequestsList();
-  int RequestsAnswer(const Args& args, bool grant);
-  int Url(const std::string& base);
+  int RequestsList(const Args&);
+  int RequestsGrant(const Args& args);
+  int RequestsDeny(const Args& args);
+  int AnswerRequest(const Args& args, bool grant);
+  int Url(const Args& args);
 
   std::istream& in_;
   std::ostream& out_;
@@ -95,14 +102,58 @@ class Ctl {
   std::unique_ptr<Store> store_;
 };
 
-std::string FormatTime(int64_t when) {
-  time_t t = static_cast<time_t>(when);
-  struct tm local;
-  char text[32];
-  if (localtime_r(&t, &local) == nullptr || strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local) == 0) {
-    return "@" + std::to_string(when);
+// In the order of the usage text. A command without `store` opens the
+// store itself, if at all (user commands need only the user database).
+const Command Ctl::kCommands[] = {
+    {.name = "init", .run = &Ctl::Init},
+    {.name = "user", .sub = "add", .options = {"--uid", "--password"}, .flags = {"--password-stdin", "--admin"},
+     .arguments = 1, .run = &Ctl::UserAdd,
+     .synopsis = "NAME [--uid N] [--password-stdin | --password P] [--admin]"},
+    {.name = "user", .sub = "list", .run = &Ctl::UserList},
+    {.name = "user", .sub = "remove", .arguments = 1, .run = &Ctl::UserRemove, .synopsis = "NAME"},
+    {.name = "file", .sub = "add", .options = {"--from"}, .flags = {"--dir"}, .arguments = 2, .store = true,
+     .run = &Ctl::FileAdd, .synopsis = "OWNER /PATH [--from LOCALFILE] [--dir]"},
+    {.name = "file", .sub = "list", .store = true, .run = &Ctl::FileList},
+    {.name = "file", .sub = "trash", .arguments = 1, .store = true, .run = &Ctl::FileTrash, .synopsis = "PATH"},
+    {.name = "file", .sub = "restore", .arguments = 1, .store = true, .run = &Ctl::FileRestore,
+     .synopsis = "PATH"},
+    {.name = "grant", .arguments = 3, .store = true, .run = &Ctl::Grant,
+     .synopsis = "PATH USER ROLE"},
+    {.name = "link", .sub = "make", .options = {"--visibility", "--role"}, .arguments = 1, .store = true,
+     .run = &Ctl::LinkMake, .synopsis = "PATH [--visibility members|signed_in|anyone] [--role ROLE]"},
+    {.name = "share", .sub = "make", .options = {"--password", "--expires", "--role"}, .arguments = 1,
+     .store = true, .run = &Ctl::ShareMake,
+     .synopsis = "PATH [--password P] [--expires \"YYYY-MM-DD HH:MM:SS\"|@EPOCH] [--role ROLE]"},
+    {.name = "share", .sub = "list", .store = true, .run = &Ctl::ShareList},
+    {.name = "share", .sub = "revoke", .arguments = 1, .store = true, .run = &Ctl::ShareRevoke,
+     .synopsis = "ID"},
+    {.name = "share", .sub = "password", .options = {"--password"}, .flags = {"--none"}, .arguments = 1,
+     .store = true, .run = &Ctl::SharePassword,
+     .synopsis = "ID [--password P | --none]   (without either: one line from standard input)"},
+    {.name = "requests", .sub = "list", .store = true, .run = &Ctl::RequestsList},
+    {.name = "requests", .sub = "grant", .arguments = 2, .store = true, .run = &Ctl::RequestsGrant,
+     .synopsis = "PATH USER"},
+    {.name = "requests", .sub = "deny", .arguments = 2, .store = true, .run = &Ctl::RequestsDeny,
+     .synopsis = "PATH USER"},
+    {.name = "url", .arguments = 1, .run = &Ctl::Url, .synopsis = "BASE"},
+};
+
+std::string Ctl::UsageText() {
+  std::string text = "usage: plythctl [--root DIR] COMMAND\n";
+  for (const Command& command : kCommands) {
+    text += std::string("  ") + command.name;
+    if (command.sub != nullptr) text += std::string(" ") + command.sub;
+    if (*command.synopsis != '\0') text += std::string(" ") + command.synopsis;
+    text += "\n";
   }
-  return text;
+  return text + kUsageNotes;
+}
+
+const Command* Ctl::FindCommand(const std::string& name, const std::string& sub) {
+  for (const Command& command : kCommands) {
+    if (name == command.name && (command.sub == nullptr || sub == command.sub)) return &command;
+  }
+  return nullptr;
 }
 
 int ExitForUserStatus(ZANT::UserDB::Status status) {
@@ -136,45 +187,9 @@ std::string ItemLabel(const Item& item) { return item.owner_name + ":" + item.pa
 
 }  // namespace
 
-bool ParseExpiry(const std::string& text, int64_t* when) {
-  if (!text.empty() && text[0] == '@') {
-    const std::string digits = text.substr(1);
-    if (digits.empty() || digits.size() > 15 || digits.find_first_not_of("0123456789") != std::string::npos) {
-      return false;
-    }
-    *when = static_cast<int64_t>(strtoll(digits.c_str(), nullptr, 10));
-    return true;
-  }
-  int year, month, day, hour, minute, second;
-  int used = -1;
-  if (text.size() != 19 ||
-      sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%n", &year, &month, &day, &hour, &minute, &second,
-             &used) != 6 ||
-      used != 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' ||
-      text[16] != ':') {
-    return false;
-  }
-  struct tm fields = {};
-  fields.tm_year = year - 1900;
-  fields.tm_mon = month - 1;
-  fields.tm_mday = day;
-  fields.tm_hour = hour;
-  fields.tm_min = minute;
-  fields.tm_sec = second;
-  fields.tm_isdst = -1;
-  time_t t = mktime(&fields);
-  // mktime moves 31 April to 1 May; such a date was not a date.
-  if (t == static_cast<time_t>(-1) || fields.tm_year != year - 1900 || fields.tm_mon != month - 1 ||
-      fields.tm_mday != day || fields.tm_hour != hour || fields.tm_min != minute || fields.tm_sec != second) {
-    return false;
-  }
-  *when = static_cast<int64_t>(t);
-  return true;
-}
-
 int Ctl::Usage(const std::string& why) {
   if (!why.empty()) err_ << "plythctl: " << why << "\n";
-  err_ << kUsage;
+  err_ << UsageText();
   return kExitUsage;
 }
 
@@ -202,18 +217,20 @@ int Ctl::FromService(int code, const std::string& what) {
   }
 }
 
-bool Ctl::Split(const std::vector<std::string>& words, size_t from, const std::set<std::string>& valued,
-                const std::set<std::string>& flags, Args* args) {
+bool Ctl::Split(const std::vector<std::string>& words, size_t from, const Command& command, Args* args) {
+  auto listed = [](const std::vector<std::string>& names, const std::string& word) {
+    return std::find(names.begin(), names.end(), word) != names.end();
+  };
   for (size_t i = from; i < words.size(); ++i) {
     const std::string& word = words[i];
     if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
-      if (valued.count(word)) {
+      if (listed(command.options, word)) {
         if (i + 1 >= words.size()) {
           Usage(word + " needs a value");
           return false;
         }
         args->options[word] = words[++i];
-      } else if (flags.count(word)) {
+      } else if (listed(command.flags, word)) {
         args->flags.insert(word);
       } else {
         Usage("unknown option " + word);
@@ -231,6 +248,13 @@ bool Ctl::OpenStore() {
   store_ = Store::Open(&error);
   if (!store_) err_ << "plythctl: cannot open the store: " << error << "\n";
   return store_ != nullptr;
+}
+
+std::string Ctl::ReadLine() {
+  std::string line;
+  std::getline(in_, line);
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return line;
 }
 
 int Ctl::ResolveItem(const std::string& text, Item* item) {
@@ -256,77 +280,22 @@ int Ctl::Run(std::vector<std::string> words) {
     words.erase(words.begin(), words.begin() + 2);
   }
   if (words.empty()) return Usage("no command");
-  const std::string& command = words[0];
+  const std::string& name = words[0];
   const std::string sub = words.size() > 1 ? words[1] : std::string();
-  if (command == "help" || command == "--help") {
-    out_ << kUsage;
+  if (name == "help" || name == "--help") {
+    out_ << UsageText();
     return kExitOk;
   }
+  const Command* command = FindCommand(name, sub);
+  if (command == nullptr) return Usage("unknown command: " + name + (sub.empty() ? "" : " " + sub));
   Args args;
-  auto split = [&](size_t from, const std::set<std::string>& valued, const std::set<std::string>& flags,
-                   size_t positionals) {
-    if (!Split(words, from, valued, flags, &args)) return false;
-    if (args.positional.size() != positionals) {
-      Usage("wrong number of arguments for " + command);
-      return false;
-    }
-    return true;
-  };
-  if (command == "init") {
-    return split(1, {}, {}, 0) ? Init() : kExitUsage;
-  }
-  if (command == "user" && sub == "add") {
-    return split(2, {"--uid", "--password"}, {"--password-stdin", "--admin"}, 1) ? UserAdd(args) : kExitUsage;
-  }
-  if (command == "user" && sub == "list") return split(2, {}, {}, 0) ? UserList() : kExitUsage;
-  if (command == "user" && sub == "remove") {
-    return split(2, {}, {}, 1) ? UserRemove(args.positional[0]) : kExitUsage;
-  }
-  if (command == "url") return split(1, {}, {}, 1) ? Url(args.positional[0]) : kExitUsage;
-
-  // The rest work on the store.
-  bool known = true;
-  if (command == "file" && sub == "add") {
-    known = split(2, {"--from"}, {"--dir"}, 2);
-  } else if (command == "file" && (sub == "list")) {
-    known = split(2, {}, {}, 0);
-  } else if (command == "file" && (sub == "trash" || sub == "restore")) {
-    known = split(2, {}, {}, 1);
-  } else if (command == "grant") {
-    known = split(1, {}, {}, 3);
-  } else if (command == "link" && sub == "make") {
-    known = split(2, {"--visibility", "--role"}, {}, 1);
-  } else if (command == "share" && sub == "make") {
-    known = split(2, {"--password", "--expires", "--role"}, {}, 1);
-  } else if (command == "share" && (sub == "list")) {
-    known = split(2, {}, {}, 0);
-  } else if (command == "share" && sub == "revoke") {
-    known = split(2, {}, {}, 1);
-  } else if (command == "share" && sub == "password") {
-    known = split(2, {"--password"}, {"--none"}, 1);
-  } else if (command == "requests" && sub == "list") {
-    known = split(2, {}, {}, 0);
-  } else if (command == "requests" && (sub == "grant" || sub == "deny")) {
-    known = split(2, {}, {}, 2);
-  } else {
-    return Usage("unknown command: " + command + (sub.empty() ? "" : " " + sub));
-  }
-  if (!known) return kExitUsage;
-  if (!OpenStore()) return kExitStore;
-  if (command == "file" && sub == "add") return FileAdd(args);
-  if (command == "file" && sub == "list") return FileList();
-  if (command == "file") return FileTrash(args.positional[0], sub == "trash");
-  if (command == "grant") return Grant(args);
-  if (command == "link") return LinkMake(args);
-  if (command == "share" && sub == "make") return ShareMake(args);
-  if (command == "share" && sub == "list") return ShareList();
-  if (command == "share" && sub == "password") return SharePassword(args);
-  if (command == "requests" && sub == "list") return RequestsList();
-  if (command == "requests") return RequestsAnswer(args, sub == "grant");
-  return ShareRevoke(args.positional[0]);
+  if (!Split(words, command->sub == nullptr ? 1 : 2, *command, &args)) return kExitUsage;
+  if (args.positional.size() != command->arguments) return Usage("wrong number of arguments for " + name);
+  if (command->store && !OpenStore()) return kExitStore;
+  return (this->*command->run)(args);
 }
 
-int Ctl::Init() {
+int Ctl::Init(const Args&) {
   if (!OpenStore()) return kExitStore;
   out_ << Store::DatabaseFile() << "\n";
   return kExitOk;
@@ -344,11 +313,7 @@ int Ctl::UserAdd(const Args& args) {
   if (args.Has("--password") && args.Has("--password-stdin")) {
     return Usage("give --password or --password-stdin, not both");
   }
-  std::string password = args.Option("--password");
-  if (args.Has("--password-stdin")) {
-    std::getline(in_, password);
-    if (!password.empty() && password.back() == '\r') password.pop_back();
-  }
+  const std::string password = args.Has("--password-stdin") ? ReadLine() : args.Option("--password");
   ZANT::UserDB::Status status = ZANT::UserDB::AddUser(&user, password);
   if (status != ZANT::UserDB::Status::kOk) {
     return Fail(ExitForUserStatus(status), std::string("cannot add user ") + user.name + ": " +
@@ -358,7 +323,7 @@ int Ctl::UserAdd(const Args& args) {
   return kExitOk;
 }
 
-int Ctl::UserList() {
+int Ctl::UserList(const Args&) {
   std::vector<ZANT::UserDB::User> users;
   ZANT::UserDB::Status status = ZANT::UserDB::ListUsers(&users);
   if (status != ZANT::UserDB::Status::kOk) {
@@ -373,7 +338,8 @@ int Ctl::UserList() {
 
 // The store is cleared before the account goes, so that a run stopped by a
 // store error can simply be repeated.
-int Ctl::UserRemove(const std::string& name) {
+int Ctl::UserRemove(const Args& args) {
+  const std::string& name = args.positional[0];
   ZANT::UserDB::User user;
   ZANT::UserDB::Status status = ZANT::UserDB::FindUser(name, &user);
   if (status != ZANT::UserDB::Status::kOk) {
@@ -393,17 +359,17 @@ int Ctl::UserRemove(const std::string& name) {
 
 int Ctl::FileAdd(const Args& args) {
   NewItem wanted;
-  wanted.owner = args.positional[0];
+  wanted.owner_name = args.positional[0];
   wanted.path = args.positional[1];
   wanted.kind = args.Has("--dir") ? 1 : 0;
   if (args.Has("--dir") && args.Has("--from")) return Usage("a folder takes no --from");
   if (!IsItemPath(wanted.path)) return Fail(kExitBadValue, "not a usable path: " + wanted.path);
   ZANT::UserDB::User owner;
-  ZANT::UserDB::Status status = ZANT::UserDB::FindUser(wanted.owner, &owner);
+  ZANT::UserDB::Status status = ZANT::UserDB::FindUser(wanted.owner_name, &owner);
   if (status != ZANT::UserDB::Status::kOk) {
-    return Fail(ExitForUserStatus(status), "no such user: " + wanted.owner);
+    return Fail(ExitForUserStatus(status), "no such user: " + wanted.owner_name);
   }
-  wanted.ownerUid = owner.uid;
+  wanted.owner_uid = owner.uid;
   if (args.Has("--from")) {
     int rc = StoreContent(args.Option("--from"), &wanted.hash, &wanted.size);
     if (rc == kErrNoSuchItem) return Fail(kExitNotFound, "cannot read " + args.Option("--from"));
@@ -414,12 +380,12 @@ int Ctl::FileAdd(const Args& args) {
   Item added;
   int rc = AddItem(*store_, wanted, &added);
   if (rc == kErrBadParameter) return Fail(kExitBadValue, "a file stands above " + wanted.path);
-  if (rc != kOk) return FromService(rc, wanted.owner + ":" + wanted.path);
+  if (rc != kOk) return FromService(rc, wanted.owner_name + ":" + wanted.path);
   out_ << added.file_id << "\t" << added.permanent_link << "\n";
   return kExitOk;
 }
 
-int Ctl::FileList() {
+int Ctl::FileList(const Args&) {
   std::vector<Item> items;
   int rc = ListItems(*store_, &items);
   if (rc != kOk) return FromService(rc, "");
@@ -431,7 +397,11 @@ int Ctl::FileList() {
   return kExitOk;
 }
 
-int Ctl::FileTrash(const std::string& path, bool removed) {
+int Ctl::FileTrash(const Args& args) { return SetFileRemoved(args.positional[0], true); }
+
+int Ctl::FileRestore(const Args& args) { return SetFileRemoved(args.positional[0], false); }
+
+int Ctl::SetFileRemoved(const std::string& path, bool removed) {
   Item item;
   int rc = ResolveItem(path, &item);
   if (rc == kOk) rc = SetRemoved(*store_, item, removed);
@@ -486,7 +456,7 @@ int Ctl::ShareMake(const Args& args) {
     return Fail(kExitBadValue, "not a role: " + args.Option("--role"));
   }
   int64_t expires = 0;
-  if (args.Has("--expires") && (!ParseExpiry(args.Option("--expires"), &expires) || expires <= 0)) {
+  if (args.Has("--expires") && (!ParseLocalTime(args.Option("--expires"), &expires) || expires <= 0)) {
     return Fail(kExitBadValue, "not a date (\"YYYY-MM-DD HH:MM:SS\" or @EPOCH): " + args.Option("--expires"));
   }
   if (args.Has("--password") && args.Option("--password").empty()) {
@@ -502,7 +472,7 @@ int Ctl::ShareMake(const Args& args) {
   return kExitOk;
 }
 
-int Ctl::ShareList() {
+int Ctl::ShareList(const Args&) {
   std::vector<SharingLink> links;
   int rc = ListSharingLinks(*store_, &links);
   if (rc != kOk) return FromService(rc, "");
@@ -510,22 +480,22 @@ int Ctl::ShareList() {
     Item item;
     std::string label = FindItemByLink(*store_, link.permanent_link, &item) == kOk ? ItemLabel(item) : "?";
     out_ << link.id << "\t" << label << "\t" << link.permanent_link << "\t" << RoleName(link.role) << "\t"
-         << (link.expires == 0 ? std::string("never") : FormatTime(link.expires)) << "\t"
+         << (link.expires == 0 ? std::string("never") : FormatLocalTime(link.expires)) << "\t"
          << (link.password_hash.empty() ? "-" : "password") << "\n";
   }
   return kExitOk;
 }
 
-int Ctl::ShareRevoke(const std::string& id) { return FromService(RevokeSharingLink(*store_, id), id); }
+int Ctl::ShareRevoke(const Args& args) {
+  const std::string& id = args.positional[0];
+  return FromService(RevokeSharingLink(*store_, id), id);
+}
 
 int Ctl::SharePassword(const Args& args) {
   const std::string& id = args.positional[0];
   if (args.Has("--none") && args.Has("--password")) return Usage("give --password or --none, not both");
-  std::string password = args.Option("--password");
-  if (!args.Has("--none") && !args.Has("--password")) {
-    std::getline(in_, password);
-    if (!password.empty() && password.back() == '\r') password.pop_back();
-  }
+  const bool fromInput = !args.Has("--none") && !args.Has("--password");
+  const std::string password = fromInput ? ReadLine() : args.Option("--password");
   if (!args.Has("--none") && password.empty()) {
     return Fail(kExitBadValue, "an empty password; give --none for a link without one");
   }
@@ -533,21 +503,25 @@ int Ctl::SharePassword(const Args& args) {
 }
 
 // One line per request: item, requester, time, message.
-int Ctl::RequestsList() {
+int Ctl::RequestsList(const Args&) {
   std::vector<AccessRequest> requests;
   int rc = ListAccessRequests(*store_, &requests);
   if (rc != kOk) return FromService(rc, "");
   for (const AccessRequest& request : requests) {
     Item item;
     std::string label = FindItemById(*store_, request.item_id, &item) == kOk ? ItemLabel(item) : "?";
-    out_ << label << "\t" << request.requester << "\t" << FormatTime(request.at) << "\t" << request.message
+    out_ << label << "\t" << request.requester << "\t" << FormatLocalTime(request.at) << "\t" << request.message
          << "\n";
   }
   return kExitOk;
 }
 
+int Ctl::RequestsGrant(const Args& args) { return AnswerRequest(args, true); }
+
+int Ctl::RequestsDeny(const Args& args) { return AnswerRequest(args, false); }
+
 // Granting makes the requester a member with the role of the item's link.
-int Ctl::RequestsAnswer(const Args& args, bool grant) {
+int Ctl::AnswerRequest(const Args& args, bool grant) {
   const std::string& path = args.positional[0];
   const std::string& requester = args.positional[1];
   Item item;
@@ -557,8 +531,8 @@ int Ctl::RequestsAnswer(const Args& args, bool grant) {
   return FromService(rc, "request of " + requester + " on " + path);
 }
 
-int Ctl::Url(const std::string& baseText) {
-  std::string base = baseText;
+int Ctl::Url(const Args& args) {
+  std::string base = args.positional[0];
   while (!base.empty() && base.back() == '/') base.pop_back();
   if (base.empty()) return Fail(kExitBadValue, "an empty base URL");
   if (!OpenStore()) return kExitStore;

@@ -2,7 +2,6 @@
 // in-process. See docs/services.md for the commands.
 #pragma once
 
-#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -22,9 +21,5 @@ enum CtlExit {
 // `args` without the program name. "--root DIR" first sets ZANT_ROOT.
 int RunPlythctl(const std::vector<std::string>& args, std::istream& in, std::ostream& out,
                 std::ostream& err);
-
-// "YYYY-MM-DD HH:MM:SS" in the local time zone, or "@<seconds since the
-// epoch>"; false for anything else, an impossible date included.
-bool ParseExpiry(const std::string& text, int64_t* when);
 
 }  // namespace plyth_services

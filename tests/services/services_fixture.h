@@ -12,6 +12,7 @@
 #include "clock.h"
 #include "crypto.h"
 #include "harness.h"
+#include "content_store.h"
 #include "items.h"
 #include "service_errors.h"
 #include "sharing.h"
@@ -110,8 +111,8 @@ class ServicesTest : public ::testing::Test {
   Item AddItem(const std::string& owner, const std::string& path, const std::string& content = "", bool dir = false) {
     plyth_services::NewItem wanted;
     ZANT::UserDB::User user;
-    wanted.owner = owner;
-    wanted.ownerUid = ZANT::UserDB::FindUser(owner, &user) == ZANT::UserDB::Status::kOk ? user.uid : AddUser(owner);
+    wanted.owner_name = owner;
+    wanted.owner_uid = ZANT::UserDB::FindUser(owner, &user) == ZANT::UserDB::Status::kOk ? user.uid : AddUser(owner);
     wanted.path = path;
     wanted.kind = dir ? 1 : 0;
     if (!dir) {
