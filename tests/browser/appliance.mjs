@@ -6,8 +6,9 @@ import { spawn, spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
+import { fileURLToPath } from 'node:url';
 
-import { freePort, repoRoot } from './lib.mjs';
+export const repoRoot = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..', '..');
 
 const stagePrograms = [
   'usr/zant/zantman/webapi/entry.cgi',
@@ -25,31 +26,33 @@ export function findStage() {
   return { stage, missing: missing.length ? `${stage} lacks ${missing.join(', ')}` : '' };
 }
 
-function waitFor(condition, what, child, timeoutMs = 10000) {
-  const deadline = Date.now() + timeoutMs;
+function freePort() {
   return new Promise((resolve, reject) => {
-    const attempt = async () => {
-      if (child.exitCode !== null) return reject(new Error(`${what}: exited with ${child.exitCode}`));
-      if (await condition()) return resolve();
-      if (Date.now() > deadline) return reject(new Error(`timed out waiting for ${what}`));
-      setTimeout(attempt, 50);
-    };
-    attempt();
+    const server = net.createServer();
+    server.unref();
+    server.on('error', reject);
+    server.listen(0, '127.0.0.1', () => {
+      const { port } = server.address();
+      server.close(() => resolve(port));
+    });
   });
 }
 
-function connects(options) {
-  return new Promise((resolve) => {
-    const socket = net.connect(options);
-    socket.once('connect', () => {
-      socket.destroy();
-      resolve(true);
+// Resolves once `options` (a socket path or a port) takes a connection;
+// fails when `child` exits first or after 10 s.
+async function listening(options, what, child) {
+  const deadline = Date.now() + 10000;
+  for (;;) {
+    if (child.exitCode !== null) throw new Error(`${what}: exited with ${child.exitCode}`);
+    const up = await new Promise((resolve) => {
+      const socket = net.connect(options, () => resolve(true));
+      socket.once('error', () => resolve(false));
+      socket.once('connect', () => socket.destroy());
     });
-    socket.once('error', () => {
-      socket.destroy();
-      resolve(false);
-    });
-  });
+    if (up) return;
+    if (Date.now() > deadline) throw new Error(`timed out waiting for ${what}`);
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
 }
 
 function stopChild(child) {
@@ -108,7 +111,7 @@ export async function startAppliance({ dir, stage }) {
     await stopChild(daemon);
   };
   try {
-    await waitFor(() => connects({ path: socket }), 'zant-webapid socket', daemon);
+    await listening({ path: socket }, 'zant-webapid socket', daemon);
     const port = await freePort();
     const conf = path.join(runDir, 'nginx.conf');
     fs.writeFileSync(
@@ -120,7 +123,7 @@ export async function startAppliance({ dir, stage }) {
     nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], {
       stdio: ['ignore', fs.openSync(nginxLog, 'a'), fs.openSync(nginxLog, 'a')],
     });
-    await waitFor(() => connects({ port, host: '127.0.0.1' }), 'nginx port', nginx);
+    await listening({ port, host: '127.0.0.1' }, 'nginx port', nginx);
     return {
       root,
       origin: `http://127.0.0.1:${port}`,

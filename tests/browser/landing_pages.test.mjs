@@ -1,174 +1,122 @@
-// The landing pages as a visitor sees them in a real browser: a throw-away
-// appliance (scripts/mkroot, plythctl, zant-webapid, nginx with the deploy
-// configuration) and Debian's Chromium. Desktop: sharing link, password
-// form, expiry, removed item, unknown link, preview-only, downloads. Phone:
-// the item page, the sign-in and no-permission pages with the sign-in page
-// in between, expired and invalid links. No page may log an error or break
-// its security policy.
+// The landing pages as a visitor sees them. Desktop: sharing link, link
+// preview tags, password form and throttle, expiry, removed item, unknown
+// link, preview-only, downloads. Phone: the item page, the sign-in choice
+// and the sign-in page, expired and invalid links, icon categories.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 
-import { findStage, startAppliance } from './appliance.mjs';
-import { launchChromium, loadPlaywright, makeTempDir, removeTempDir } from './lib.mjs';
+import { applianceSuite, skip } from './lib.mjs';
 
-const playwright = await loadPlaywright();
-const { stage, missing } = findStage();
-if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
-const skip = !playwright
-  ? 'playwright-core is not installed (npm ci --prefix tests/browser)'
-  : missing
-    ? `no complete staging tree: ${missing}`
-    : false;
-
-const PHONE = {
-  userAgent:
-    'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/17.0 Mobile/15E148 Safari/604.1',
-  viewport: { width: 390, height: 760 },
-  isMobile: true,
-  hasTouch: true,
-};
 const REPORT = 'quarterly numbers: 1, 2, 3\n';
 const PASSWORD = '1.50'; // a JSON number if it were not sent as a JSON string
+const HOSTILE_NAME = 'Holiday <2024> & "more".JPG';
+const ASSETS = 'webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset';
 
 describe('landing pages on a running appliance', { skip }, () => {
-  let dir;
-  let appliance;
-  let browser;
-  const links = {};
-  const problems = []; // console errors, page errors and policy violations, per page
-  let shots = 0;
-
-  // A new page in `context` that records its problems.
-  async function open(context, url) {
-    const page = await context.newPage();
-    page.on('console', (message) => {
-      if (message.type() === 'error') problems.push(`${page.url()}: ${message.text()}`);
-    });
-    page.on('pageerror', (error) => problems.push(`${page.url()}: ${error.message}`));
-    if (url) await page.goto(appliance.origin + url, { waitUntil: 'load' });
-    return page;
-  }
-
-  async function shoot(page, name) {
-    await page.screenshot({ path: path.join(dir, `${String(++shots).padStart(2, '0')}-${name}.png`), fullPage: true });
-  }
-
-  async function downloadBytes(page, selector) {
-    const [download] = await Promise.all([page.waitForEvent('download'), page.click(selector)]);
-    return { name: download.suggestedFilename(), bytes: fs.readFileSync(await download.path(), 'utf8') };
-  }
-
-  const sharePath = (sharing, permanent = links.report) => `/d/s/${sharing}/${permanent}`;
-
-  before(async () => {
-    dir = makeTempDir('plyth-landing-');
-    appliance = await startAppliance({ dir, stage });
-    const ctl = appliance.plythctl;
+  const s = applianceSuite('plyth-landing-', (ctl, { dir }) => {
+    const from = path.join(dir, 'report.txt');
+    fs.writeFileSync(from, REPORT);
     const permanentOf = (line) => line.split('\t')[1];
-    fs.writeFileSync(path.join(dir, 'report.txt'), REPORT);
-
     ctl('user', 'add', 'alice', '--password', 'alice-pw');
-    ctl('user', 'add', 'bob', '--password', 'bob-pw');
-    links.report = permanentOf(ctl('file', 'add', 'alice', '/docs/report.txt', '--from', path.join(dir, 'report.txt')));
+    const links = { report: permanentOf(ctl('file', 'add', 'alice', '/docs/report.txt', '--from', from)) };
     ctl('link', 'make', 'alice:/docs/report.txt', '--visibility', 'anyone');
     links.open = ctl('share', 'make', '/docs/report.txt');
     links.locked = ctl('share', 'make', '/docs/report.txt', '--password', PASSWORD);
     links.throttled = ctl('share', 'make', '/docs/report.txt', '--password', 'other');
     links.expired = ctl('share', 'make', '/docs/report.txt', '--expires', '@1000000000');
     // Its own item: the report's public link would lend every visitor "viewer".
-    links.notes = permanentOf(ctl('file', 'add', 'alice', '/docs/notes.txt', '--from', path.join(dir, 'report.txt')));
+    links.notes = permanentOf(ctl('file', 'add', 'alice', '/docs/notes.txt', '--from', from));
     links.preview = ctl('share', 'make', '/docs/notes.txt', '--role', 'previewer');
     links.gone = permanentOf(ctl('file', 'add', 'alice', '/old/gone.pdf'));
     links.goneShare = ctl('share', 'make', '/old/gone.pdf');
     ctl('link', 'make', 'alice:/old/gone.pdf', '--visibility', 'anyone');
     ctl('file', 'trash', '/old/gone.pdf');
     links.plan = permanentOf(ctl('file', 'add', 'alice', '/private/plan.odt'));
-
-    browser = await launchChromium(playwright);
+    links.holiday = permanentOf(ctl('file', 'add', 'alice', `/docs/${HOSTILE_NAME}`, '--from', from));
+    links.holidayShare = ctl('share', 'make', `/docs/${HOSTILE_NAME}`);
+    return links;
   });
-
-  after(async () => {
-    if (browser) await browser.close();
-    if (appliance) {
-      if (process.env.PLYTH_KEEP_BROWSER_TMP) console.log(appliance.logs());
-      await appliance.stop();
-    }
-    if (dir) removeTempDir(dir);
-  });
+  const sharePath = (sharing, permanent = s.links.report) => `/d/s/${sharing}/${permanent}`;
 
   describe('desktop', () => {
-    test('a sharing link without a password shows the file and downloads it', async () => {
-      const context = await browser.newContext();
-      const page = await open(context, sharePath(links.open));
+    test('a sharing link without a password shows the file, every resource it names, and downloads it', async () => {
+      const failed = [];
+      const page = await s.open('desktop');
+      page.on('response', (response) => {
+        if (response.status() !== 200) failed.push(`${response.status()} ${response.url()}`);
+      });
+      await page.goto(s.origin + sharePath(s.links.open), { waitUntil: 'load' });
       await page.waitForSelector('#plyth-share-root[data-view="file"]');
       assert.equal(await page.textContent('.plyth-share-name'), 'report.txt');
       assert.match(await page.getAttribute('.plyth-share-icon', 'src'), /\/FileType\/64\/txt\.png$/);
       const meta = await page.$$eval('.plyth-share-meta', (rows) => rows.map((row) => row.textContent));
       assert.equal(meta.length, 3);
-      assert.equal(meta[0], `Size: ${REPORT.length} B`);
+      assert.deepEqual([meta[0], meta[2]], [`Size: ${REPORT.length} B`, 'Owner: alice']);
       assert.match(meta[1], /^Modified: \d{4}-\d\d-\d\d \d\d:\d\d$/);
-      assert.equal(meta[2], 'Owner: alice');
-      const icon = await page.request.get(await page.$eval('.plyth-share-icon', (img) => img.src));
-      assert.equal(icon.status(), 200);
-      await shoot(page, 'desktop-file');
-
-      const got = await downloadBytes(page, '#plyth-download');
-      assert.deepEqual(got, { name: 'report.txt', bytes: REPORT });
-      await context.close();
-    });
-
-    test('every resource the desktop page names answers 200', async () => {
-      const context = await browser.newContext();
-      const failed = [];
-      const page = await open(context);
-      page.on('response', (response) => {
-        if (response.status() !== 200) failed.push(`${response.status()} ${response.url()}`);
-      });
-      await page.goto(appliance.origin + sharePath(links.open), { waitUntil: 'load' });
       const named = await page.$$eval(
         'script[src]:not([data-plyth-viewers]), link[rel="stylesheet"]:not([data-plyth-viewers])',
         (nodes) => nodes.length,
       );
-      assert.equal(named, 16);
+      assert.equal(named, 17);
       // The viewer's own files, loaded by the page script, and the text preview.
       await page.waitForSelector('#plyth-viewer-text');
-      assert.equal(await page.$$eval('[data-plyth-viewers]', (nodes) => nodes.length), 3);
-      assert.deepEqual(failed, []);
+      assert.equal(await page.$$eval('[data-plyth-viewers]', (nodes) => nodes.length), 2);
       assert.equal(await page.evaluate(() => typeof window.ZANTUI.callAPI), 'function');
-      await context.close();
+      await s.look(page, 'desktop-file');
+      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
+      assert.deepEqual(failed, []);
+      await page.context().close();
     });
 
-    test('a password link asks, refuses a wrong password and opens with the right one', async () => {
-      const context = await browser.newContext();
-      const page = await open(context, sharePath(links.locked));
+    test('title, favicon and link-preview tags: the name as it is, icons that answer PNG', async () => {
+      const page = await s.open('desktop', sharePath(s.links.holidayShare, s.links.holiday));
+      await page.waitForSelector('#plyth-share-root[data-view="file"]');
+      const meta = (property) => page.getAttribute(`meta[property="${property}"]`, 'content');
+      const tags = {
+        lang: await page.getAttribute('html', 'lang'),
+        title: await page.title(),
+        icon: await page.getAttribute('link[rel="icon"]', 'href'),
+        url: await meta('og:url'),
+        ogTitle: await meta('og:title'),
+        image: await meta('og:image'),
+      };
+      assert.deepEqual(tags, {
+        lang: 'en',
+        title: HOSTILE_NAME,
+        icon: `${ASSETS}/_Favicon/Plyth_16.png`,
+        url: `${s.origin}${sharePath(s.links.holidayShare, s.links.holiday)}`,
+        ogTitle: HOSTILE_NAME,
+        image: `${s.origin}/${ASSETS}/FileType/64/image.png`,
+      });
+      for (const address of [`${s.origin}/${tags.icon}`, tags.image]) {
+        const response = await page.request.get(address);
+        assert.deepEqual([response.status(), response.headers()['content-type']], [200, 'image/png'], address);
+      }
+      await page.context().close();
+    });
+
+    test('a password link asks and opens with the right password', async () => {
+      const page = await s.open('desktop', sharePath(s.links.locked));
       await page.waitForSelector('#plyth-share-root[data-view="password"]');
       assert.equal(await page.textContent('.plyth-share-title'), 'This link is protected by a password');
       assert.equal(await page.isVisible('#plyth-password-error'), false);
-      await shoot(page, 'desktop-password');
-
-      await page.fill('#plyth-password', 'wrong');
-      await page.click('#plyth-password-form button');
-      await page.waitForSelector('#plyth-password-error:not([hidden])');
-      assert.equal(await page.textContent('#plyth-password-error'), 'The password is wrong.');
-      await shoot(page, 'desktop-password-wrong');
-
+      await s.look(page, 'desktop-password');
       await page.fill('#plyth-password', PASSWORD);
       await Promise.all([page.waitForEvent('load'), page.press('#plyth-password', 'Enter')]);
       await page.waitForSelector('#plyth-share-root[data-view="file"]');
       assert.equal(await page.textContent('.plyth-share-name'), 'report.txt');
-      const cookies = await context.cookies();
-      const cookie = cookies.find((c) => c.name === `plyth-sharing-${links.locked}`);
+      const cookies = await page.context().cookies();
+      const cookie = cookies.find((c) => c.name === `plyth-sharing-${s.links.locked}`);
       assert.match(cookie.value, /^[A-Za-z0-9]{16}\.[0-9]+\.[0-9a-f]{64}$/);
       assert.equal(cookie.path, '/');
-      assert.deepEqual(await downloadBytes(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
-      await context.close();
+      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
+      await page.context().close();
     });
 
-    test('too many wrong passwords give the throttle message', async () => {
-      const context = await browser.newContext();
-      const page = await open(context, sharePath(links.throttled));
+    test('wrong passwords are refused, too many give the throttle message', async () => {
+      const page = await s.open('desktop', sharePath(s.links.throttled));
       await page.waitForSelector('#plyth-password-form');
       const messages = [];
       for (let i = 0; i < 6; i++) {
@@ -182,65 +130,54 @@ describe('landing pages on a running appliance', { skip }, () => {
         ...Array(5).fill('The password is wrong.'),
         'Too many wrong passwords. Try again in a few minutes.',
       ]);
-      await context.close();
+      await s.look(page, 'desktop-password-throttled');
+      await page.context().close();
     });
 
     const messageCases = [
-      ['an expired link', () => sharePath(links.expired), 'expired', 'Link expired'],
-      ['a removed item', () => sharePath(links.goneShare, links.gone), 'unavailable', 'This item is no longer available'],
-      ['an unknown sharing link', () => sharePath('NoSuchLink000000'), 'invalid', 'Link not available'],
-      ['a permanent link of a private item', () => `/d/f/${links.plan}`, 'signin', 'Sign in to open this item'],
+      { what: 'an expired link', url: () => sharePath(s.links.expired), view: 'expired', title: 'Link expired' },
+      { what: 'a removed item', url: () => sharePath(s.links.goneShare, s.links.gone), view: 'unavailable',
+        title: 'This item is no longer available' },
+      { what: 'an unknown sharing link', url: () => sharePath('NoSuchLink000000'), view: 'invalid',
+        title: 'Link not available' },
     ];
-    for (const [what, url, view, title] of messageCases) {
+    for (const { what, url, view, title } of messageCases) {
       test(`${what} says so`, async () => {
-        const context = await browser.newContext();
-        const page = await open(context, url());
+        const page = await s.open('desktop', url());
         await page.waitForSelector(`#plyth-share-root[data-view="${view}"]`);
         assert.equal(await page.textContent('.plyth-share-title'), title);
         assert.equal(await page.$('#plyth-download'), null);
-        if (view === 'expired') await shoot(page, 'desktop-expired');
-        await context.close();
+        await s.look(page, `desktop-${view}`);
+        await page.context().close();
       });
     }
 
-    test('the page helpers: views by code, sizes, times, download address', async () => {
-      const context = await browser.newContext();
-      const page = await open(context, sharePath(links.open));
+    // Formats no page state of these tests shows.
+    test('the page helpers: sizes and times', async () => {
+      const page = await s.open('desktop', sharePath(s.links.open));
       await page.waitForSelector('#plyth-share-root[data-view="file"]');
-      const got = await page.evaluate(() => {
-        const { PlythShare, ZANTUI } = window;
-        const record = { name: 'a' };
-        return {
-          views: [[0, record], [0, null], [0, undefined], [1037, null], [1038, null], [1036, null],
-            [1002, null], [1040, null], [408, record], [-1, null]].map(([code, file]) => PlythShare.viewOf(code, file)),
-          // No access: signing in may help a visitor who is not signed in.
-          noAccess: [false, true].map((signedIn) => PlythShare.viewOf(1002, null, signedIn)),
-          sizes: [0, 1023, 1024, 1536, 10 * 1024, 5 * 1024 ** 3, -1, 'x'].map(ZANTUI.format.size),
-          // 2024-03-05 07:08:09 local time.
-          time: ZANTUI.format.time(new Date(2024, 2, 5, 7, 8, 9).getTime() / 1000, 'd.m.Y H:i:s|n/j/y g:i A'),
-          noTime: ZANTUI.format.time(0),
-          download: PlythShare.downloadURL('P1', 'S1'),
-        };
+      const got = await page.evaluate(() => ({
+        sizes: [0, 1023, 1024, 1536, 10 * 1024, 5 * 1024 ** 3, -1, 'x'].map(window.ZANTUI.format.size),
+        // 2024-03-05 07:08:09 local time.
+        time: window.ZANTUI.format.time(new Date(2024, 2, 5, 7, 8, 9).getTime() / 1000, 'd.m.Y H:i:s|n/j/y g:i A'),
+        noTime: window.ZANTUI.format.time(0),
+      }));
+      assert.deepEqual(got, {
+        sizes: ['0 B', '1023 B', '1.0 KB', '1.5 KB', '10 KB', '5.0 GB', '', ''],
+        time: '05.03.2024 07:08:09|3/5/24 7:08 AM',
+        noTime: '',
       });
-      assert.deepEqual(got.views, ['file', 'unavailable', 'unavailable', 'password', 'expired', 'invalid',
-        'signin', 'invalid', 'invalid', 'invalid']);
-      assert.deepEqual(got.noAccess, ['signin', 'denied']);
-      assert.deepEqual(got.sizes, ['0 B', '1023 B', '1.0 KB', '1.5 KB', '10 KB', '5.0 GB', '', '']);
-      assert.equal(got.time, '05.03.2024 07:08:09|3/5/24 7:08 AM');
-      assert.equal(got.noTime, '');
-      assert.equal(got.download, 'webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1&method=download' +
-        '&path=%22link%3AP1%22&sharing_link=%22S1%22');
-      await context.close();
+      await page.context().close();
     });
 
     test('a previewer sees the file without a download button', async () => {
-      const context = await browser.newContext();
-      const page = await open(context, sharePath(links.preview, links.notes));
+      const page = await s.open('desktop', sharePath(s.links.preview, s.links.notes));
       await page.waitForSelector('#plyth-share-root[data-view="file"]');
       assert.equal(await page.textContent('.plyth-share-name'), 'notes.txt');
       assert.equal(await page.$('#plyth-download'), null);
       assert.equal(await page.textContent('.plyth-share-notice'), 'You may preview this item but not download it.');
-      await context.close();
+      await s.look(page, 'desktop-preview-only');
+      await page.context().close();
     });
   });
 
@@ -251,8 +188,7 @@ describe('landing pages on a running appliance', { skip }, () => {
       );
 
     test('a public permanent link shows the item page with open and download', async () => {
-      const context = await browser.newContext(PHONE);
-      const page = await open(context, `/d/f/${links.report}`);
+      const page = await s.open('phone', `/d/f/${s.links.report}`);
       await page.waitForSelector('#plyth-download');
       assert.equal(await page.textContent('.plyth-mobile-title'), 'report.txt');
       assert.equal(await page.isVisible('.plyth-mobile-desc'), false);
@@ -261,120 +197,87 @@ describe('landing pages on a running appliance', { skip }, () => {
       assert.equal(openInApp[0], 'Open in the app');
       const app = new URL(openInApp[1]);
       assert.equal(app.protocol, 'plyth:');
-      assert.equal(app.searchParams.get('permanent_link'), links.report);
-      assert.equal(app.searchParams.get('host'), new URL(appliance.origin).host);
+      assert.equal(app.searchParams.get('permanent_link'), s.links.report);
+      assert.equal(app.searchParams.get('host'), new URL(s.origin).host);
       assert.equal(download[0], 'Download');
-      await shoot(page, 'phone-info');
-      assert.deepEqual(await downloadBytes(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
-      await context.close();
+      await s.look(page, 'phone-item');
+      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
+      await page.context().close();
     });
 
     test('a sharing link on a phone downloads with its cookie', async () => {
-      const context = await browser.newContext(PHONE);
-      const page = await open(context, sharePath(links.open));
+      const page = await s.open('phone', sharePath(s.links.open));
       await page.waitForSelector('#plyth-download');
-      assert.deepEqual(await downloadBytes(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
-      await context.close();
+      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
+      await page.context().close();
     });
 
     test('a private link asks an anonymous visitor to sign in, then opens for the owner', async () => {
-      const context = await browser.newContext(PHONE);
-      const page = await open(context, `/d/f/${links.plan}`);
+      const page = await s.open('phone', `/d/f/${s.links.plan}`);
       await page.waitForSelector('#plyth-open-link');
       assert.deepEqual((await buttons(page)).map(([text]) => text), ['Open in the app', 'Continue in the browser']);
       assert.equal(await page.textContent('.plyth-mobile-desc'), 'How would you like to open this link?');
-      await shoot(page, 'phone-signin-choice');
+      await s.look(page, 'phone-sign-in-choice');
 
       await Promise.all([page.waitForURL(/\/\?redirect=/), page.click('#plyth-open-link')]);
       await page.waitForSelector('#zant-signin-form');
-      await page.fill('#zant-account', 'alice');
-      await page.fill('#zant-password', 'not-her-password');
-      await page.click('#zant-signin-form button');
+      await s.signIn(page, 'alice', 'not-her-password');
       await page.waitForSelector('#zant-signin-error:not([hidden])');
-      await shoot(page, 'phone-signin-failed');
-      await page.fill('#zant-password', 'alice-pw');
-      await Promise.all([page.waitForURL(`${appliance.origin}/d/f/${links.plan}`), page.click('#zant-signin-form button')]);
+      await s.look(page, 'phone-sign-in-failed');
+      await Promise.all([page.waitForURL(`${s.origin}/d/f/${s.links.plan}`), s.signIn(page, 'alice')]);
       await page.waitForSelector('#plyth-download');
       assert.equal(await page.textContent('.plyth-mobile-title'), 'plan.odt');
       assert.match(await page.getAttribute('#plyth-mobile-icon img', 'src'), /\/doc\.png$/);
-      await context.close();
-    });
-
-    test('a signed-in user without access may request it or switch account', async () => {
-      const context = await browser.newContext(PHONE);
-      const page = await open(context, `/?redirect=${encodeURIComponent(`/d/f/${links.plan}`)}`);
-      await page.fill('#zant-account', 'bob');
-      await page.fill('#zant-password', 'bob-pw');
-      await Promise.all([page.waitForURL(`${appliance.origin}/d/f/${links.plan}`), page.click('#zant-signin-form button')]);
-      await page.waitForSelector('#plyth-request-access');
-      assert.equal(await page.textContent('.plyth-mobile-title'), 'You do not have permission');
-      assert.equal(await page.isVisible('#plyth-mobile-notice'), false);
-      await page.click('#plyth-request-access');
-      // The request goes to the link service; the notice shows once it answered.
-      await page.waitForSelector('#plyth-mobile-notice', { state: 'visible' });
-      assert.equal(await page.isDisabled('#plyth-request-access'), true);
-      assert.equal(
-        await page.textContent('#plyth-mobile-notice'),
-        'Request sent' + 'Your request has been sent to the owner. You will be notified when access is granted.',
-      );
-      await shoot(page, 'phone-no-permission');
-
-      await Promise.all([page.waitForURL(/\/\?redirect=/), page.click('#plyth-switch-account')]);
-      await page.waitForSelector('#zant-sign-out');
-      await page.click('#zant-sign-out');
-      await page.waitForSelector('#zant-signin-form');
-      assert.equal((await context.cookies()).find((c) => c.name === 'id' && c.value), undefined);
-      await context.close();
+      await page.context().close();
     });
 
     test('icon categories follow the server rules', async () => {
-      const context = await browser.newContext(PHONE);
-      const page = await open(context, `/d/f/${links.report}`);
+      const page = await s.open('phone', `/d/f/${s.links.report}`);
       await page.waitForSelector('#plyth-open-app');
       const cases = [
-        ['Holiday.JPG', 'file', 'image'],
-        ['song.ac3', 'file', 'audio'], // in the audio and the video list: audio comes first
-        ['camera.raw', 'file', 'xxx'], // deliberately generic
-        ['clip.mpg', 'file', 'xxx'], // deliberately generic
-        ['clip.mpeg', 'file', 'video'],
-        ['main.c', 'file', 'xxx'], // one-letter extensions never match
-        ['main.cc', 'file', 'code'],
-        ['backup.tar.gz', 'file', 'zip'],
-        ['notes', 'file', 'xxx'],
-        ['dot.', 'file', 'xxx'],
-        ['photos.jpg', 'dir', 'folder'],
-        ['talk.dvr-ms', 'file', 'video'],
-        [null, null, 'xxx'],
+        { name: 'Holiday.JPG', type: 'file', category: 'image' },
+        { name: 'song.ac3', type: 'file', category: 'audio' }, // in the audio and the video list: audio comes first
+        { name: 'camera.raw', type: 'file', category: 'xxx' }, // deliberately generic
+        { name: 'clip.mpg', type: 'file', category: 'xxx' }, // deliberately generic
+        { name: 'clip.mpeg', type: 'file', category: 'video' },
+        { name: 'main.c', type: 'file', category: 'xxx' }, // one-letter extensions never match
+        { name: 'main.cc', type: 'file', category: 'code' },
+        { name: 'backup.tar.gz', type: 'file', category: 'zip' },
+        { name: 'notes', type: 'file', category: 'xxx' },
+        { name: 'dot.', type: 'file', category: 'xxx' },
+        { name: 'photos.jpg', type: 'dir', category: 'folder' },
+        { name: 'talk.dvr-ms', type: 'file', category: 'video' },
+        { name: null, type: null, category: 'xxx' },
       ];
       const got = await page.evaluate(
-        (rows) => rows.map(([name, type]) => window.PlythMobile.category(name, type)),
+        (rows) => rows.map(({ name, type }) => window.PlythMobile.category(name, type)),
         cases,
       );
-      assert.deepEqual(got, cases.map((row) => row[2]));
-      await context.close();
+      assert.deepEqual(got, cases.map((row) => row.category));
+      await page.context().close();
     });
 
     const statusCases = [
-      ['an expired sharing link', () => sharePath(links.expired), 'expired', 'Link expired'],
-      ['an unknown sharing link', () => sharePath('NoSuchLink000000'), 'invalid', 'Link not available'],
+      { what: 'an expired sharing link', url: () => sharePath(s.links.expired), status: 'expired',
+        title: 'Link expired', state: 'phone-expired' },
+      { what: 'an unknown sharing link', url: () => sharePath('NoSuchLink000000'), status: 'invalid',
+        title: 'Link not available', state: 'phone-unknown' },
       // Behind a sharing link without a password the server still shows a
       // removed item's page; its permanent link is answered as invalid.
-      ['a removed item', () => `/d/f/${links.gone}`, 'invalid', 'Link not available'],
+      { what: 'a removed item', url: () => `/d/f/${s.links.gone}`, status: 'invalid', title: 'Link not available',
+        state: 'phone-removed' },
     ];
-    for (const [what, url, status, title] of statusCases) {
+    for (const { what, url, status, title, state } of statusCases) {
       test(`${what} gets the ${status} page`, async () => {
-        const context = await browser.newContext(PHONE);
-        const page = await open(context, url());
+        const page = await s.open('phone', url());
         await page.waitForSelector(`.plyth-mobile-status-${status}`);
         assert.equal(await page.textContent('.plyth-mobile-title'), title);
         assert.deepEqual(await buttons(page), []);
-        if (status === 'expired') await shoot(page, 'phone-expired');
-        await context.close();
+        await s.look(page, state);
+        await page.context().close();
       });
     }
   });
 
-  test('no page logged an error or broke its security policy', () => {
-    assert.deepEqual(problems, []);
-  });
+  s.closingChecks();
 });

@@ -1,182 +1,156 @@
-// Shared helpers of the browser tests: a throw-away appliance root made from
-// web/root, the C++ page tools of the build, nginx on 127.0.0.1 with a
-// minimal configuration of its own, and Debian's Chromium driven by
-// playwright-core (never a downloaded browser).
-import { spawn, spawnSync } from 'node:child_process';
+// The prelude every browser suite shares: Debian's Chromium driven by
+// playwright-core (never a downloaded browser), the desktop and phone
+// contexts, and a suite's life on a running appliance (appliance.mjs):
+// its items and links made before the tests, pages that record every error
+// they log, axe-core and a screenshot per page state, the closing checks.
+import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import net from 'node:net';
+import { createRequire } from 'node:module';
 import os from 'node:os';
 import path from 'node:path';
-import { fileURLToPath } from 'node:url';
+import { after, before, test } from 'node:test';
 
-export const repoRoot = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..', '..');
-export const webRootInAppliance = 'usr/zant/zantman';
+import { findStage, startAppliance } from './appliance.mjs';
 
-// Chromium flags for a quiet headless run without a sandbox (containers).
-export const chromiumArgs = [
-  '--headless',
-  '--no-sandbox',
-  '--disable-gpu',
-  '--disable-quic',
-  '--no-first-run',
-  '--disable-background-networking',
-  '--disable-component-update',
-  '--disable-sync',
-];
-
-// playwright-core, or null when `npm ci` has not been run in tests/browser.
-export async function loadPlaywright() {
+const playwright = await import('playwright-core').catch(() => null);
+const axeSource = (() => {
   try {
-    return await import('playwright-core');
+    return fs.readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
   } catch {
     return null;
   }
+})();
+const { stage, missing } = findStage();
+if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
+
+// Why the suites cannot run here, else false (for describe's `skip`).
+export const skip = !playwright || !axeSource
+  ? 'playwright-core or axe-core is not installed (npm ci --prefix tests/browser)'
+  : missing
+    ? `no complete staging tree: ${missing}`
+    : false;
+
+export const DEVICES = {
+  desktop: { viewport: { width: 1280, height: 800 } },
+  phone: {
+    userAgent:
+      'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/17.0 Mobile/15E148 Safari/604.1',
+    viewport: { width: 390, height: 844 },
+    isMobile: true,
+    hasTouch: true,
+  },
+};
+
+// Chromium flags for a quiet headless run without a sandbox (containers).
+const chromiumArgs = [
+  '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+  '--disable-background-networking', '--disable-component-update', '--disable-sync',
+];
+
+// Registers the hooks of a suite (call it inside describe) and answers the
+// suite, filled in by `before`: { dir, origin, ctl (plythctl), links (what
+// `setup(ctl, suite)` answered), browser } and the page helpers below.
+// Screenshots go to $PLYTH_SCREENSHOTS, else the temporary directory, which
+// PLYTH_KEEP_BROWSER_TMP keeps with the servers' logs.
+export function applianceSuite(prefix, setup) {
+  const suite = { problems: [], violations: [] };
+  let appliance;
+  before(async () => {
+    suite.dir = fs.mkdtempSync(path.join(os.tmpdir(), prefix));
+    fs.chmodSync(suite.dir, 0o755);
+    suite.shots = process.env.PLYTH_SCREENSHOTS || path.join(suite.dir, 'screenshots');
+    fs.mkdirSync(suite.shots, { recursive: true });
+    appliance = await startAppliance({ dir: suite.dir, stage });
+    suite.origin = appliance.origin;
+    suite.root = appliance.root;
+    suite.ctl = appliance.plythctl;
+    suite.links = await setup(suite.ctl, suite);
+    suite.browser = await playwright.chromium.launch({ executablePath: '/usr/bin/chromium', args: chromiumArgs });
+  });
+  after(async () => {
+    const keep = process.env.PLYTH_KEEP_BROWSER_TMP;
+    if (suite.browser) await suite.browser.close();
+    if (appliance) {
+      if (keep) console.log(appliance.logs());
+      await appliance.stop();
+    }
+    if (keep) console.log(`# kept ${suite.dir}`);
+    else if (suite.dir) fs.rmSync(suite.dir, { recursive: true, force: true });
+  });
+  return Object.assign(suite, pageHelpers(suite));
 }
 
-// A fresh directory that nginx's workers (which may run as another user) can read.
-export function makeTempDir(prefix = 'plyth-browser-') {
-  const dir = fs.mkdtempSync(path.join(os.tmpdir(), prefix));
-  fs.chmodSync(dir, 0o755);
-  return dir;
-}
-
-export function removeTempDir(dir) {
-  if (process.env.PLYTH_KEEP_BROWSER_TMP) {
-    console.log(`# kept ${dir}`);
-    return;
-  }
-  fs.rmSync(dir, { recursive: true, force: true });
-}
-
-// Copies web/root into `dir` as it is: the appliance root of one test.
-export function makeApplianceRoot(dir) {
-  fs.cpSync(path.join(repoRoot, 'web', 'root'), dir, { recursive: true });
-  return dir;
-}
-
-// A built tool: $<ENVNAME> when set, else the dev preset's build tree.
-export function buildTool(name, envName) {
-  const tool = process.env[envName] || path.join(repoRoot, 'build', 'dev', 'tests', 'browser', name);
-  if (!fs.existsSync(tool)) {
-    throw new Error(`${tool} is missing: run scripts/test-browser (or set ${envName})`);
-  }
-  return tool;
-}
-
-// Runs a tool that writes a CGI answer; returns its header lines and body.
-export function runCgiTool(tool, args) {
-  const run = spawnSync(tool, args, { encoding: 'utf8', maxBuffer: 16 << 20 });
-  if (run.status !== 0) {
-    throw new Error(`${path.basename(tool)} exited ${run.status}: ${run.stderr}`);
-  }
-  const end = run.stdout.indexOf('\r\n\r\n');
-  if (end < 0) throw new Error(`no header block in: ${run.stdout.slice(0, 200)}`);
+function pageHelpers(suite) {
   return {
-    headers: run.stdout.slice(0, end).split('\r\n'),
-    body: run.stdout.slice(end + 4),
-  };
-}
-
-export function freePort() {
-  return new Promise((resolve, reject) => {
-    const server = net.createServer();
-    server.unref();
-    server.on('error', reject);
-    server.listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
-
-function waitForPort(port, child, timeoutMs) {
-  const deadline = Date.now() + timeoutMs;
-  return new Promise((resolve, reject) => {
-    const attempt = () => {
-      if (child.exitCode !== null) {
-        reject(new Error(`nginx exited with ${child.exitCode}`));
-        return;
+    // A context of `device`, signed in as `account` (password
+    // "<account>-pw") through the sign-in API when one is named.
+    async context(device, account) {
+      const context = await suite.browser.newContext(DEVICES[device]);
+      // Renditions are made on first sight: a busy machine needs more than 30 s.
+      context.setDefaultTimeout(60000);
+      if (account) {
+        const answer = await context.request.post(`${suite.origin}/webapi/entry.cgi`, {
+          form: { api: 'ZANT.Core.Auth', version: '1', method: 'login', account, passwd: `${account}-pw` },
+        });
+        assert.equal((await answer.json()).success, true);
       }
-      const socket = net.connect(port, '127.0.0.1');
-      socket.once('connect', () => {
-        socket.destroy();
-        resolve();
-      });
-      socket.once('error', () => {
-        socket.destroy();
-        if (Date.now() > deadline) reject(new Error(`nginx did not listen on ${port}`));
-        else setTimeout(attempt, 50);
-      });
-    };
-    attempt();
-  });
-}
+      return context;
+    },
 
-// Starts nginx in the foreground on 127.0.0.1 serving `root`. `serverConfig`
-// is added inside the server block (locations, headers). Everything nginx
-// writes (pid, logs, temp files) stays in `dir`. Returns { port, origin,
-// errorLog(), stop() }.
-export async function startNginx({ dir, root, serverConfig = '', port }) {
-  port = port || (await freePort());
-  const conf = path.join(dir, 'nginx.conf');
-  const logs = path.join(dir, 'nginx-logs');
-  fs.mkdirSync(logs, { recursive: true });
-  fs.writeFileSync(
-    conf,
-    `worker_processes 1;
-daemon off;
-pid ${dir}/nginx.pid;
-error_log ${logs}/error.log warn;
-events { worker_connections 64; }
-http {
-  access_log ${logs}/access.log;
-  client_body_temp_path ${dir}/nginx-client-body;
-  proxy_temp_path ${dir}/nginx-proxy;
-  fastcgi_temp_path ${dir}/nginx-fastcgi;
-  uwsgi_temp_path ${dir}/nginx-uwsgi;
-  scgi_temp_path ${dir}/nginx-scgi;
-  types {
-    text/html html;
-    text/css css;
-    application/javascript js;
-    image/png png;
-  }
-  default_type application/octet-stream;
-  server {
-    listen 127.0.0.1:${port};
-    root ${root};
-${serverConfig}
-  }
-}
-`,
-  );
-  const child = spawn('nginx', ['-p', dir, '-e', path.join(logs, 'error.log'), '-c', conf], {
-    stdio: ['ignore', 'inherit', 'inherit'],
-  });
-  const exited = new Promise((resolve) => child.once('exit', resolve));
-  try {
-    await waitForPort(port, child, 10000);
-  } catch (error) {
-    child.kill('SIGKILL');
-    throw error;
-  }
-  return {
-    port,
-    origin: `http://127.0.0.1:${port}`,
-    errorLog: () => fs.readFileSync(path.join(logs, 'error.log'), 'utf8'),
-    async stop() {
-      if (child.exitCode === null) {
-        child.kill('SIGTERM');
-        await exited;
-      }
+    // A new page in `where` (a context, or a device name for a context of
+    // its own) that records its console errors and page errors; at `url`
+    // when one is given. Tests close page.context() when done.
+    async open(where, url) {
+      const context = typeof where === 'string' ? await suite.context(where) : where;
+      const page = await context.newPage();
+      page.on('console', (message) => {
+        if (message.type() === 'error') suite.problems.push(`${page.url()}: ${message.text()}`);
+      });
+      page.on('pageerror', (error) => suite.problems.push(`${page.url()}: ${error.message}`));
+      if (url) await page.goto(suite.origin + url, { waitUntil: 'load' });
+      return page;
+    },
+
+    // A screenshot of the page state, named `state`.
+    shoot: (page, state) => page.screenshot({ path: path.join(suite.shots, `${state}.png`), fullPage: true }),
+
+    // axe-core on the page as it stands (evaluated by the driver, so the
+    // page's security policy does not stop it): serious and critical
+    // findings fail the closing check. Then the screenshot.
+    async look(page, state) {
+      await page.evaluate(axeSource);
+      const found = await page.evaluate(async () => {
+        const result = await window.axe.run(document, { resultTypes: ['violations'] });
+        return result.violations
+          .filter((v) => v.impact === 'serious' || v.impact === 'critical')
+          .map((v) => `${v.id} (${v.nodes.map((n) => n.target.join(' ')).join(', ')})`);
+      });
+      for (const finding of found) suite.violations.push(`${state}: ${finding}`);
+      await suite.shoot(page, state);
+    },
+
+    // What clicking `selector` saves: the suggested name and the text.
+    async download(page, selector) {
+      const [got] = await Promise.all([page.waitForEvent('download'), page.click(selector)]);
+      return { name: got.suggestedFilename(), bytes: fs.readFileSync(await got.path(), 'utf8') };
+    },
+
+    // The sign-in form of the page, filled and sent.
+    async signIn(page, account, password = `${account}-pw`) {
+      await page.fill('#zant-account', account);
+      await page.fill('#zant-password', password);
+      await page.click('#zant-signin-form button');
+    },
+
+    // The last tests of a suite. The app address (plyth://) goes nowhere
+    // here: the browser's complaint about it is expected.
+    closingChecks() {
+      test('no page logged an error or broke its security policy', () => {
+        assert.deepEqual(suite.problems.filter((p) => !/plyth:\/\/open/.test(p)), []);
+      });
+      test('axe-core found no serious or critical violation on any page state', () => {
+        assert.deepEqual(suite.violations, []);
+      });
     },
   };
-}
-
-// Debian's Chromium through playwright-core.
-export async function launchChromium(playwright) {
-  return playwright.chromium.launch({
-    executablePath: '/usr/bin/chromium',
-    args: chromiumArgs,
-  });
 }

@@ -8,30 +8,11 @@ import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
-import { after, before, describe, test } from 'node:test';
+import { describe, test } from 'node:test';
 
-import { findStage, startAppliance } from './appliance.mjs';
-import { launchChromium, loadPlaywright, makeTempDir, removeTempDir, repoRoot } from './lib.mjs';
+import { repoRoot } from './appliance.mjs';
+import { DEVICES, applianceSuite, skip } from './lib.mjs';
 
-const playwright = await loadPlaywright();
-const { stage, missing } = findStage();
-if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
-const skip = !playwright
-  ? 'playwright-core is not installed (npm ci --prefix tests/browser)'
-  : missing
-    ? `no complete staging tree: ${missing}`
-    : false;
-
-const DEVICES = {
-  desktop: { viewport: { width: 1280, height: 800 } },
-  phone: {
-    userAgent:
-      'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/17.0 Mobile/15E148 Safari/604.1',
-    viewport: { width: 390, height: 844 },
-    isMobile: true,
-    hasTouch: true,
-  },
-};
 // Where each page draws the content: the desktop panel or the phone's main box.
 const CONTENT = { desktop: '#plyth-share-content', phone: '#plyth-mobile-content' };
 const FILES_API = 'webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1';
@@ -59,39 +40,12 @@ function zipEntries(file) {
 }
 
 describe('previews and folder shares', { skip }, () => {
-  let dir;
   let samples;
-  let appliance;
-  let browser;
-  const links = {};
-  const problems = [];
-  let shots = 0;
-
-  async function open(device, url) {
-    const context = await browser.newContext({ ...DEVICES[device], acceptDownloads: true });
-    // A busy machine (renditions are made on first sight) gets more than the default 30 s.
-    context.setDefaultTimeout(60000);
-    const page = await context.newPage();
-    page.on('console', (message) => {
-      if (message.type() === 'error') problems.push(`${page.url()}: ${message.text()}`);
-    });
-    page.on('pageerror', (error) => problems.push(`${page.url()}: ${error.message}`));
-    await page.goto(appliance.origin + url, { waitUntil: 'load' });
-    return page;
-  }
-  async function shoot(page, name) {
-    await page.screenshot({ path: path.join(dir, `${String(++shots).padStart(2, '0')}-${name}.png`), fullPage: true });
-  }
-  const share = (sharing, permanent) => `/d/s/${sharing}/${permanent}`;
-  const sample = (name) => fs.readFileSync(path.join(samples, name));
-
-  before(async () => {
-    dir = makeTempDir('plyth-previews-');
+  const s = applianceSuite('plyth-previews-', (ctl, { dir, root }) => {
+    const links = {};
     samples = path.join(dir, 'samples');
     const made = spawnSync(path.join(repoRoot, 'scripts', 'make-sample-files'), [samples], { encoding: 'utf8' });
     assert.equal(made.status, 0, made.stderr);
-    appliance = await startAppliance({ dir, stage });
-    const ctl = appliance.plythctl;
     ctl('user', 'add', 'alice', '--password', 'alice-pw');
     for (const [name, from] of Object.entries(TRIP)) {
       if (from) ctl('file', 'add', 'alice', `/Trip/${name}`, '--from', path.join(samples, from));
@@ -106,7 +60,7 @@ describe('previews and folder shares', { skip }, () => {
 
     // 205 empty files in one statement (205 runs of plythctl take a minute);
     // the plythctl runs after it hand the store back to the service user.
-    const store = path.join(appliance.root, 'var/packages/BrindlexPlyth/target/var/plyth.db');
+    const store = path.join(root, 'var/packages/BrindlexPlyth/target/var/plyth.db');
     const insert = spawnSync('sqlite3', [store,
       'WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 204) ' +
       'INSERT INTO items (file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind, created_time, ' +
@@ -121,27 +75,21 @@ describe('previews and folder shares', { skip }, () => {
     })) {
       links[key] = { permanent: linkOf(p), sharing: ctl('share', 'make', `alice:${p}`) };
     }
-    links.photoPreview = { permanent: links.photo.permanent, sharing: ctl('share', 'make', 'alice:/Trip/photo.jpg', '--role', 'previewer') };
-    links.tripPreview = { permanent: links.trip.permanent, sharing: ctl('share', 'make', 'alice:/Trip', '--role', 'previewer') };
+    const previewOf = (key, p) =>
+      ({ permanent: links[key].permanent, sharing: ctl('share', 'make', `alice:${p}`, '--role', 'previewer') });
+    links.photoPreview = previewOf('photo', '/Trip/photo.jpg');
+    links.tripPreview = previewOf('trip', '/Trip');
     links.photoId = idOf('/Trip/photo.jpg');
     links.secretId = idOf('/Elsewhere/secret.txt');
-    browser = await launchChromium(playwright);
+    return links;
   });
-
-  after(async () => {
-    if (browser) await browser.close();
-    if (appliance) {
-      if (process.env.PLYTH_KEEP_BROWSER_TMP) console.log(appliance.logs());
-      await appliance.stop();
-    }
-    if (dir && !process.env.PLYTH_KEEP_BROWSER_TMP) removeTempDir(dir);
-    else if (dir) console.log(`screenshots in ${dir}`);
-  });
+  const share = ({ sharing, permanent }) => `/d/s/${sharing}/${permanent}`;
+  const sample = (name) => fs.readFileSync(path.join(samples, name));
 
   for (const device of Object.keys(DEVICES)) {
     describe(device, () => {
       test('a picture is shown fitted, from a rendition no larger than asked', async () => {
-        const page = await open(device, share(links.photo.sharing, links.photo.permanent));
+        const page = await s.open(device, share(s.links.photo));
         const img = await page.waitForSelector(`${CONTENT[device]} #plyth-viewer-image`);
         await page.waitForFunction((node) => node.complete && node.naturalWidth > 0, img);
         const size = await img.evaluate((node) => ({
@@ -153,7 +101,7 @@ describe('previews and folder shares', { skip }, () => {
         const asked = Number(/size=(\d+)/.exec(size.src)[1]);
         assert.ok(size.natural <= asked && size.natural <= 800, JSON.stringify(size));
         assert.ok(size.shown <= size.view, 'fits the view');
-        await shoot(page, `${device}-image`);
+        await s.shoot(page, `${device}-image`);
         await img.click();
         await page.waitForSelector('.plyth-viewer-zoomed');
         await page.waitForFunction((node) => node.complete && /size=2048/.test(node.src), img);
@@ -163,7 +111,7 @@ describe('previews and folder shares', { skip }, () => {
       });
 
       test('a PDF is paged through', async () => {
-        const page = await open(device, share(links.pdf.sharing, links.pdf.permanent));
+        const page = await s.open(device, share(s.links.pdf));
         await page.waitForSelector('#plyth-viewer-page');
         assert.equal(await page.textContent('#plyth-viewer-counter'), 'Page 1 of 3');
         assert.equal(await page.isDisabled('#plyth-viewer-prev'), true);
@@ -175,18 +123,18 @@ describe('previews and folder shares', { skip }, () => {
           const img = document.getElementById('plyth-viewer-page');
           return img.complete && img.naturalWidth > 0 && /page=3/.test(img.src);
         });
-        await shoot(page, `${device}-pdf`);
+        await s.shoot(page, `${device}-pdf`);
         await page.context().close();
       });
 
       test('text, audio and video are shown or played', async () => {
         const rows = [
-          { what: 'text', link: links.text, selector: '#plyth-viewer-text' },
-          { what: 'audio', link: links.audio, selector: '#plyth-viewer-audio' },
-          { what: 'video', link: links.video, selector: '#plyth-viewer-video' },
+          { what: 'text', link: s.links.text, selector: '#plyth-viewer-text' },
+          { what: 'audio', link: s.links.audio, selector: '#plyth-viewer-audio' },
+          { what: 'video', link: s.links.video, selector: '#plyth-viewer-video' },
         ];
         for (const row of rows) {
-          const page = await open(device, share(row.link.sharing, row.link.permanent));
+          const page = await s.open(device, share(row.link));
           await page.waitForSelector(row.selector);
           if (row.what === 'text') {
             assert.equal(await page.textContent(row.selector), sample('notes.txt').toString('utf8'));
@@ -194,13 +142,13 @@ describe('previews and folder shares', { skip }, () => {
             // Metadata read through byte ranges of the download address.
             await page.waitForFunction((sel) => document.querySelector(sel).readyState >= 1, row.selector);
           }
-          await shoot(page, `${device}-${row.what}`);
+          await s.shoot(page, `${device}-${row.what}`);
           await page.context().close();
         }
       });
 
       test('a damaged picture keeps its type icon', async () => {
-        const page = await open(device, share(links.broken.sharing, links.broken.permanent));
+        const page = await s.open(device, share(s.links.broken));
         const icon = device === 'desktop' ? '.plyth-share-icon' : '#plyth-mobile-icon img';
         await page.waitForSelector(icon);
         await page.waitForFunction(() => !document.querySelector('.plyth-viewer'));
@@ -211,13 +159,13 @@ describe('previews and folder shares', { skip }, () => {
       });
 
       test('a folder is browsed with breadcrumbs and downloaded as a ZIP of its entries', async () => {
-        const page = await open(device, share(links.trip.sharing, links.trip.permanent));
+        const page = await s.open(device, share(s.links.trip));
         await page.waitForSelector('#plyth-browser-list li');
         const names = () => page.$$eval('#plyth-browser-list li', (rows) => rows.map((r) => r.getAttribute('data-name')));
         assert.deepEqual(await names(), ['Day 1', 'broken.jpg', 'clip.webm', 'guide.pdf', 'notes.txt', 'photo.jpg', 'tone.wav']);
         const thumb = await page.$eval('li[data-name="photo.jpg"] img', (img) => img.getAttribute('src'));
         assert.match(thumb, /method=preview&.*size=128/);
-        await shoot(page, `${device}-folder`);
+        await s.shoot(page, `${device}-folder`);
 
         await page.click('li[data-name="Day 1"] .plyth-browser-name');
         await page.waitForSelector('li[data-name="Evening"]');
@@ -225,7 +173,7 @@ describe('previews and folder shares', { skip }, () => {
         await page.waitForSelector('li[data-name="café & \\"notes\\".txt"]');
         const crumbs = () => page.$$eval('.plyth-browser-crumb', (nodes) => nodes.map((n) => n.textContent));
         assert.deepEqual(await crumbs(), ['Trip', 'Day 1', 'Evening']);
-        await shoot(page, `${device}-folder-nested`);
+        await s.shoot(page, `${device}-folder-nested`);
 
         // A file of the folder: its preview and its own download.
         await page.click('.plyth-browser-name');
@@ -258,14 +206,14 @@ describe('previews and folder shares', { skip }, () => {
       });
 
       test('a preview-only link shows the preview and offers no download', async () => {
-        const page = await open(device, share(links.photoPreview.sharing, links.photoPreview.permanent));
+        const page = await s.open(device, share(s.links.photoPreview));
         await page.waitForSelector('#plyth-viewer-image');
         await page.waitForFunction(() => document.getElementById('plyth-viewer-image').naturalWidth > 0);
         assert.equal(await page.$('#plyth-download'), null);
-        await shoot(page, `${device}-preview-only`);
+        await s.shoot(page, `${device}-preview-only`);
         await page.context().close();
 
-        const folder = await open(device, share(links.tripPreview.sharing, links.tripPreview.permanent));
+        const folder = await s.open(device, share(s.links.tripPreview));
         await folder.waitForSelector('li[data-name="photo.jpg"]');
         assert.equal(await folder.$('#plyth-browser-zip'), null);
         assert.equal(await folder.$('.plyth-browser-check'), null);
@@ -283,7 +231,7 @@ describe('previews and folder shares', { skip }, () => {
   }
 
   test('a large folder comes 200 items at a time', async () => {
-    const page = await open('desktop', share(links.many.sharing, links.many.permanent));
+    const page = await s.open('desktop', share(s.links.many));
     await page.waitForSelector('#plyth-browser-list li');
     const count = () => page.$$eval('#plyth-browser-list li', (rows) => rows.length);
     assert.equal(await count(), 200);
@@ -295,19 +243,19 @@ describe('previews and folder shares', { skip }, () => {
   });
 
   test('no address hands a previewer a byte of the original', async () => {
-    const page = await open('desktop', share(links.tripPreview.sharing, links.tripPreview.permanent));
+    const page = await s.open('desktop', share(s.links.tripPreview));
     await page.waitForSelector('li[data-name="photo.jpg"]');
     const original = sample('photo.jpg');
-    const base = `${appliance.origin}/${FILES_API}&path=${encodeURIComponent(JSON.stringify(`link:${links.trip.permanent}`))}` +
-      `&sharing_link=${encodeURIComponent(JSON.stringify(links.tripPreview.sharing))}`;
+    const base = `${s.origin}/${FILES_API}&path=${encodeURIComponent(JSON.stringify(`link:${s.links.trip.permanent}`))}` +
+      `&sharing_link=${encodeURIComponent(JSON.stringify(s.links.tripPreview.sharing))}`;
     const item = (id) => `&item=${encodeURIComponent(JSON.stringify(id))}`;
     const rows = [
-      { what: 'download of the photo', url: `${base}&method=download${item(links.photoId)}`, code: 1002 },
-      { what: 'download by range', url: `${base}&method=download${item(links.photoId)}`, range: 'bytes=0-99', code: 1002 },
+      { what: 'download of the photo', url: `${base}&method=download${item(s.links.photoId)}`, code: 1002 },
+      { what: 'download by range', url: `${base}&method=download${item(s.links.photoId)}`, range: 'bytes=0-99', code: 1002 },
       { what: 'archive of the folder', url: `${base}&method=archive`, code: 1002 },
-      { what: 'archive of a selection', url: `${base}&method=archive&items=${encodeURIComponent(JSON.stringify([links.photoId]))}`, code: 1002 },
-      { what: 'preview at an unknown size', url: `${base}&method=preview${item(links.photoId)}&size=800`, code: 101 },
-      { what: 'a file outside the folder', url: `${base}&method=preview${item(links.secretId)}`, code: 408 },
+      { what: 'archive of a selection', url: `${base}&method=archive&items=${encodeURIComponent(JSON.stringify([s.links.photoId]))}`, code: 1002 },
+      { what: 'preview at an unknown size', url: `${base}&method=preview${item(s.links.photoId)}&size=800`, code: 101 },
+      { what: 'a file outside the folder', url: `${base}&method=preview${item(s.links.secretId)}`, code: 408 },
     ];
     for (const row of rows) {
       const response = await page.request.get(row.url, { headers: row.range ? { Range: row.range } : {} });
@@ -324,7 +272,7 @@ describe('previews and folder shares', { skip }, () => {
     }
     // The largest rendition is a new picture, never the file.
     for (const size of [128, 256, 512, 1024, 2048]) {
-      const response = await page.request.get(`${base}&method=preview${item(links.photoId)}&size=${size}`);
+      const response = await page.request.get(`${base}&method=preview${item(s.links.photoId)}&size=${size}`);
       assert.equal(response.headers()['content-type'], 'image/jpeg');
       const body = await response.body();
       assert.notDeepEqual(body, original);
@@ -333,7 +281,5 @@ describe('previews and folder shares', { skip }, () => {
     await page.context().close();
   });
 
-  test('no page logged an error or broke its security policy', () => {
-    assert.deepEqual(problems, []);
-  });
+  s.closingChecks();
 });

@@ -78,14 +78,12 @@
     return url;
   };
 
-  // The landing address of a link, for coming back after signing in.
-  PlythShare.linkPath = function (permanentLink, sharingLink) {
-    var p = encodeURIComponent(permanentLink || '');
-    return sharingLink ? '/d/s/' + encodeURIComponent(sharingLink) + '/' + p : '/d/f/' + p;
-  };
-  PlythShare.signInURL = function (back) {
-    return '/?redirect=' + encodeURIComponent(back || '/');
-  };
+  // The sign-in page, coming back to the link's landing address (both rules
+  // live in common.js, which every page of this script loads).
+  function signInURL(ctx) {
+    var M = window.PlythMobile;
+    return M.signInURL(M.linkPath({ permanent_link: ctx.link, sharing_link: ctx.sharingLink }));
+  }
 
   // Why a download cannot start, as a text for the visitor; '' when it can.
   // The item is asked for again first: it may have been removed, the token
@@ -265,7 +263,7 @@
     panel.appendChild(
       UI.append(
         UI.el('div', 'plyth-share-actions'),
-        linkButton(T('signin', 'submit', 'Sign in'), PlythShare.signInURL(PlythShare.linkPath(ctx.link, ctx.sharingLink)), 'plyth-sign-in'),
+        linkButton(T('signin', 'submit', 'Sign in'), signInURL(ctx), 'plyth-sign-in'),
       ),
     );
   }
@@ -289,7 +287,7 @@
         request,
         linkButton(
           T('request', 'switch_account', 'Switch account'),
-          PlythShare.signInURL(PlythShare.linkPath(ctx.link, ctx.sharingLink)),
+          signInURL(ctx),
           'plyth-switch-account',
           true,
         ),

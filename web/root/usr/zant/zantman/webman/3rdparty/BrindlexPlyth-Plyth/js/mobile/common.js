@@ -1,7 +1,9 @@
 /*
  * Shared part of the landing pages for phones and tablets (mobile.html).
  * Loaded before the page's own script (anonymous.js, perm.js, info.js,
- * expired.js or invalid.js), which uses window.PlythMobile.
+ * expired.js or invalid.js), which uses window.PlythMobile. The desktop
+ * pages load it too, for the link path, the sign-in address and the icon
+ * categories: it has no effect of its own when loaded.
  *
  * The page state comes from the server as a JSON text in the data-state
  * attribute of #plyth-state: "permanent_link", "sharing_link", "zant_token"
