@@ -7,6 +7,7 @@
 
 #include <json/json.h>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "shard_api.h"
 #include "zant/json_util.h"
@@ -26,16 +27,6 @@ const char kOfficeTextsDir[] = "/var/packages/Tabulon/target/ui/texts/";
 const int kErrAuthFailed = 1036;
 const int kErrNeedPassword = 1037;
 const int kErrExpired = 1038;
-
-std::string JsonText(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
-bool MemberFlag(const Json::Value& object, const char* key) {
-  if (!object.isObject()) return false;
-  const Json::Value& value = object[key];
-  return value.isConvertibleTo(Json::booleanValue) && value.asBool();
-}
 
 void WriteOut(const std::string& text) {
   fwrite(text.data(), 1, text.size(), stdout);

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "shard_api.h"
 #include "zant/appliance.h"
@@ -35,11 +36,6 @@ const int kLineEntryUnreadable = 151;
 const int kLineEntryNotObject = 161;
 const int kLineClassNotObject = 174;
 const int kLineConfigUnparsable = 215;
-
-std::string EnvText(ZANT::APIRequest* request, const char* name) {
-  const Json::Value value = request->GetEnv(name, Json::Value());
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
 
 bool IsEmptyArray(const Json::Value& value) { return value.isArray() && value.empty(); }
 

@@ -1,3 +1,4 @@
+#include "json_readers.h"
 #include "mobile_route.h"
 #include "page_output.h"
 
@@ -9,11 +10,6 @@ const char kPlythTheme[] = "zant-dm-plyth-theme";
 const char kFileTheme[] = "zant-dm-file-theme";
 
 std::string Script(const char* name) { return std::string(kScriptDir) + name; }
-
-const Json::Value& Member(const Json::Value& object, const char* key) {
-  static const Json::Value null;
-  return object.isObject() ? object[key] : null;
-}
 
 }  // namespace
 

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "zant/json_util.h"
 #include "zant/nxo.h"
@@ -30,21 +31,11 @@ enum SourceLine {
   kLineRelayQuery = 215,
 };
 
-const Json::Value& Member(const Json::Value& object, const char* key) {
-  static const Json::Value null;
-  return object.isObject() ? object[key] : null;
-}
-
+// The core services' "success" and "enabled" count only as the JSON literal
+// true, never as a number, unlike the link service's results.
 bool IsTrue(const Json::Value& value) { return value.isBool() && value.asBool(); }
 
-bool Succeeded(const Json::Value& result) {
-  return result.isObject() && IsTrue(result["success"]);
-}
-
-std::string Text(const Json::Value& value) {
-  if (value.isNull() || value.isArray() || value.isObject()) return "";
-  return value.asString();
-}
+bool CoreSucceeded(const Json::Value& result) { return IsTrue(Member(result, "success")); }
 
 void LogResult(int line, const Json::Value& result) {
   syslog(LOG_ERR, "%s:%d %s", PLYTH_HTTP_SOURCE, line, ZANT::JsonToString(result).c_str());
@@ -88,7 +79,7 @@ bool DDNSOrigin(std::string& origin, const std::string& proto, const std::string
 
   Json::Value result;
   PlythWebAPIExec(result, "ZANT.Core.DDNS.Record", 1, "list", Json::Value(), "admin");
-  if (!Succeeded(result)) {
+  if (!CoreSucceeded(result)) {
     LogResult(kLineDDNSList, result);
     return false;
   }
@@ -96,17 +87,13 @@ bool DDNSOrigin(std::string& origin, const std::string& proto, const std::string
   if (!records.isArray()) return false;
   for (const Json::Value& record : records) {
     if (!record.isObject() || !IsTrue(record["enable"])) continue;
-    std::string hostname = Text(record["hostname"]);
+    std::string hostname = JsonText(record["hostname"]);
     if (hostname.empty()) continue;
     origin = proto + "://" + hostname + ":" + port;
     break;
   }
   // Only the origin is looked at: a caller's non-empty origin would count.
   return !origin.empty();
-}
-
-std::string EnvText(ZANT::APIRequest* request, const char* name) {
-  return Text(request->GetEnv(name, Json::Value()));
 }
 
 // The path before the web application's own entry point, ending in "/".
@@ -153,7 +140,7 @@ bool PlythGetOrigin(std::string& origin, std::string& source, const std::string&
 bool PlythGetSkyvaneOrigin(std::string& origin) {
   Json::Value result;
   PlythWebAPIExec(result, "ZANT.Core.Skyvane.Permission", 1, "get", Json::Value(), "admin");
-  if (!Succeeded(result)) {
+  if (!CoreSucceeded(result)) {
     LogResult(kLineSkyvanePermission, result);
     return false;
   }
@@ -171,17 +158,17 @@ bool PlythGetSkyvaneOrigin(std::string& origin) {
 
   result = Json::Value();
   PlythWebAPIExec(result, "ZANT.Core.Skyvane", 1, "get", Json::Value(), "admin");
-  if (!Succeeded(result)) {
+  if (!CoreSucceeded(result)) {
     LogResult(kLineSkyvaneGet, result);
     return false;
   }
   const Json::Value& data = Member(result, "data");
   if (!IsTrue(Member(data, "enabled"))) return false;
-  std::string alias = Text(Member(data, "server_alias"));
+  std::string alias = MemberText(data, "server_alias");
   if (alias.empty()) return false;
   // Always https, whatever the request used.
-  origin = "https://" + alias + "." + Text(Member(data, "region")) + "." +
-           Text(Member(data, "domain"));
+  origin = "https://" + alias + "." + MemberText(data, "region") + "." +
+           MemberText(data, "domain");
   return true;
 }
 

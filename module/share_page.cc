@@ -5,6 +5,7 @@
 #include <map>
 #include <vector>
 
+#include "json_readers.h"
 #include "page_output.h"
 #include "plyth_http.h"
 #include "web_resources.h"
@@ -51,19 +52,6 @@ const std::map<std::string, std::vector<std::string>> kFileTypes = {
              "xlsx", "xlt", "xltm", "xlv", "xlw", "xltx", "ods", "ots", "csv"}},
     {"zip", {"zip", "7z", "bz2", "gz", "rar", "tar", "tbz", "tgz", "txz"}},
 };
-
-// A scalar member as text; anything else (absent, array, object) is "".
-std::string MemberText(const Json::Value& object, const char* key) {
-  if (!object.isObject()) return "";
-  const Json::Value& v = object[key];
-  if (v.isNull() || v.isArray() || v.isObject()) return "";
-  return v.asString();
-}
-
-std::string EnvText(ZANT::APIRequest* request, const char* name) {
-  Json::Value v = request->GetEnv(name, Json::Value(""));
-  return v.isString() ? v.asString() : "";
-}
 
 std::string Tag(const char* format, const std::string& url) {
   char buffer[1024];

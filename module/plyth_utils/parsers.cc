@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "zant/vlibc.h"
 
@@ -26,14 +27,6 @@ constexpr int kStarShapeLine = 325;
 constexpr int kStarMissingLine = 335;
 constexpr int kStarMemberLine = 343;
 
-std::string TextOf(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
-bool BoolOf(const Json::Value& value) {
-  return value.isConvertibleTo(Json::booleanValue) && value.asBool();
-}
-
 // An integral value (integer, or a real without fraction) cut to 32 bits the
 // way a C cast to unsigned does, so -1 becomes 4294967295.
 uint32_t Unsigned32Of(const Json::Value& value) {
@@ -43,7 +36,7 @@ uint32_t Unsigned32Of(const Json::Value& value) {
 
 void AppendTexts(const Json::Value& list, std::vector<std::string>& out) {
   if (!list.isArray()) return;
-  for (const Json::Value& element : list) out.push_back(TextOf(element));
+  for (const Json::Value& element : list) out.push_back(JsonText(element));
 }
 
 }  // namespace
@@ -80,15 +73,15 @@ int JsonReqToLabelAction(const Json::Value& req, Tarnova::LabelEditAction& actio
     return -1;
   }
 
-  action.action = TextOf(req["action"]);
+  action.action = JsonText(req["action"]);
   if (action.action.empty()) {
     // "requiered" is the established log text; kept deliberately.
     syslog(LOG_ERR, "%s:%d action is requiered\n", PLYTH_UTILS_SOURCE, kLabelActionLine);
     return -1;
   }
 
-  action.label_id = TextOf(req["label_id"]);
-  action.label_name = TextOf(req["name"]);
+  action.label_id = JsonText(req["label_id"]);
+  action.label_name = JsonText(req["name"]);
   if (action.label_id.empty() && action.label_name.empty()) {
     // "requiered" is the established log text; kept deliberately.
     syslog(LOG_ERR, "%s:%d one of label name and label id is requiered\n", PLYTH_UTILS_SOURCE,
@@ -132,8 +125,8 @@ int JsonReqToStarAction(const Json::Value& req, Tarnova::StarEditAction& action)
 void ParseFileListFilter(const Json::Value& req, bool& starred, std::string& labelId,
                          std::vector<std::string>& types, std::vector<std::string>& extensions) {
   if (!req.isObject()) return;
-  starred = BoolOf(req["starred"]);
-  labelId = TextOf(req["label_id"]);
+  starred = JsonFlag(req["starred"]);
+  labelId = JsonText(req["label_id"]);
   AppendTexts(req["type"], types);
   AppendTexts(req["extensions"], extensions);
 }
