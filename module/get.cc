@@ -163,8 +163,8 @@ bool ResolveSharingLink(ZANT::APIRequest* request, ZANT::APIResponse* response,
       if (PlythFileGet(kAnonymous, linkId, sharingToken, landing.file) != 0) {
         LogCannotGetFile(kLineFetchAfterAuthFailed, linkId, sharingToken);
       }
-      // Deliberate: a failed fetch right after a successful unlock still
-      // counts as readable; the page is built from whatever the record holds.
+      // QUIRK: a failed fetch right after a successful unlock still counts as readable.
+      // The page is built from whatever the record holds.
       fileOk = true;
       landing.pageCode = kPageReadable;
     }
@@ -250,8 +250,7 @@ void GetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   landing.user = kAnonymous;
   landing.isMobile = MobileRoute::IsMobile(request);
   if (linkId.empty()) {
-    // The invalid-link page is written all the same; the error stays on the
-    // response for the framework's records.
+    // QUIRK: the invalid-link page is written, yet the error stays on the response.
     response->SetError(kErrShardBadLink, Json::Value());
     if (sharingLink.empty()) landing.user = request->GetLoginUserName();
     landing.pageCode = kPageInvalidLink;

@@ -56,7 +56,7 @@ int UnlockSharingLink(ZANT::APIRequest* request, const std::string& sharingLink,
     return 0;
   }
   if (ret == kErrNeedPassword || ret == kErrExpired) return ret;
-  // Every other unlock failure is told to the page as one code, deliberately.
+  // QUIRK: every other unlock failure reaches the page as one code.
   return kErrAuthFailed;
 }
 
@@ -123,6 +123,6 @@ void GetJSFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   }
 
   if (response->IsEnableOutput()) return;
-  // No blank after the colon and the charset in quotes: both deliberate.
+  // QUIRK: no blank after the colon, and the charset in quotes.
   WriteOut("Content-Type:application/javascript; charset=\"UTF-8\"\r\n\r\n" + body);
 }

@@ -36,8 +36,8 @@ Json::Value MobileRoute::GetPermErrorPage(const Json::Value& /*file*/) const {
                       {Script("perm.js")}, state);
 }
 
-// The item's name is the page title and the description, and the content
-// title stays empty; deliberate, the info script draws its own heading.
+// The item's name is the page title and the description.
+// QUIRK: the content title stays empty; the info script draws its own heading.
 Json::Value MobileRoute::GetInfoPage(const Json::Value& file, bool previewOnly) const {
   const Json::Value& nameValue = Member(file, "name");
   std::string name =

@@ -111,7 +111,7 @@ std::string ApplicationPrefix(ZANT::APIRequest* request) {
 
 bool PlythGetOrigin(std::string& origin, std::string& source, const std::string& proto,
                     int port) {
-  // An empty scheme counts as success without an origin; kept as it is.
+  // QUIRK: an empty scheme counts as success without an origin.
   if (proto.empty()) return true;
 
   std::string externalPort;
@@ -173,8 +173,8 @@ bool PlythGetSkyvaneOrigin(std::string& origin) {
 }
 
 bool IsSkyvaneRequest(ZANT::APIRequest* request) {
-  // By name: at least one character must stand before the 16-character
-  // suffix, so the bare suffix itself never matches (deliberately strict).
+  // By name: the host ends in the 16-character relay suffix.
+  // QUIRK: the bare suffix never matches; one character must stand before it.
   const size_t kSuffixLength = 16;
   std::string host = request->GetURLHost("");
   if (host.size() > kSuffixLength) {

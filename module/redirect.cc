@@ -38,8 +38,7 @@ void RedirectFunc(ZANT::APIRequest* request, ZANT::APIResponse* response,
                   const Json::Value& file) {
   std::ostringstream url;
   WriteOrigin(request, "/d/f/", url);
-  // The "=" after file_id is encoded with the id on purpose: the application
-  // receives one launch parameter that decodes to "file_id=<id>".
+  // QUIRK: "file_id=" is encoded with the id: one launch parameter, decoding to "file_id=<id>".
   url << "/" << "?launchApp=ZANT.QRT.Plyth.Application" << "&launchParam="
       << ZANT::WebAPIUtil::URLEncode("file_id=" + MemberText(file, "file_id"));
   AnswerRedirect(response, url);

@@ -17,8 +17,8 @@ const char kFavicon[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favi
 const char kFileTypeIconDir[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/";
 
 // Extensions per icon category, searched in key order (so "ac3" is audio).
-// "  raw" and "mpg  " carry their blanks deliberately: raw and mpg files
-// get the generic icon. The one-letter "c" never matches (too short).
+// The one-letter "c" never matches (too short).
+// QUIRK: "  raw" and "mpg  " carry blanks, so raw and mpg files get the generic icon.
 const std::map<std::string, std::vector<std::string>> kFileTypes = {
     {"acc", {"acc", "accdb", "accde", "accdr", "accdt", "ade", "adn", "adp", "mam", "maf",
              "maq", "mar", "mat", "mda", "mdb", "mde", "mdf", "mdn", "mdt", "mdw"}},
@@ -62,8 +62,7 @@ std::string Tag(const char* format, const std::string& url) {
 std::string DesktopScripts(const std::string& lang) {
   char jsUIString[1024];
   char uiString[1024];
-  // "version" and "method" stand in a different order in the two addresses;
-  // deliberate, both are answered the same.
+  // QUIRK: "version" and "method" stand in a different order in the two addresses.
   snprintf(jsUIString, sizeof(jsUIString),
            "webapi/entry.cgi?api=ZANT.Core.Desktop.JSUIString&version=1&method=getjs&lang=%s",
            lang.c_str());
@@ -148,8 +147,7 @@ void ApplyCrawlerHost(ZANT::APIRequest* request) {
     if (bracket != std::string::npos && bracket + 1 < host.size() && host[bracket + 1] == ':') {
       return;
     }
-    // A bracketed address without a port still holds ":" and so is left
-    // alone by the test below as well; kept so on purpose.
+    // QUIRK: a bracketed address without a port holds ":", so the test below skips it too.
   }
   if (host.find(':') != std::string::npos) return;
   env["HTTP_HOST"] = host + ":" + EnvText(request, "SERVER_PORT");

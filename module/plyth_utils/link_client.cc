@@ -94,7 +94,7 @@ int PlythSharingAuth(const std::string& sharingLink, const std::string& password
     return 0;
   }
   int code = ErrorCode(result);
-  // Parameters are logged in full, password included; operators rely on it.
+  // QUIRK: parameters are logged in full, password included; operators rely on it.
   LogJson(kLineSharingAuthParams, params);
   LogJson(kLineSharingAuthResult, result);
   return code;

@@ -75,7 +75,7 @@ int JsonReqToLabelAction(const Json::Value& req, Tarnova::LabelEditAction& actio
 
   action.action = JsonText(req["action"]);
   if (action.action.empty()) {
-    // "requiered" is the established log text; kept deliberately.
+    // QUIRK: "requiered" is the established log text.
     syslog(LOG_ERR, "%s:%d action is requiered\n", PLYTH_UTILS_SOURCE, kLabelActionLine);
     return -1;
   }
@@ -83,14 +83,14 @@ int JsonReqToLabelAction(const Json::Value& req, Tarnova::LabelEditAction& actio
   action.label_id = JsonText(req["label_id"]);
   action.label_name = JsonText(req["name"]);
   if (action.label_id.empty() && action.label_name.empty()) {
-    // "requiered" is the established log text; kept deliberately.
+    // QUIRK: "requiered" is the established log text.
     syslog(LOG_ERR, "%s:%d one of label name and label id is requiered\n", PLYTH_UTILS_SOURCE,
            kLabelTargetLine);
     return -1;
   }
 
   if (req.isMember("member") && JsonReqToMemberSelector(req["member"], action.member) != 0) {
-    // No line end on this text; kept deliberately.
+    // QUIRK: no line end on this text.
     syslog(LOG_ERR, "%s:%d invalid member format", PLYTH_UTILS_SOURCE, kLabelMemberLine);
     return -1;
   }
@@ -111,13 +111,13 @@ int JsonReqToStarAction(const Json::Value& req, Tarnova::StarEditAction& action)
   if (req.isMember("starred") && req["starred"].isBool()) {
     action.starred = req["starred"].asBool();
     if (req.isMember("member") && JsonReqToMemberSelector(req["member"], action.member) != 0) {
-      // No line end on this text; kept deliberately.
+      // QUIRK: no line end on this text.
       syslog(LOG_ERR, "%s:%d invalid member format", PLYTH_UTILS_SOURCE, kStarMemberLine);
       return -1;
     }
     return 0;
   }
-  // "requiered" is the established log text; kept deliberately.
+  // QUIRK: "requiered" is the established log text.
   syslog(LOG_ERR, "%s:%d starred is requiered\n", PLYTH_UTILS_SOURCE, kStarMissingLine);
   return -1;
 }
@@ -148,8 +148,7 @@ bool IsSafePath(const std::string& path) {
 
 int PlythGetUID(const std::string& user) {
   if (user.empty()) return -1;
-  // Only this exact spelling is refused; the landing page's lower-case
-  // "anonymous" goes to the user database like any name. Both kept deliberately.
+  // QUIRK: only this spelling is refused; lower-case "anonymous" is looked up like any name.
   if (user == "Anonymous") return -1;
 
   // Successful lookups only; the process lives for one request at a time, so
@@ -161,7 +160,7 @@ int PlythGetUID(const std::string& user) {
   PZANTUSER entry = nullptr;
   if (ZANTUserGet(user.c_str(), &entry) < 0) {
     const char* file = VLIBCErrorGetFile();
-    // No line end on this text; kept deliberately.
+    // QUIRK: no line end on this text.
     syslog(LOG_ERR, "%s:%d ZANTUserGet(%s) failed. [0x%04X %s:%d]", PLYTH_UTILS_SOURCE,
            kUserGetFailedLine, user.c_str(), static_cast<unsigned>(VLIBCErrGet()),
            file ? file : "", VLIBCErrorGetLine());
