@@ -66,7 +66,7 @@ void WithholdUnusableRecord(std::string& permanentLink, Json::Value& file) {
   if (MemberFlag(file, "removed")) {
     permanentLink.clear();
     file = Json::Value();
-  } else if (!(file.isObject() && MemberFlag(file["capabilities"], "can_preview"))) {
+  } else if (!MemberFlag(Member(file, "capabilities"), "can_preview")) {
     file = Json::Value();
   }
 }

@@ -39,9 +39,7 @@ Json::Value MobileRoute::GetPermErrorPage(const Json::Value& /*file*/) const {
 // The item's name is the page title and the description.
 // QUIRK: the content title stays empty; the info script draws its own heading.
 Json::Value MobileRoute::GetInfoPage(const Json::Value& file, bool previewOnly) const {
-  const Json::Value& nameValue = Member(file, "name");
-  std::string name =
-      nameValue.isNull() || nameValue.isArray() || nameValue.isObject() ? "" : nameValue.asString();
+  std::string name = MemberText(file, "name");
   Json::Value state = GetBaseState();
   state["host_info"] = GetHostInfo();
   state["file_info"]["file_id"] = Member(file, "file_id");
