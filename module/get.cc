@@ -13,6 +13,7 @@
 
 #include <json/json.h>
 
+#include "json_readers.h"
 #include "mobile_route.h"
 #include "plyth_utils.h"
 #include "redirect.h"
@@ -73,23 +74,6 @@ void LogFileRemoved(const std::string& linkId, const std::string& sharingToken) 
                  sharingToken.c_str());
 }
 
-// A parameter, a record member or a server variable as text; values that
-// have no text form (objects, arrays) read as empty rather than throwing.
-std::string JsonText(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
-const Json::Value& Member(const Json::Value& object, const char* key) {
-  static const Json::Value kNull;
-  return object.isObject() ? object[key] : kNull;
-}
-
-// A boolean member of a record, false when absent.
-bool MemberFlag(const Json::Value& object, const char* key) {
-  const Json::Value& value = Member(object, key);
-  return value.isConvertibleTo(Json::booleanValue) && value.asBool();
-}
-
 bool CapabilityFlag(const Json::Value& file, const char* key) {
   return MemberFlag(Member(file, "capabilities"), key);
 }
@@ -107,7 +91,7 @@ void WriteHeaderLine(const std::string& line) {
 // rest of the landing.
 bool IsOfficeDocument(const Json::Value& file) {
   static const char* const kSuffixes[] = {".kdoc", ".ksheet", ".kslides"};
-  const std::string name = JsonText(Member(file, "name"));
+  const std::string name = MemberText(file, "name");
   if (name.find_first_of("\r\n") != std::string::npos) return false;
   for (const char* suffix : kSuffixes) {
     const size_t length = strlen(suffix);
@@ -179,8 +163,8 @@ bool ResolveSharingLink(ZANT::APIRequest* request, ZANT::APIResponse* response,
       if (PlythFileGet(kAnonymous, linkId, sharingToken, landing.file) != 0) {
         LogCannotGetFile(kLineFetchAfterAuthFailed, linkId, sharingToken);
       }
-      // Deliberate: a failed fetch right after a successful unlock still
-      // counts as readable; the page is built from whatever the record holds.
+      // QUIRK: a failed fetch right after a successful unlock still counts as readable.
+      // The page is built from whatever the record holds.
       fileOk = true;
       landing.pageCode = kPageReadable;
     }
@@ -249,7 +233,7 @@ bool ResolvePermanentLink(ZANT::APIRequest* request, ZANT::APIResponse* response
   }
   landing.pageCode = kPageReadable;  // the desktop page takes no code
   if (landing.user == kAnonymous) return false;
-  const std::string displayPath = JsonText(Member(landing.file, "display_path"));
+  const std::string displayPath = MemberText(landing.file, "display_path");
   if (displayPath.empty() || displayPath[0] != '/') return false;
   RedirectFunc(request, response, landing.file);
   return true;
@@ -266,8 +250,7 @@ void GetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   landing.user = kAnonymous;
   landing.isMobile = MobileRoute::IsMobile(request);
   if (linkId.empty()) {
-    // The invalid-link page is written all the same; the error stays on the
-    // response for the framework's records.
+    // QUIRK: the invalid-link page is written, yet the error stays on the response.
     response->SetError(kErrShardBadLink, Json::Value());
     if (sharingLink.empty()) landing.user = request->GetLoginUserName();
     landing.pageCode = kPageInvalidLink;

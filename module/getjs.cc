@@ -7,6 +7,7 @@
 
 #include <json/json.h>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "shard_api.h"
 #include "zant/json_util.h"
@@ -26,16 +27,6 @@ const char kOfficeTextsDir[] = "/var/packages/Tabulon/target/ui/texts/";
 const int kErrAuthFailed = 1036;
 const int kErrNeedPassword = 1037;
 const int kErrExpired = 1038;
-
-std::string JsonText(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
-bool MemberFlag(const Json::Value& object, const char* key) {
-  if (!object.isObject()) return false;
-  const Json::Value& value = object[key];
-  return value.isConvertibleTo(Json::booleanValue) && value.asBool();
-}
 
 void WriteOut(const std::string& text) {
   fwrite(text.data(), 1, text.size(), stdout);
@@ -65,7 +56,7 @@ int UnlockSharingLink(ZANT::APIRequest* request, const std::string& sharingLink,
     return 0;
   }
   if (ret == kErrNeedPassword || ret == kErrExpired) return ret;
-  // Every other unlock failure is told to the page as one code, deliberately.
+  // QUIRK: every other unlock failure reaches the page as one code.
   return kErrAuthFailed;
 }
 
@@ -75,7 +66,7 @@ void WithholdUnusableRecord(std::string& permanentLink, Json::Value& file) {
   if (MemberFlag(file, "removed")) {
     permanentLink.clear();
     file = Json::Value();
-  } else if (!(file.isObject() && MemberFlag(file["capabilities"], "can_preview"))) {
+  } else if (!MemberFlag(Member(file, "capabilities"), "can_preview")) {
     file = Json::Value();
   }
 }
@@ -132,6 +123,6 @@ void GetJSFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   }
 
   if (response->IsEnableOutput()) return;
-  // No blank after the colon and the charset in quotes: both deliberate.
+  // QUIRK: no blank after the colon, and the charset in quotes.
   WriteOut("Content-Type:application/javascript; charset=\"UTF-8\"\r\n\r\n" + body);
 }

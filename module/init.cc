@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "shard_api.h"
 #include "zant/appliance.h"
@@ -36,15 +37,9 @@ const int kLineEntryNotObject = 161;
 const int kLineClassNotObject = 174;
 const int kLineConfigUnparsable = 215;
 
-std::string EnvText(ZANT::APIRequest* request, const char* name) {
-  const Json::Value value = request->GetEnv(name, Json::Value());
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
 bool IsEmptyArray(const Json::Value& value) { return value.isArray() && value.empty(); }
 
-// A failed change is not acted upon: when the web root cannot be entered,
-// opening the module directory fails and the scan reports that instead.
+// QUIRK: a failed change is not acted upon; the scan reports the directory it cannot open.
 void ChangeDir(const char* path) {
   if (chdir(path) != 0) return;
 }
@@ -133,7 +128,7 @@ bool IsSameDomainAndPort(ZANT::APIRequest* request) {
     ret = ZANTRelayServiceGetConnectionTypeByAddr(serverAddr.c_str(), serverPort.c_str(),
                                                   remoteAddr.c_str(), remotePort.c_str(), &type);
   }
-  // Without a connection type the check never passes, deliberately strict.
+  // QUIRK: without a connection type the check never passes.
   if (ret != 0) return false;
 
   // A relayed browser always talks https to the relay, whatever reached us.
@@ -154,8 +149,8 @@ bool IsSameDomainAndPort(ZANT::APIRequest* request) {
 bool GetSessionInfo(Json::Value& session, ZANT::APIRequest* request) {
   WebMan webman(true);
   const int authorized = webman.CheckAuthorized(0x1F, CGI_POSITION_WEBAPI, false);
-  // A user named by the web server counts only on the appliance's own domain
-  // and port; elsewhere the session gets no token, a guard kept on purpose.
+  // A user named by the web server counts only on the appliance's own domain and port.
+  // QUIRK: elsewhere that user's session gets no token.
   const bool signedIn = authorized == 1 || authorized == 2 ||
                         (authorized == ZANT::kAuthWebServer && IsSameDomainAndPort(request));
   session["isLogined"] = signedIn;
@@ -187,7 +182,7 @@ bool ReadJSConfig(ZANT::APIRequest* request, const std::string& moduleDir, Json:
   Json::Reader reader;
   Json::Value root;
   if (!reader.parse(in, root, false)) {
-    // Names the normal file even when the debug one was read; kept as it is.
+    // QUIRK: names the normal file even when the debug one was read.
     syslog(LOG_ERR, "%s:%d %s: %s\n", PLYTH_INIT_SOURCE, kLineConfigUnparsable,
            configPath.c_str(), reader.getFormattedErrorMessages().c_str());
     return false;

@@ -1,3 +1,4 @@
+#include "json_readers.h"
 #include "mobile_route.h"
 #include "page_output.h"
 
@@ -9,11 +10,6 @@ const char kPlythTheme[] = "zant-dm-plyth-theme";
 const char kFileTheme[] = "zant-dm-file-theme";
 
 std::string Script(const char* name) { return std::string(kScriptDir) + name; }
-
-const Json::Value& Member(const Json::Value& object, const char* key) {
-  static const Json::Value null;
-  return object.isObject() ? object[key] : null;
-}
 
 }  // namespace
 
@@ -40,12 +36,10 @@ Json::Value MobileRoute::GetPermErrorPage(const Json::Value& /*file*/) const {
                       {Script("perm.js")}, state);
 }
 
-// The item's name is the page title and the description, and the content
-// title stays empty; deliberate, the info script draws its own heading.
+// The item's name is the page title and the description.
+// QUIRK: the content title stays empty; the info script draws its own heading.
 Json::Value MobileRoute::GetInfoPage(const Json::Value& file, bool previewOnly) const {
-  const Json::Value& nameValue = Member(file, "name");
-  std::string name =
-      nameValue.isNull() || nameValue.isArray() || nameValue.isObject() ? "" : nameValue.asString();
+  std::string name = MemberText(file, "name");
   Json::Value state = GetBaseState();
   state["host_info"] = GetHostInfo();
   state["file_info"]["file_id"] = Member(file, "file_id");

@@ -1,5 +1,6 @@
 #include "mobile_route.h"
 
+#include "json_readers.h"
 #include "page_output.h"
 #include "zant/json_util.h"
 #include "zant/qrt.h"
@@ -27,8 +28,7 @@ MobileRoute::MobileRoute(ZANT::APIRequest* request, const std::string& permanent
                                                           request->GetUILanguage())) {}
 
 bool MobileRoute::IsMobile(ZANT::APIRequest* request) {
-  Json::Value agentValue = request->GetEnv("HTTP_USER_AGENT", Json::Value(""));
-  std::string agent = agentValue.isString() ? agentValue.asString() : "";
+  std::string agent = EnvText(request, "HTTP_USER_AGENT");
   if (agent.empty()) return false;
   for (const char* device : {"Android", "iPhone", "iPad", "iPod"}) {
     if (agent.find(device) != std::string::npos) return true;

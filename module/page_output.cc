@@ -21,10 +21,10 @@ void RenderTemplatePage(ZANT::APIResponse* response, const char* templatePath,
   if (!content->opened) return;
   response->SetEnableOutput(false);
   if (content->read) page.SetText(content->bytes);
-  // Cannot be on after the switch above; the guard is kept deliberately.
+  // QUIRK: output cannot be on after the switch above; the guard stays.
   if (response->IsEnableOutput()) return;
 
-  // No blank after the colons; deliberate, the header bytes are kept as they always were.
+  // QUIRK: no blank after the colons; the header bytes are as they always were.
   fputs("Content-Type:text/html; charset=\"UTF-8\"\r\n", stdout);
   fputs("X-Frame-Options:", stdout);
   fputs(security.GetXFrameOption().c_str(), stdout);
@@ -65,7 +65,7 @@ std::string HtmlEscape(const std::string& text) {
   return out;
 }
 
-// Always "?", even after an existing query; deliberate (script tags choose "&").
+// QUIRK: always "?", even after an existing query (script tags choose "&").
 std::string VersionedURL(const std::string& path) {
   return path + "?v=" + WebUtils::GetModifyTime(path.c_str());
 }

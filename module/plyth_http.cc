@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "zant/json_util.h"
 #include "zant/nxo.h"
@@ -30,21 +31,11 @@ enum SourceLine {
   kLineRelayQuery = 215,
 };
 
-const Json::Value& Member(const Json::Value& object, const char* key) {
-  static const Json::Value null;
-  return object.isObject() ? object[key] : null;
-}
-
+// The core services' "success" and "enabled" count only as the JSON literal
+// true, never as a number, unlike the link service's results.
 bool IsTrue(const Json::Value& value) { return value.isBool() && value.asBool(); }
 
-bool Succeeded(const Json::Value& result) {
-  return result.isObject() && IsTrue(result["success"]);
-}
-
-std::string Text(const Json::Value& value) {
-  if (value.isNull() || value.isArray() || value.isObject()) return "";
-  return value.asString();
-}
+bool CoreSucceeded(const Json::Value& result) { return IsTrue(Member(result, "success")); }
 
 void LogResult(int line, const Json::Value& result) {
   syslog(LOG_ERR, "%s:%d %s", PLYTH_HTTP_SOURCE, line, ZANT::JsonToString(result).c_str());
@@ -88,7 +79,7 @@ bool DDNSOrigin(std::string& origin, const std::string& proto, const std::string
 
   Json::Value result;
   PlythWebAPIExec(result, "ZANT.Core.DDNS.Record", 1, "list", Json::Value(), "admin");
-  if (!Succeeded(result)) {
+  if (!CoreSucceeded(result)) {
     LogResult(kLineDDNSList, result);
     return false;
   }
@@ -96,17 +87,13 @@ bool DDNSOrigin(std::string& origin, const std::string& proto, const std::string
   if (!records.isArray()) return false;
   for (const Json::Value& record : records) {
     if (!record.isObject() || !IsTrue(record["enable"])) continue;
-    std::string hostname = Text(record["hostname"]);
+    std::string hostname = JsonText(record["hostname"]);
     if (hostname.empty()) continue;
     origin = proto + "://" + hostname + ":" + port;
     break;
   }
   // Only the origin is looked at: a caller's non-empty origin would count.
   return !origin.empty();
-}
-
-std::string EnvText(ZANT::APIRequest* request, const char* name) {
-  return Text(request->GetEnv(name, Json::Value()));
 }
 
 // The path before the web application's own entry point, ending in "/".
@@ -124,7 +111,7 @@ std::string ApplicationPrefix(ZANT::APIRequest* request) {
 
 bool PlythGetOrigin(std::string& origin, std::string& source, const std::string& proto,
                     int port) {
-  // An empty scheme counts as success without an origin; kept as it is.
+  // QUIRK: an empty scheme counts as success without an origin.
   if (proto.empty()) return true;
 
   std::string externalPort;
@@ -153,7 +140,7 @@ bool PlythGetOrigin(std::string& origin, std::string& source, const std::string&
 bool PlythGetSkyvaneOrigin(std::string& origin) {
   Json::Value result;
   PlythWebAPIExec(result, "ZANT.Core.Skyvane.Permission", 1, "get", Json::Value(), "admin");
-  if (!Succeeded(result)) {
+  if (!CoreSucceeded(result)) {
     LogResult(kLineSkyvanePermission, result);
     return false;
   }
@@ -171,23 +158,23 @@ bool PlythGetSkyvaneOrigin(std::string& origin) {
 
   result = Json::Value();
   PlythWebAPIExec(result, "ZANT.Core.Skyvane", 1, "get", Json::Value(), "admin");
-  if (!Succeeded(result)) {
+  if (!CoreSucceeded(result)) {
     LogResult(kLineSkyvaneGet, result);
     return false;
   }
   const Json::Value& data = Member(result, "data");
   if (!IsTrue(Member(data, "enabled"))) return false;
-  std::string alias = Text(Member(data, "server_alias"));
+  std::string alias = MemberText(data, "server_alias");
   if (alias.empty()) return false;
   // Always https, whatever the request used.
-  origin = "https://" + alias + "." + Text(Member(data, "region")) + "." +
-           Text(Member(data, "domain"));
+  origin = "https://" + alias + "." + MemberText(data, "region") + "." +
+           MemberText(data, "domain");
   return true;
 }
 
 bool IsSkyvaneRequest(ZANT::APIRequest* request) {
-  // By name: at least one character must stand before the 16-character
-  // suffix, so the bare suffix itself never matches (deliberately strict).
+  // By name: the host ends in the 16-character relay suffix.
+  // QUIRK: the bare suffix never matches; one character must stand before it.
   const size_t kSuffixLength = 16;
   std::string host = request->GetURLHost("");
   if (host.size() > kSuffixLength) {

@@ -6,20 +6,14 @@
 #include <sstream>
 #include <string>
 
+#include "json_readers.h"
+
 namespace {
-
-std::string JsonText(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
-std::string RecordText(const Json::Value& file, const char* key) {
-  return file.isObject() ? JsonText(file[key]) : std::string();
-}
 
 // Scheme "://" host, then the request path up to `marker` (all of it when
 // the marker does not occur).
 void WriteOrigin(ZANT::APIRequest* request, const char* marker, std::ostringstream& url) {
-  url << request->GetURLProto("") << "://" << JsonText(request->GetEnv("HTTP_HOST", Json::Value()));
+  url << request->GetURLProto("") << "://" << EnvText(request, "HTTP_HOST");
   const std::string path = request->GetURLPath("");
   url << path.substr(0, path.find(marker));
 }
@@ -35,7 +29,7 @@ void RedirectOffice(ZANT::APIRequest* request, ZANT::APIResponse* response,
                     const Json::Value& file, const std::string& sharingLink) {
   std::ostringstream url;
   WriteOrigin(request, "/d/s/", url);
-  url << "/oo/r/" << ZANT::WebAPIUtil::URLEncode(RecordText(file, "permanent_link"))
+  url << "/oo/r/" << ZANT::WebAPIUtil::URLEncode(MemberText(file, "permanent_link"))
       << "?sharing_link=" << ZANT::WebAPIUtil::URLEncode(sharingLink);
   AnswerRedirect(response, url);
 }
@@ -44,9 +38,8 @@ void RedirectFunc(ZANT::APIRequest* request, ZANT::APIResponse* response,
                   const Json::Value& file) {
   std::ostringstream url;
   WriteOrigin(request, "/d/f/", url);
-  // The "=" after file_id is encoded with the id on purpose: the application
-  // receives one launch parameter that decodes to "file_id=<id>".
+  // QUIRK: "file_id=" is encoded with the id: one launch parameter, decoding to "file_id=<id>".
   url << "/" << "?launchApp=ZANT.QRT.Plyth.Application" << "&launchParam="
-      << ZANT::WebAPIUtil::URLEncode("file_id=" + RecordText(file, "file_id"));
+      << ZANT::WebAPIUtil::URLEncode("file_id=" + MemberText(file, "file_id"));
   AnswerRedirect(response, url);
 }

@@ -27,7 +27,7 @@ ZANTAPITableEntry gTable[] = {
     {nullptr, 0, nullptr, nullptr},
 };
 
-// Rows in the reverse order of gTable; deliberate, the framework reads them by name.
+// QUIRK: rows in the reverse order of gTable; the framework reads them by name.
 ZANTAPICheckEntry gCheckTable[] = {
     {kShardAPI, 1, kMethodInit, CheckInitFunc, 0, 0},
     {kShardAPI, 1, kMethodGetJS, CheckGetJSFunc, 0, 0},

@@ -5,6 +5,7 @@
 #include <map>
 #include <vector>
 
+#include "json_readers.h"
 #include "page_output.h"
 #include "plyth_http.h"
 #include "web_resources.h"
@@ -16,8 +17,8 @@ const char kFavicon[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favi
 const char kFileTypeIconDir[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/";
 
 // Extensions per icon category, searched in key order (so "ac3" is audio).
-// "  raw" and "mpg  " carry their blanks deliberately: raw and mpg files
-// get the generic icon. The one-letter "c" never matches (too short).
+// The one-letter "c" never matches (too short).
+// QUIRK: "  raw" and "mpg  " carry blanks, so raw and mpg files get the generic icon.
 const std::map<std::string, std::vector<std::string>> kFileTypes = {
     {"acc", {"acc", "accdb", "accde", "accdr", "accdt", "ade", "adn", "adp", "mam", "maf",
              "maq", "mar", "mat", "mda", "mdb", "mde", "mdf", "mdn", "mdt", "mdw"}},
@@ -52,19 +53,6 @@ const std::map<std::string, std::vector<std::string>> kFileTypes = {
     {"zip", {"zip", "7z", "bz2", "gz", "rar", "tar", "tbz", "tgz", "txz"}},
 };
 
-// A scalar member as text; anything else (absent, array, object) is "".
-std::string MemberText(const Json::Value& object, const char* key) {
-  if (!object.isObject()) return "";
-  const Json::Value& v = object[key];
-  if (v.isNull() || v.isArray() || v.isObject()) return "";
-  return v.asString();
-}
-
-std::string EnvText(ZANT::APIRequest* request, const char* name) {
-  Json::Value v = request->GetEnv(name, Json::Value(""));
-  return v.isString() ? v.asString() : "";
-}
-
 std::string Tag(const char* format, const std::string& url) {
   char buffer[1024];
   snprintf(buffer, sizeof(buffer), format, url.c_str());
@@ -74,8 +62,7 @@ std::string Tag(const char* format, const std::string& url) {
 std::string DesktopScripts(const std::string& lang) {
   char jsUIString[1024];
   char uiString[1024];
-  // "version" and "method" stand in a different order in the two addresses;
-  // deliberate, both are answered the same.
+  // QUIRK: "version" and "method" stand in a different order in the two addresses.
   snprintf(jsUIString, sizeof(jsUIString),
            "webapi/entry.cgi?api=ZANT.Core.Desktop.JSUIString&version=1&method=getjs&lang=%s",
            lang.c_str());
@@ -160,8 +147,7 @@ void ApplyCrawlerHost(ZANT::APIRequest* request) {
     if (bracket != std::string::npos && bracket + 1 < host.size() && host[bracket + 1] == ':') {
       return;
     }
-    // A bracketed address without a port still holds ":" and so is left
-    // alone by the test below as well; kept so on purpose.
+    // QUIRK: a bracketed address without a port holds ":", so the test below skips it too.
   }
   if (host.find(':') != std::string::npos) return;
   env["HTTP_HOST"] = host + ":" + EnvText(request, "SERVER_PORT");

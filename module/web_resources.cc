@@ -41,8 +41,8 @@ WebDirs& Dirs() {
 // Cuts the script path down to the web-UI root: first to its directory,
 // then to what stands before "webapi/". The result is stored back and the
 // cut runs again on every call. A directory such as ".../xwebapi/" is cut to
-// ".../x" by the second step and to ".../" by the next call's first step;
-// that drift is how resources have always resolved, so it is kept.
+// ".../x" by the second step and to ".../" by the next call's first step.
+// QUIRK: that drift is how resources have always resolved.
 std::string TrimScriptDir() {
   WebDirs& dirs = Dirs();
   std::lock_guard<std::mutex> lock(dirs.scriptDirLock);
@@ -71,8 +71,7 @@ std::string GetWebFileModifyTime(const char* name) {
     path = Dirs().documentRoot + file;
   } else if (file.find("webman/") != std::string::npos &&
              file.find("webapi/") != std::string::npos) {
-    // Both words at once, not either: such a name is taken relative to the
-    // working directory. Deliberate.
+    // QUIRK: a name with both words (not either) is taken relative to the working directory.
     path = file;
   } else {
     path = scriptDir + file;

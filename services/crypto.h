@@ -17,20 +17,7 @@ std::string RandomId(size_t length);
 constexpr size_t kLinkIdLength = 16;
 constexpr size_t kFileIdLength = 16;
 
+using ZANT::Sha256;
 using ZANT::Sha256Hex;
-
-// Incremental SHA-256 for file contents.
-class Sha256 {
- public:
-  Sha256();
-  ~Sha256();
-  Sha256(const Sha256&) = delete;
-  Sha256& operator=(const Sha256&) = delete;
-  void Update(const void* data, size_t size);
-  std::string FinishHex();  // once
-
- private:
-  void* ctx_;
-};
 
 }  // namespace plyth_services

@@ -20,6 +20,8 @@ namespace zant_host {
 
 namespace {
 
+// The fields of the request being handled as the client wrote them
+// (percent-decoded, not JSON-decoded), while HandleRequest dispatches it.
 thread_local const FormFields* gFields = nullptr;
 
 class FieldsScope {
@@ -46,8 +48,6 @@ bool AccountStillValid(const Session& session, bool* admin) {
 
 }  // namespace
 
-const FormFields* CurrentFields() { return gFields; }
-
 bool ParamText(const ZANT::APIRequest& request, const std::string& name, std::string* text) {
   if (!request.HasParam(name)) return false;
   const Json::Value& value = request.GetParamRef(name, Json::Value());
@@ -55,7 +55,7 @@ bool ParamText(const ZANT::APIRequest& request, const std::string& name, std::st
     *text = value.asString();
     return true;
   }
-  if (const FormFields* fields = CurrentFields()) {
+  if (const FormFields* fields = gFields) {
     for (const auto& field : *fields) {
       if (field.first == name) {
         *text = field.second;
@@ -70,6 +70,13 @@ bool ParamText(const ZANT::APIRequest& request, const std::string& name, std::st
   return false;
 }
 
+namespace {
+
+// The sign-in of the request: the session of the "id" cookie, else the
+// user the web server named (REMOTE_USER, auth result -7, uid -1, exposed
+// as the "USERNAME" environment variable), else nobody. Sets or clears
+// "USERNAME" in the process environment. Answers the session's preferred
+// language (empty when none).
 std::string ApplySignIn(const CgiVars& vars, ZANT::APIRequest* request) {
   const std::string remoteUser = FindVar(vars, "REMOTE_USER");
   if (remoteUser.empty()) {
@@ -96,6 +103,8 @@ std::string ApplySignIn(const CgiVars& vars, ZANT::APIRequest* request) {
   if (!remoteUser.empty()) request->SetLogin("", -1, ZANT::kAuthWebServer);
   return std::string();
 }
+
+}  // namespace
 
 std::string HandleRequest(const CgiVars& vars, const BodyReader& readBody, const Limits& limits) {
   ZANT::APIRequest request;

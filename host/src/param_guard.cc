@@ -196,6 +196,11 @@ std::vector<ParamRule> LoadParamRules() {
   return rules;
 }
 
+namespace {
+
+// A parameter is checked by the text a handler reads from it: a JSON string
+// as it is, a number or boolean by its text, null as the empty text; an
+// array or an object never passes.
 bool ParamsMeetRules(const std::vector<ParamRule>& rules, const ZANT::APIRequest& request) {
   for (const ParamRule& rule : rules) {
     if (!Applies(rule, request) || !request.HasParam(rule.param)) continue;
@@ -206,6 +211,8 @@ bool ParamsMeetRules(const std::vector<ParamRule>& rules, const ZANT::APIRequest
   }
   return true;
 }
+
+}  // namespace
 
 void UseParamRules(std::vector<ParamRule> rules) { ProcessRules() = std::move(rules); }
 

@@ -58,13 +58,16 @@ bool Expired(const Json::Value& record, int64_t now) {
   return !record.isObject() || !record["expires"].isInt64() || record["expires"].asInt64() <= now;
 }
 
-}  // namespace
-
+// `count` random bytes from getrandom as lower-case hex; empty on failure.
 std::string RandomHex(size_t count) {
   std::vector<unsigned char> bytes(count);
   if (!ZANT::FillRandom(bytes.data(), count)) return std::string();
   return ZANT::HexEncode(bytes.data(), count);
 }
+
+bool IsSessionId(const std::string& id) { return IsLowerHex(id, 64); }
+
+}  // namespace
 
 std::string RandomToken() {
   // Letters only, without "e" and "E": the token travels unquoted in query
@@ -76,8 +79,6 @@ std::string RandomToken() {
   for (unsigned char b : bytes) token += kAlphabet[b & 31];
   return token;
 }
-
-bool IsSessionId(const std::string& id) { return IsLowerHex(id, 64); }
 
 SessionStore::SessionStore() = default;
 SessionStore::SessionStore(const std::string& dir) : dir_(dir) {}

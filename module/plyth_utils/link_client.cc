@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <syslog.h>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "zant/json_util.h"
 #include "zant/webapi.h"
@@ -22,12 +23,6 @@ constexpr int kLineSharingAuthResult = 235;
 
 constexpr int kPriorityError = 3;
 
-bool Succeeded(const Json::Value& result) {
-  if (!result.isObject()) return false;
-  const Json::Value& success = result["success"];
-  return success.isConvertibleTo(Json::booleanValue) && success.asBool();
-}
-
 // "error"."code" of a failed result; 0 when either is missing.
 int ErrorCode(const Json::Value& result) {
   if (!result.isObject()) return 0;
@@ -35,10 +30,6 @@ int ErrorCode(const Json::Value& result) {
   if (!error.isObject()) return 0;
   const Json::Value& code = error["code"];
   return code.isConvertibleTo(Json::intValue) ? code.asInt() : 0;
-}
-
-std::string Text(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
 }
 
 void LogJson(int line, const Json::Value& value) {
@@ -99,14 +90,11 @@ int PlythSharingAuth(const std::string& sharingLink, const std::string& password
                           "anonymous");
   }
   if (Succeeded(result)) {
-    if (result.isMember("data")) {
-      const Json::Value& data = result["data"];
-      sharingToken = data.isObject() ? Text(data["sharing_token"]) : std::string();
-    }
+    if (result.isMember("data")) sharingToken = MemberText(result["data"], "sharing_token");
     return 0;
   }
   int code = ErrorCode(result);
-  // Parameters are logged in full, password included; operators rely on it.
+  // QUIRK: parameters are logged in full, password included; operators rely on it.
   LogJson(kLineSharingAuthParams, params);
   LogJson(kLineSharingAuthResult, result);
   return code;

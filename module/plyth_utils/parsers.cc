@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 
+#include "json_readers.h"
 #include "plyth_utils.h"
 #include "zant/vlibc.h"
 
@@ -26,14 +27,6 @@ constexpr int kStarShapeLine = 325;
 constexpr int kStarMissingLine = 335;
 constexpr int kStarMemberLine = 343;
 
-std::string TextOf(const Json::Value& value) {
-  return value.isConvertibleTo(Json::stringValue) ? value.asString() : std::string();
-}
-
-bool BoolOf(const Json::Value& value) {
-  return value.isConvertibleTo(Json::booleanValue) && value.asBool();
-}
-
 // An integral value (integer, or a real without fraction) cut to 32 bits the
 // way a C cast to unsigned does, so -1 becomes 4294967295.
 uint32_t Unsigned32Of(const Json::Value& value) {
@@ -43,7 +36,7 @@ uint32_t Unsigned32Of(const Json::Value& value) {
 
 void AppendTexts(const Json::Value& list, std::vector<std::string>& out) {
   if (!list.isArray()) return;
-  for (const Json::Value& element : list) out.push_back(TextOf(element));
+  for (const Json::Value& element : list) out.push_back(JsonText(element));
 }
 
 }  // namespace
@@ -80,24 +73,24 @@ int JsonReqToLabelAction(const Json::Value& req, Tarnova::LabelEditAction& actio
     return -1;
   }
 
-  action.action = TextOf(req["action"]);
+  action.action = JsonText(req["action"]);
   if (action.action.empty()) {
-    // "requiered" is the established log text; kept deliberately.
+    // QUIRK: "requiered" is the established log text.
     syslog(LOG_ERR, "%s:%d action is requiered\n", PLYTH_UTILS_SOURCE, kLabelActionLine);
     return -1;
   }
 
-  action.label_id = TextOf(req["label_id"]);
-  action.label_name = TextOf(req["name"]);
+  action.label_id = JsonText(req["label_id"]);
+  action.label_name = JsonText(req["name"]);
   if (action.label_id.empty() && action.label_name.empty()) {
-    // "requiered" is the established log text; kept deliberately.
+    // QUIRK: "requiered" is the established log text.
     syslog(LOG_ERR, "%s:%d one of label name and label id is requiered\n", PLYTH_UTILS_SOURCE,
            kLabelTargetLine);
     return -1;
   }
 
   if (req.isMember("member") && JsonReqToMemberSelector(req["member"], action.member) != 0) {
-    // No line end on this text; kept deliberately.
+    // QUIRK: no line end on this text.
     syslog(LOG_ERR, "%s:%d invalid member format", PLYTH_UTILS_SOURCE, kLabelMemberLine);
     return -1;
   }
@@ -118,13 +111,13 @@ int JsonReqToStarAction(const Json::Value& req, Tarnova::StarEditAction& action)
   if (req.isMember("starred") && req["starred"].isBool()) {
     action.starred = req["starred"].asBool();
     if (req.isMember("member") && JsonReqToMemberSelector(req["member"], action.member) != 0) {
-      // No line end on this text; kept deliberately.
+      // QUIRK: no line end on this text.
       syslog(LOG_ERR, "%s:%d invalid member format", PLYTH_UTILS_SOURCE, kStarMemberLine);
       return -1;
     }
     return 0;
   }
-  // "requiered" is the established log text; kept deliberately.
+  // QUIRK: "requiered" is the established log text.
   syslog(LOG_ERR, "%s:%d starred is requiered\n", PLYTH_UTILS_SOURCE, kStarMissingLine);
   return -1;
 }
@@ -132,8 +125,8 @@ int JsonReqToStarAction(const Json::Value& req, Tarnova::StarEditAction& action)
 void ParseFileListFilter(const Json::Value& req, bool& starred, std::string& labelId,
                          std::vector<std::string>& types, std::vector<std::string>& extensions) {
   if (!req.isObject()) return;
-  starred = BoolOf(req["starred"]);
-  labelId = TextOf(req["label_id"]);
+  starred = JsonFlag(req["starred"]);
+  labelId = JsonText(req["label_id"]);
   AppendTexts(req["type"], types);
   AppendTexts(req["extensions"], extensions);
 }
@@ -155,8 +148,7 @@ bool IsSafePath(const std::string& path) {
 
 int PlythGetUID(const std::string& user) {
   if (user.empty()) return -1;
-  // Only this exact spelling is refused; the landing page's lower-case
-  // "anonymous" goes to the user database like any name. Both kept deliberately.
+  // QUIRK: only this spelling is refused; lower-case "anonymous" is looked up like any name.
   if (user == "Anonymous") return -1;
 
   // Successful lookups only; the process lives for one request at a time, so
@@ -168,7 +160,7 @@ int PlythGetUID(const std::string& user) {
   PZANTUSER entry = nullptr;
   if (ZANTUserGet(user.c_str(), &entry) < 0) {
     const char* file = VLIBCErrorGetFile();
-    // No line end on this text; kept deliberately.
+    // QUIRK: no line end on this text.
     syslog(LOG_ERR, "%s:%d ZANTUserGet(%s) failed. [0x%04X %s:%d]", PLYTH_UTILS_SOURCE,
            kUserGetFailedLine, user.c_str(), static_cast<unsigned>(VLIBCErrGet()),
            file ? file : "", VLIBCErrorGetLine());

@@ -21,7 +21,7 @@ const char* KindName(int kind) {
     case Tarnova::FileInfo::kFile:
       return "file";
     default:
-      // Deliberately the empty text: there is no third kind name.
+      // QUIRK: the empty text; there is no third kind name.
       return "";
   }
 }

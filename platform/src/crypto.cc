@@ -53,4 +53,21 @@ std::string Sha256Hex(const std::string& data) {
   return HexEncode(digest, length);
 }
 
+Sha256::Sha256() : ctx_(EVP_MD_CTX_new()) {
+  EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(ctx_), Sha256Algorithm(), nullptr);
+}
+
+Sha256::~Sha256() { EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(ctx_)); }
+
+void Sha256::Update(const void* data, size_t size) {
+  EVP_DigestUpdate(static_cast<EVP_MD_CTX*>(ctx_), data, size);
+}
+
+std::string Sha256::FinishHex() {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int size = 0;
+  EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(ctx_), digest, &size);
+  return HexEncode(digest, size);
+}
+
 }  // namespace ZANT

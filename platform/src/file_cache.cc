@@ -209,12 +209,5 @@ void Forget(const std::string& path) {
   cache.stamps.erase(path);
 }
 
-void ForgetAll() {
-  Cache& cache = TheCache();
-  std::lock_guard<std::mutex> lock(cache.mutex);
-  cache.entries.clear();
-  cache.stamps.clear();
-}
-
 }  // namespace FileCache
 }  // namespace ZANT

@@ -37,14 +37,6 @@ bool Template::ReadFromStream(FILE* stream) {
   return true;
 }
 
-bool Template::ReadFromFile(const std::string& path) {
-  FILE* stream = fopen(path.c_str(), "r");
-  if (stream == nullptr) return false;
-  bool ok = ReadFromStream(stream);
-  fclose(stream);
-  return ok;
-}
-
 std::string Template::ApplyValues(const Json::Value& values) const {
   std::string out;
   out.reserve(text_.size());

@@ -8,6 +8,7 @@
 #include <json/json.h>
 
 #include "fuzz_support.h"
+#include "zant_host/json_text.h"
 #include "zant_host/request_decode.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

@@ -33,13 +33,6 @@ void RegisterBuiltinAPIs();
 // (which a module cannot replace), then the parameter guard's rules.
 LoadReport InitHost();
 
-// The sign-in of the request: the session of the "id" cookie, else the
-// user the web server named (REMOTE_USER, auth result -7, uid -1, exposed
-// as the "USERNAME" environment variable), else nobody. Sets or clears
-// "USERNAME" in the process environment. Answers the session's preferred
-// language (empty when none).
-std::string ApplySignIn(const CgiVars& vars, ZANT::APIRequest* request);
-
 // Runs one request: decode, parameter guard, sign-in, language, dispatch. The handler writes
 // what it writes to standard output itself; the answer is the framework's
 // part, to be sent after those bytes (FormatFrameworkAnswer when the output

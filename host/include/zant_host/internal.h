@@ -8,10 +8,6 @@
 
 namespace zant_host {
 
-// The fields of the request being handled as the client wrote them
-// (percent-decoded, not JSON-decoded), while HandleRequest dispatches it.
-const FormFields* CurrentFields();
-
 // A parameter as text: a JSON string as it is; any other value by the text
 // the client sent, so that a password "1.50" or "null" stays what was
 // typed. In a nested call (no fields) numbers and booleans give their JSON

@@ -54,12 +54,6 @@ const std::vector<ParamRule>& BuiltinParamRules();
 // rules at all when it holds none (an operator's choice, logged).
 std::vector<ParamRule> LoadParamRules();
 
-// Whether the request's parameters meet every rule of its API and method.
-// A parameter is checked by the text a handler reads from it: a JSON string
-// as it is, a number or boolean by its text, null as the empty text; an
-// array or an object never passes.
-bool ParamsMeetRules(const std::vector<ParamRule>& rules, const ZANT::APIRequest& request);
-
 // The rules of this process (the built-in ones until replaced): InitHost
 // installs LoadParamRules(), tests install their own.
 void UseParamRules(std::vector<ParamRule> rules);

@@ -40,9 +40,6 @@ CgiVars ServerVarsFromEnviron(char** envp);
 // The value of `name`, or `def` when absent. The first entry counts.
 std::string FindVar(const CgiVars& vars, const std::string& name, const std::string& def = "");
 
-// True when `text` is one complete JSON text (RFC 8259, blanks around it
-// allowed, nesting at most 256 deep).
-bool IsJsonText(const std::string& text);
 // The JSON value of `text` when it is a JSON text, else `text` as a string.
 Json::Value ValueFromText(const std::string& text);
 

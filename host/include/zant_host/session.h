@@ -29,13 +29,10 @@ struct Session {
   int64_t expires = 0;
 };
 
-// `count` random bytes from getrandom as lower-case hex; empty on failure.
-std::string RandomHex(size_t count);
 // 26 random letters (no digits, no "e"), never readable as a JSON value;
 // empty on failure.
 std::string RandomToken();
 using ZANT::Sha256Hex;
-bool IsSessionId(const std::string& id);
 
 class SessionStore {
  public:

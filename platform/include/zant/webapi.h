@@ -157,10 +157,8 @@ class APIResponse {
     answered_ = true;
     success_ = result.isObject() && result["success"] == Json::Value(true);
   }
-  bool HasRawResult() const { return hasRaw_; }
 
   // --- what the framework reads back ---
-  bool HasAnswer() const { return answered_; }
   bool IsSuccess() const { return answered_ && success_; }
   int GetErrorCode() const { return errorCode_; }
   const Json::Value& GetData() const { return data_; }

@@ -17,7 +17,6 @@ class Template {
   Template();
   ~Template();
   bool ReadFromStream(FILE* stream);
-  bool ReadFromFile(const std::string& path);  // path as given
   void SetText(const std::string& text) { text_ = text; }
   std::string ApplyValues(const Json::Value& values) const;
 
