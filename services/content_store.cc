@@ -13,12 +13,6 @@
 
 namespace plyth_services {
 
-namespace {
-
-bool MakeDir(const std::string& path) { return mkdir(path.c_str(), 0755) == 0 || errno == EEXIST; }
-
-}  // namespace
-
 int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size) {
   FILE* in = fopen(localFile.c_str(), "rb");
   if (in == nullptr) return kErrNoSuchItem;
@@ -53,7 +47,7 @@ int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size
   *hash = sha.FinishHex();
   *size = total;
   const std::string target = Store::ContentFile(*hash);
-  if (!MakeDir(target.substr(0, target.rfind('/'))) || rename(temp.c_str(), target.c_str()) != 0) {
+  if (!MakeDirs(target.substr(0, target.rfind('/'))) || rename(temp.c_str(), target.c_str()) != 0) {
     unlink(temp.c_str());
     return kErrStore;
   }
@@ -64,7 +58,7 @@ int StoreContent(const std::string& localFile, std::string* hash, uint64_t* size
 int StoreEmptyContent(std::string* hash) {
   *hash = Sha256Hex(std::string());
   const std::string target = Store::ContentFile(*hash);
-  if (!MakeDir(target.substr(0, target.rfind('/')))) return kErrStore;
+  if (!MakeDirs(target.substr(0, target.rfind('/')))) return kErrStore;
   FILE* out = fopen(target.c_str(), "ab");
   if (out == nullptr) return kErrStore;
   fclose(out);

@@ -15,6 +15,7 @@
 
 #include "download.h"
 #include "service_errors.h"
+#include "store.h"
 #include "zant/appliance.h"
 
 namespace plyth_services {
@@ -162,13 +163,6 @@ bool ReadWhole(const std::string& file, std::string* bytes) {
   const bool ok = ferror(in) == 0;
   fclose(in);
   return ok;
-}
-
-void MakeDirs(const std::string& dir) {
-  for (size_t slash = dir.find('/', 1); slash != std::string::npos; slash = dir.find('/', slash + 1)) {
-    mkdir(dir.substr(0, slash).c_str(), 0755);
-  }
-  mkdir(dir.c_str(), 0755);
 }
 
 // Best effort: a cache that cannot be written (a full disk, say) only

@@ -115,18 +115,6 @@ const char* const kMigrations[] = {
 constexpr int kMigrationCount = sizeof(kMigrations) / sizeof(kMigrations[0]);
 static_assert(kMigrationCount == kSchemaVersion, "one migration per schema version");
 
-bool MakeDirs(const std::string& path) {
-  std::string partial;
-  size_t pos = 0;
-  while (pos != std::string::npos) {
-    pos = path.find('/', pos + 1);
-    partial = path.substr(0, pos);
-    if (partial.empty()) continue;
-    if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
-  }
-  return true;
-}
-
 std::string ParentDir(const std::string& path) {
   size_t slash = path.rfind('/');
   return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
@@ -217,6 +205,18 @@ class SharedConnection {
 };
 
 }  // namespace
+
+bool MakeDirs(const std::string& path) {
+  std::string partial;
+  size_t pos = 0;
+  while (pos != std::string::npos) {
+    pos = path.find('/', pos + 1);
+    partial = path.substr(0, pos);
+    if (partial.empty()) continue;
+    if (mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST) return false;
+  }
+  return true;
+}
 
 Statement::Statement(sqlite3* db, const char* sql) {
   auto& caches = StatementCaches();

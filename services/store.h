@@ -91,4 +91,8 @@ class Store {
   sqlite3* db_;
 };
 
+// Makes `path` and every directory above it (mode 0755); false when one
+// cannot be made.
+bool MakeDirs(const std::string& path);
+
 }  // namespace plyth_services
