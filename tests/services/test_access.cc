@@ -48,26 +48,25 @@ TEST_F(ServicesTest, LinkVisibilityDecidesWhoGetsTheRecord) {
   AddUser("bob");
   AddUser("carol");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kPreviewer), 0);
-  const Caps kRefused;
   struct Row {
     Visibility visibility;
     const char* caller;  // alice owns, bob is a member previewer, carol is signed in; "" is nobody
-    const Caps& caps;    // none: refused with 1002, and no record
-    bool showsPath;
+    Caps caps = {};  // none: refused with 1002, and no record
+    bool showsPath = false;
   } rows[] = {
-      {.visibility = Visibility::kMembers, .caller = "anonymous", .caps = kRefused, .showsPath = false},
-      {.visibility = Visibility::kMembers, .caller = "", .caps = kRefused, .showsPath = false},
-      {.visibility = Visibility::kMembers, .caller = "carol", .caps = kRefused, .showsPath = false},
+      {.visibility = Visibility::kMembers, .caller = "anonymous"},
+      {.visibility = Visibility::kMembers, .caller = ""},
+      {.visibility = Visibility::kMembers, .caller = "carol"},
       {.visibility = Visibility::kMembers, .caller = "bob", .caps = kPreviewer, .showsPath = true},
       {.visibility = Visibility::kMembers, .caller = "alice", .caps = kOwner, .showsPath = true},
-      {.visibility = Visibility::kSignedIn, .caller = "anonymous", .caps = kRefused, .showsPath = false},
-      {.visibility = Visibility::kSignedIn, .caller = "", .caps = kRefused, .showsPath = false},
-      {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer, .showsPath = false},
+      {.visibility = Visibility::kSignedIn, .caller = "anonymous"},
+      {.visibility = Visibility::kSignedIn, .caller = ""},
+      {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer},
       {.visibility = Visibility::kSignedIn, .caller = "bob", .caps = kViewer, .showsPath = true},  // the higher role
       {.visibility = Visibility::kSignedIn, .caller = "alice", .caps = kOwner, .showsPath = true},
-      {.visibility = Visibility::kAnyone, .caller = "anonymous", .caps = kViewer, .showsPath = false},
-      {.visibility = Visibility::kAnyone, .caller = "", .caps = kViewer, .showsPath = false},
-      {.visibility = Visibility::kAnyone, .caller = "carol", .caps = kViewer, .showsPath = false},
+      {.visibility = Visibility::kAnyone, .caller = "anonymous", .caps = kViewer},
+      {.visibility = Visibility::kAnyone, .caller = "", .caps = kViewer},
+      {.visibility = Visibility::kAnyone, .caller = "carol", .caps = kViewer},
       {.visibility = Visibility::kAnyone, .caller = "alice", .caps = kOwner, .showsPath = true},
   };
   for (const Row& row : rows) {

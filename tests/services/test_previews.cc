@@ -178,22 +178,22 @@ TEST_F(Previews, AnswerEachKindOrSayWhyNot) {
     const char* what;
     const Item* item;
     int size;
-    int page;
+    int page = 0;
     int error;
-    const char* type;  // Content-Type of a success
+    const char* type = "";  // Content-Type of a success
   } rows[] = {
-      {.what = "image", .item = &photo, .size = 256, .page = 0, .error = 0, .type = "image/jpeg"},
+      {.what = "image", .item = &photo, .size = 256, .error = 0, .type = "image/jpeg"},
       {.what = "pdf page 3", .item = &doc, .size = 256, .page = 3, .error = 0, .type = "image/jpeg"},
-      {.what = "text", .item = &notes, .size = 0, .page = 0, .error = 0, .type = "text/plain; charset=utf-8"},
-      {.what = "audio to a previewer", .item = &song, .size = 256, .page = 0, .error = 1060, .type = ""},
-      {.what = "corrupt image", .item = &broken, .size = 256, .page = 0, .error = 1060, .type = ""},
-      {.what = "zero bytes", .item = &empty, .size = 256, .page = 0, .error = 1060, .type = ""},
-      {.what = "pdf named .jpg", .item = &misnamed, .size = 256, .page = 0, .error = 1060, .type = ""},
-      {.what = "no rendition", .item = &word, .size = 256, .page = 0, .error = 1060, .type = ""},
-      {.what = "past the size cap", .item = &huge, .size = 256, .page = 0, .error = 1060, .type = ""},
-      {.what = "unknown size", .item = &photo, .size = 300, .page = 0, .error = 101, .type = ""},
-      {.what = "page past the end", .item = &doc, .size = 256, .page = 4, .error = 1060, .type = ""},
-      {.what = "page of an image", .item = &photo, .size = 256, .page = 2, .error = 101, .type = ""},
+      {.what = "text", .item = &notes, .size = 0, .error = 0, .type = "text/plain; charset=utf-8"},
+      {.what = "audio to a previewer", .item = &song, .size = 256, .error = 1060},
+      {.what = "corrupt image", .item = &broken, .size = 256, .error = 1060},
+      {.what = "zero bytes", .item = &empty, .size = 256, .error = 1060},
+      {.what = "pdf named .jpg", .item = &misnamed, .size = 256, .error = 1060},
+      {.what = "no rendition", .item = &word, .size = 256, .error = 1060},
+      {.what = "past the size cap", .item = &huge, .size = 256, .error = 1060},
+      {.what = "unknown size", .item = &photo, .size = 300, .error = 101},
+      {.what = "page past the end", .item = &doc, .size = 256, .page = 4, .error = 1060},
+      {.what = "page of an image", .item = &photo, .size = 256, .page = 2, .error = 101},
   };
   for (const Row& row : rows) {
     Json::Value params(Json::objectValue);
