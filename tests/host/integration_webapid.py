@@ -92,6 +92,25 @@ def status_field(pid, name):
     return None if fields.get("State", "").startswith("Z") else fields.get(name)
 
 
+def alive(workers):
+    return [pid for pid in workers if status_field(pid, "State") is not None]
+
+
+def wait_gone(workers, what, seconds):
+    """Waits until every one of `workers` is gone; kills what is left either way."""
+    try:
+        wait_for(lambda: not alive(workers), what, seconds=seconds)
+    finally:
+        for pid in alive(workers):
+            os.kill(pid, signal.SIGKILL)
+
+
+def sleeps_started(stack):
+    """How many "sleep" requests the test module has begun to serve."""
+    marks = stack.root + "/var/log/hosttest-sleep.log"
+    return open(marks).read().count("started") if os.path.exists(marks) else 0
+
+
 def parallel(calls):
     with ThreadPoolExecutor(len(calls)) as pool:
         return list(pool.map(lambda call: call(), calls))
@@ -234,12 +253,7 @@ def test_killed_master_leaves_no_worker(stack):
                   "a root-started master's workers run as the service user")
     stack.daemon.kill()
     stack.daemon.wait()
-    try:
-        wait_for(lambda: all(status_field(pid, "State") is None for pid in workers), "workers gone", seconds=2)
-    finally:
-        for pid in workers:
-            if status_field(pid, "State") is not None:
-                os.kill(pid, signal.SIGKILL)
+    wait_gone(workers, "workers gone", 2)
     stack.start_daemon()
     expect_eq(stack.curl(ECHO + "echo&n=2").text, ok('{"n":2}'), "the new master answers")
 
@@ -247,23 +261,16 @@ def test_killed_master_leaves_no_worker(stack):
 def test_orphan_with_a_hung_request_ends(stack):
     """With no master to watch it, a worker whose request hangs ends by its
     own timer, --timeout (3 s) + 5 s after the master died."""
-    marks = stack.root + "/var/log/hosttest-sleep.log"
-    count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
-    before, workers = count(), children(stack.daemon.pid)
+    before, workers = sleeps_started(stack), children(stack.daemon.pid)
     with ThreadPoolExecutor(1) as pool:
         hung = pool.submit(stack.curl, ECHO + "sleep&ms=60000")
-        wait_for(lambda: count() == before + 1, "the hanging request in hand")
+        wait_for(lambda: sleeps_started(stack) == before + 1, "the hanging request in hand")
         stack.daemon.kill()
         stack.daemon.wait()
         try:
-            wait_for(lambda: sum(status_field(pid, "State") is not None for pid in workers) == 1, "the idle worker gone",
-                     seconds=2)
-            wait_for(lambda: all(status_field(pid, "State") is None for pid in workers), "the busy worker gone",
-                     seconds=3 + 5 + 1)
+            wait_for(lambda: len(alive(workers)) == 1, "the idle worker gone", seconds=2)
         finally:
-            for pid in workers:
-                if status_field(pid, "State") is not None:
-                    os.kill(pid, signal.SIGKILL)
+            wait_gone(workers, "the busy worker gone", 3 + 5 + 1)
         expect_eq(hung.result().status, 502, "the hanging request")
     stack.start_daemon()
     expect_eq(stack.curl(ECHO + "echo&n=5").text, ok('{"n":5}'), "the next master answers")
@@ -321,14 +328,11 @@ def test_long_answers_flow_through(stack):
 
 
 def test_sigterm_finishes_requests_in_hand(stack):
-    marks = stack.root + "/var/log/hosttest-sleep.log"
-    count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
-    before = count()
-    started = lambda: count() == before + 2
+    before = sleeps_started(stack)
     with ThreadPoolExecutor(1) as pool:
         # One request per worker; SIGTERM goes out once both handlers run.
         sleepers = pool.submit(parallel, [lambda: stack.curl(ECHO + "sleep&ms=1500")] * 2)
-        wait_for(started, "both sleeping requests in hand")
+        wait_for(lambda: sleeps_started(stack) == before + 2, "both sleeping requests in hand")
         stack.daemon.send_signal(signal.SIGTERM)
         expect_eq([(r.status, r.text) for r in sleepers.result()], [(200, ok('{"slept":1500}'))] * 2, "in hand")
     expect_eq(stack.daemon.wait(15), 0, "exit status after SIGTERM")

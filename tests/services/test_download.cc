@@ -105,8 +105,7 @@ TEST_F(Download, AnswersAreExactBytes) {
       {.range = "bytes=2-5", .answer = Digits("206 Partial Content", "4", "Content-Range: bytes 2-5/10\r\n", "2345")},
       {.range = "bytes=-3", .answer = Digits("206 Partial Content", "3", "Content-Range: bytes 7-9/10\r\n", "789")},
       {.range = "bytes=8-", .answer = Digits("206 Partial Content", "2", "Content-Range: bytes 8-9/10\r\n", "89")},
-      {.range = "bytes=10-",
-       .answer = "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\n"
+      {.range = "bytes=10-", .answer = "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\n"
                  "Content-Length: 0\r\nAccept-Ranges: bytes\r\n\r\n"},
   };
   for (const Row& row : rows) {
