@@ -166,9 +166,10 @@ def test_front_door(stack):
         (entry + b"?api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=%22%3C%22", b"h", 400, "framework 120"),
         (b"/d/f/P1?link_id=%22%3C%22", b"h", 200, "route"),
         (b"/d/f/%22x%22", b"h", 404, "nginx"),
-        *[(entry, host, 200, "route") for host in [b"nas.example.com:5001", b"127.0.0.1", b"[::1]:8080", b"nas_1.local.",
-                                                   None]],
-        *[(entry, host, 400, "nginx") for host in [b'nas"x', b"<script>", b"nas:5000:1", b"nas:port", b"user@nas", b"[::1"]],
+        *[(entry, host, 200, "route")
+          for host in [b"nas.example.com:5001", b"127.0.0.1", b"[::1]:8080", b"nas_1.local.", None]],
+        *[(entry, host, 400, "nginx")
+          for host in [b'nas"x', b"<script>", b"nas:5000:1", b"nas:port", b"user@nas", b"[::1"]],
     ]
     for uri, host, status, who in rows:
         # HTTP/1.0: answers come unchunked.
@@ -181,7 +182,8 @@ def test_front_door(stack):
 def test_security_headers(stack):
     html = ["DENY", CSP, "nosniff", "same-origin"]
     other = [None, None, "nosniff", "same-origin"]
-    rows = [(path, html) for path in ["/", "/index.html", "/no-such-page.html", "/d/s/", "/webapi/other.cgi", '/d/f/x"y']]
+    rows = [(path, html)
+            for path in ["/", "/index.html", "/no-such-page.html", "/d/s/", "/webapi/other.cgi", '/d/f/x"y']]
     rows += [(path, other) for path in ["/webapi/entry.cgi?x=%22", "/webman/login.js", ECHO + "echo", "/d/f/P1"]]
     for path, expected in rows:
         r = stack.curl(path)

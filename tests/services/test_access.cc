@@ -10,9 +10,10 @@ namespace {
 using Caps = std::set<std::string>;
 const Caps kPreviewer = {"can_preview"}, kViewer = {"can_preview", "can_read"},
            kCommenter = {"can_preview", "can_read", "can_comment"},
-           kEditor = {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment", "can_organize"},
-           kOwner = {"can_preview", "can_read",  "can_write",   "can_delete",  "can_rename",
-                     "can_comment", "can_share", "can_encrypt", "can_organize"};
+           kEditor = {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment",
+                      "can_organize"},
+           kOwner = {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment", "can_share",
+                     "can_encrypt", "can_organize"};
 
 // The capabilities the record grants, by name; one that is not a boolean as "name?".
 Caps Granted(const Json::Value& caps) {
@@ -36,9 +37,9 @@ TEST_F(ServicesTest, RecordCarriesTheCallersRoleCapabilities) {
               {.role = Role::kEditor, .caps = kEditor}};
   for (const Row& row : rows) {
     ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", row.role), 0);
-    EXPECT_EQ(Granted(FileGet(path, "bob")["data"]["capabilities"]), row.caps) << "member " << static_cast<int>(row.role);
+    EXPECT_EQ(Granted(FileGet(path, "bob")["data"]["capabilities"]), row.caps) << "member, role " << int(row.role);
     const Json::Value viaToken = FileGet(path, "anonymous", TokenFor(Share(item, "", 0, row.role)));
-    EXPECT_EQ(Granted(viaToken["data"]["capabilities"]), row.caps) << "token " << static_cast<int>(row.role);
+    EXPECT_EQ(Granted(viaToken["data"]["capabilities"]), row.caps) << "token, role " << int(row.role);
   }
   EXPECT_EQ(Granted(FileGet(path, "alice")["data"]["capabilities"]), kOwner);
 }
