@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <sstream>
 
+#include "handle_form.h"
 #include "harness.h"
 #include "zant_host/host.h"
 #include "zant_host/param_guard.h"
@@ -113,12 +113,7 @@ class Guarded : public ::testing::Test {
     zant_host::UseParamRules(zant_host::BuiltinParamRules());
   }
   static std::string Handle(const std::string& query, const std::string& body = "") {
-    const zant_host::CgiVars vars = {{"QUERY_STRING", query},
-                                     {"REQUEST_METHOD", body.empty() ? "GET" : "POST"},
-                                     {"CONTENT_TYPE", "application/x-www-form-urlencoded"}};
-    std::istringstream in(body);
-    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
-    return zant_host::HandleRequest(vars, reader, zant_host::Limits());
+    return host_test::HandleForm(query, body);
   }
   plyth_test::ApplianceRoot root_;
 };

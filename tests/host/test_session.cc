@@ -5,10 +5,10 @@
 
 #include <cstdlib>
 #include <regex>
-#include <sstream>
 #include <tuple>
 #include <vector>
 
+#include "handle_form.h"
 #include "harness.h"
 #include "zant/userdb.h"
 #include "zant_host/host.h"
@@ -103,12 +103,8 @@ class SignIn : public ::testing::Test {
     ZANT::APIRunner::Clear();
     unsetenv("USERNAME");
   }
-  static std::string Handle(const std::string& query, CgiVars vars = {}, const std::string& body = "") {
-    vars.insert(vars.end(), {{"QUERY_STRING", query}, {"REQUEST_METHOD", body.empty() ? "GET" : "POST"},
-                             {"CONTENT_TYPE", "application/x-www-form-urlencoded"}});
-    std::istringstream in(body);
-    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
-    return zant_host::HandleRequest(vars, reader, zant_host::Limits());
+  static std::string Handle(const std::string& query, const CgiVars& vars = {}, const std::string& body = "") {
+    return host_test::HandleForm(query, body, vars);
   }
   // {session id, "; Secure" or "", token} of a successful sign-in; empty otherwise.
   static std::vector<std::string> SignInWith(const std::string& body, const CgiVars& vars = {}) {

@@ -3,8 +3,7 @@
 // once goes through the whole stack in integration_links.py.)
 #include <gtest/gtest.h>
 
-#include <sstream>
-
+#include "handle_form.h"
 #include "harness.h"
 #include "zant/userdb.h"
 #include "zant_host/host.h"
@@ -61,13 +60,8 @@ class SignInThrottled : public ::testing::Test {
   }
   void TearDown() override { ZANT::APIRunner::Clear(); }
   static int Login(const std::string& body, const std::string& from) {
-    const zant_host::CgiVars vars = {{"QUERY_STRING", "api=ZANT.Core.Auth&version=1&method=login"},
-                                     {"REQUEST_METHOD", "POST"},
-                                     {"CONTENT_TYPE", "application/x-www-form-urlencoded"},
-                                     {"REMOTE_ADDR", from}};
-    std::istringstream in(body);
-    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
-    const std::string answer = zant_host::HandleRequest(vars, reader, zant_host::Limits());
+    const std::string answer =
+        host_test::HandleForm("api=ZANT.Core.Auth&version=1&method=login", body, {{"REMOTE_ADDR", from}});
     const size_t code = answer.find("\"code\":");
     return code == std::string::npos ? 0 : std::stoi(answer.substr(code + 7));
   }
