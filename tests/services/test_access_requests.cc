@@ -96,13 +96,11 @@ TEST_F(AccessRequests, GrantMakesAMemberWithTheLinkRoleAndDenyForgets) {
 // a script keeps the JSON error.
 class RefusedDownloads : public ServicesTest {
  protected:
-  plyth_test::HandlerRun Get(const std::string& path, const char* fetchMode) {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, "download");
-    request.SetParam("path", path);
-    if (fetchMode != nullptr) request.SetServerVar("HTTP_SEC_FETCH_MODE", fetchMode);
-    request.SetLogin("anonymous", -1, ZANT::kAuthNone);
-    return plyth_test::RunHandler(plyth_services::FilesDownloadFunc, request);
+  plyth_test::HandlerRun Get(const std::string& path, const std::string& fetchMode) {
+    Json::Value params(Json::objectValue);
+    params["path"] = path;
+    return RunFiles(plyth_services::FilesDownloadFunc, "download", params, "anonymous",
+                    {{"HTTP_SEC_FETCH_MODE", fetchMode}});
   }
 };
 

@@ -76,14 +76,10 @@ class Download : public ServicesTest {
  protected:
   plyth_test::HandlerRun Get(const Item& item, const std::string& user, const std::string& range,
                              const std::string& token = "") {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, "download");
-    request.SetParam("path", "link:" + item.permanent_link);
-    if (!token.empty()) request.SetParam("sharing_token", token);
-    if (!range.empty()) request.SetServerVar("HTTP_RANGE", range);
-    const bool anonymous = user == "anonymous";
-    request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
-    return plyth_test::RunHandler(plyth_services::FilesDownloadFunc, request);
+    Json::Value params(Json::objectValue);
+    params["path"] = "link:" + item.permanent_link;
+    if (!token.empty()) params["sharing_token"] = token;
+    return RunFiles(plyth_services::FilesDownloadFunc, "download", params, user, {{"HTTP_RANGE", range}});
   }
 };
 

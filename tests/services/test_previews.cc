@@ -77,12 +77,8 @@ class Previews : public ServicesTest {
   // A raw-answer method ("preview", "archive", "download") as a visitor, the
   // shared item named by its permanent link, the rest of `params` as given.
   plyth_test::HandlerRun Raw(ZANT::APIHandler handler, const char* method, const Item& shared, Json::Value params) {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, method);
     params["path"] = "link:" + shared.permanent_link;
-    request.SetParams(params);
-    request.SetLogin("anonymous", -1, ZANT::kAuthNone);
-    return plyth_test::RunHandler(handler, request);
+    return RunFiles(handler, method, params);
   }
   static std::string BodyOf(const std::string& answer) {
     std::vector<std::string> lines;
