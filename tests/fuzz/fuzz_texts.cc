@@ -15,7 +15,7 @@ std::string Quoted(const std::string& text) {
   std::string out = "\"";
   for (char c : text) {
     const char* escape = c == '\n' ? "\\n" : c == '\t' ? "\\t" : c == '"' ? "\\\"" : c == '\\' ? "\\\\" : nullptr;
-    escape != nullptr ? out += escape : out += c;
+    out += escape != nullptr ? std::string(escape) : std::string(1, c);
   }
   return out + "\"";
 }
