@@ -1,38 +1,22 @@
 // Black-box tests of entry.cgi: the real program, a throw-away appliance
 // root (scripts/mkroot --with-fixture plus the test module), exact bytes on
 // standard output.
-#include <sys/wait.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <regex>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "blackbox_root.h"
+
 namespace {
 
+using blackbox::Slurp;
+using CgiRun = blackbox::Run;
 using Env = std::map<std::string, std::string>;
-struct CgiRun {
-  int status;  // exit code, or 128 + signal
-  std::string out, err;
-};
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void Shell(const std::string& command) {
-  if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
-}
 
 std::string gRoot;
 
@@ -40,11 +24,10 @@ std::string gRoot;
 class RootEnvironment : public ::testing::Environment {
  public:
   void SetUp() override {
-    char dir[] = "/tmp/host-blackbox-XXXXXX";
-    if (mkdtemp(dir) == nullptr) throw std::runtime_error("mkdtemp");
-    gRoot = dir;
-    Shell(std::string(HOST_MKROOT) + " --with-fixture --stage '" + HOST_STAGE_DIR + "' '" + gRoot + "' >/dev/null");
-    Shell(std::string("cp '") + HOST_TESTMOD + "' '" + gRoot + "/usr/zant/lib/webapi/'");
+    gRoot = blackbox::MakeRoot("host-blackbox", HOST_MKROOT,
+                               std::string("--with-fixture --stage '") + HOST_STAGE_DIR + "'");
+    const std::string copy = std::string("cp '") + HOST_TESTMOD + "' '" + gRoot + "/usr/zant/lib/webapi/'";
+    if (blackbox::RunCommand(copy, gRoot).status != 0) throw std::runtime_error(copy);
     std::ofstream(gRoot + "/usr/zant/lib/webapi/ZANT.Broken.so") << "not a library";
     std::ofstream(gRoot + "/usr/zant/etc/fixture/answers.json") << R"({"answers": [
       {"api": "ZANT.Demo.Files", "version": 1, "method": "get", "params": {"path": "link:P1"},
@@ -52,9 +35,7 @@ class RootEnvironment : public ::testing::Environment {
       {"api": "ZANT.Demo.Files", "version": 1, "method": "get", "params": {"path": "link:P2"},
        "user": "alice", "result": {"success": false, "error": {"code": 1002}}}]})";
   }
-  void TearDown() override {
-    if (getenv("HOST_KEEP_ROOT") == nullptr) Shell("rm -rf '" + gRoot + "'");
-  }
+  void TearDown() override { blackbox::RemoveRoot(gRoot, "HOST_KEEP_ROOT"); }
 };
 const ::testing::Environment* const kEnvironment = ::testing::AddGlobalTestEnvironment(new RootEnvironment);
 
@@ -65,10 +46,8 @@ CgiRun Cgi(const Env& env, const std::string& body = "") {
   std::ofstream(gRoot + "/cgi.in", std::ios::binary) << body;
   std::string command = "env -i";
   for (const auto& var : env) command += " " + Quote(var.first + "=" + var.second);
-  const int status = system((command + " " + gRoot + "/usr/zant/zantman/webapi/entry.cgi <" + gRoot + "/cgi.in >" +
-                             gRoot + "/cgi.out 2>" + gRoot + "/cgi.err").c_str());
-  return CgiRun{WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), Slurp(gRoot + "/cgi.out"),
-                Slurp(gRoot + "/cgi.err")};
+  return blackbox::RunCommand(command + " " + gRoot + "/usr/zant/zantman/webapi/entry.cgi <" + gRoot + "/cgi.in",
+                              gRoot);
 }
 
 Env BaseEnv(const std::string& query) {
