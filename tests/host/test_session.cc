@@ -5,7 +5,6 @@
 
 #include <cstdlib>
 #include <regex>
-#include <tuple>
 #include <vector>
 
 #include "handle_form.h"
@@ -87,12 +86,16 @@ int Allow(ZANT::APIRequest*) { return 1; }
 class SignIn : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (const auto& [name, admin, disabled] : {std::tuple<const char*, bool, bool>{"alice", false, false},
-                                                {"carol", false, true}, {"root_admin", true, false}}) {
+    struct Account {
+      const char* name;
+      bool admin = false, disabled = false;
+    };
+    for (const Account& account : {Account{.name = "alice"}, Account{.name = "carol", .disabled = true},
+                                   Account{.name = "root_admin", .admin = true}}) {
       ZANT::UserDB::User user;
-      user.name = name;
-      user.admin = admin;
-      user.disabled = disabled;
+      user.name = account.name;
+      user.admin = account.admin;
+      user.disabled = account.disabled;
       ASSERT_EQ(ZANT::UserDB::AddUser(&user, "1.50"), ZANT::UserDB::Status::kOk);
     }
     zant_host::RegisterBuiltinAPIs();
