@@ -121,22 +121,23 @@ def ok(data):
 
 
 def test_answers(stack):
-    rows = [  # path, curl options, status, one header, body
-        (ECHO + "echo&a=%22x%22&b=1", [], 200, "Content-Type", 'application/json; charset="UTF-8"',
-         ok('{"a":"x","b":1}')),
-        (ECHO + "echo&a=q", ["--data", "a=body&c=%5B1%5D"], 200, None, None, ok('{"a":"q","c":[1]}')),
-        (ECHO + "raw", [], 200, "Set-Cookie", "raw=1; path=/", "ABC"),
-        (ECHO + "cookie_redirect", [], 302, "Set-Cookie", "a=b; path=/", ""),
-        (ECHO + "redirect", [], 302, "Location", "http://example.test/next?a=1", ""),
-        (ECHO + "denied", [], 200, None, None, '{"error":{"code":105},"success":false}'),
-        ("/d/s/AbC/P1/", [], 200, None, None, ok('{"route":"s2"}')),
-        ("/d/s/AbC", [], 200, None, None, ok('{"route":"s1"}')),
-        ("/d/f/P1?link_id=%22evil%22", [], 200, None, None, ok('{"route":"f"}')),
-        ("/d/f/webapi/entry.cgi?api=ZANT.HostTest&version=1&method=echo", [], 200, None, None, ok("{}")),
+    rows = [  # header: one header of the answer, as (name, value)
+        dict(path=ECHO + "echo&a=%22x%22&b=1", header=("Content-Type", 'application/json; charset="UTF-8"'),
+             body=ok('{"a":"x","b":1}')),
+        dict(path=ECHO + "echo&a=q", options=["--data", "a=body&c=%5B1%5D"], body=ok('{"a":"q","c":[1]}')),
+        dict(path=ECHO + "raw", header=("Set-Cookie", "raw=1; path=/"), body="ABC"),
+        dict(path=ECHO + "cookie_redirect", status=302, header=("Set-Cookie", "a=b; path=/"), body=""),
+        dict(path=ECHO + "redirect", status=302, header=("Location", "http://example.test/next?a=1"), body=""),
+        dict(path=ECHO + "denied", body='{"error":{"code":105},"success":false}'),
+        dict(path="/d/s/AbC/P1/", body=ok('{"route":"s2"}')),
+        dict(path="/d/s/AbC", body=ok('{"route":"s1"}')),
+        dict(path="/d/f/P1?link_id=%22evil%22", body=ok('{"route":"f"}')),
+        dict(path="/d/f/webapi/entry.cgi?api=ZANT.HostTest&version=1&method=echo", body=ok("{}")),
     ]
-    for path, options, status, name, value, body in rows:
-        r = stack.curl(path, *options)
-        expect_eq((r.status, r.headers.get(name), r.text), (status, value, body), path)
+    for row in rows:
+        r = stack.curl(row["path"], *row.get("options", []))
+        name, value = row.get("header", (None, None))
+        expect_eq((r.status, r.headers.get(name), r.text), (row.get("status", 200), value, row["body"]), row["path"])
     for path in ["/d/s/Ab.C/P1", "/d/s/AbC/P1/more", "/d/s/Ab%20C", "/d/x/AbC", "/d/s/", "/d/f/P1/../../../secret.txt",
                  "/secret.txt", "/webapi/other.cgi"]:
         expect_eq(stack.curl(path).status, 404, "status of " + path)
