@@ -2,12 +2,6 @@
 // parameter through the UI-language choice. Every answer is one of the
 // appliance's three-letter codes (or empty where "none" is an answer), and
 // a code maps to itself.
-#include <fuzzer/FuzzedDataProvider.h>
-
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 #include <json/json.h>
 
 #include "fuzz_support.h"
@@ -16,26 +10,19 @@
 namespace {
 
 void CheckCode(const std::string& code, bool emptyAllowed) {
-  if (code.empty()) {
-    FUZZ_CHECK(emptyAllowed);
-    return;
-  }
-  FUZZ_CHECK(code.size() == 3);
-  for (char c : code) FUZZ_CHECK(c >= 'a' && c <= 'z');
+  if (code.empty()) return FUZZ_CHECK(emptyAllowed);
+  FUZZ_CHECK(code.size() == 3 && code.find_first_not_of("abcdefghijklmnopqrstuvwxyz") == std::string::npos);
   FUZZ_CHECK(zant_host::LanguageFromCode(code) == code);
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider in(data, size);
+FUZZ_DATA_TARGET(FuzzedDataProvider& in) {
   const std::string param = in.ConsumeRandomLengthString(80);
   const std::string session = in.ConsumeRandomLengthString(16);
   const std::string header = in.ConsumeRemainingBytesAsString();
-
   CheckCode(zant_host::LanguageFromCode(param), true);
   CheckCode(zant_host::LanguageFromAcceptHeader(header), true);
   CheckCode(zant_host::ChooseUILanguage(Json::Value(param), session, header), false);
   CheckCode(zant_host::ChooseUILanguage(Json::Value(), "", header), false);
-  return 0;
 }

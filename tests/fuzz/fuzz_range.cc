@@ -2,14 +2,6 @@
 // and the whole download answer for a small content. A partial answer lies
 // inside the content; the answer's Content-Length is the number of bytes
 // that follow the head, and those are the bytes the range names.
-#include <fuzzer/FuzzedDataProvider.h>
-
-#include <cstddef>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <string>
-
 #include "download.h"
 #include "fuzz_support.h"
 
@@ -20,11 +12,8 @@ using plyth_services::RangeAnswer;
 
 void CheckRange(const std::string& header, uint64_t size) {
   ByteRange range;
-  const RangeAnswer answer = plyth_services::ParseRange(header, size, &range);
-  if (answer == RangeAnswer::kPartial) {
-    FUZZ_CHECK(size > 0);
-    FUZZ_CHECK(range.first <= range.last);
-    FUZZ_CHECK(range.last < size);
+  if (plyth_services::ParseRange(header, size, &range) == RangeAnswer::kPartial) {
+    FUZZ_CHECK(size > 0 && range.first <= range.last && range.last < size);
   }
 }
 
@@ -37,7 +26,9 @@ std::string HeaderValue(const std::string& head, const std::string& name) {
   return head.substr(at, head.find("\r\n", at) - at);
 }
 
-void CheckDownload(const std::string& name, const std::string& content, const std::string& header) {
+// The answer of WriteDownload: its head (with the last line's CRLF) and what follows.
+std::pair<std::string, std::string> Download(const std::string& name, const std::string& content,
+                                             const std::string& header) {
   char* answer = nullptr;
   size_t answerSize = 0;
   FILE* out = open_memstream(&answer, &answerSize);
@@ -48,18 +39,27 @@ void CheckDownload(const std::string& name, const std::string& content, const st
   std::fclose(out);
   const std::string text(answer, answerSize);
   std::free(answer);
-
   const size_t end = text.find("\r\n\r\n");
   FUZZ_CHECK(end != std::string::npos);
-  const std::string head = text.substr(0, end + 2);
-  const std::string sent = text.substr(end + 4);
+  return {text.substr(0, end + 2), text.substr(end + 4)};
+}
+
+}  // namespace
+
+FUZZ_DATA_TARGET(FuzzedDataProvider& in) {
+  const std::string name = in.ConsumeRandomLengthString(64);
+  const std::string content = in.ConsumeRandomLengthString(256);
+  const uint64_t bigSize = in.ConsumeIntegral<uint64_t>();
+  const std::string header = in.ConsumeRemainingBytesAsString();
+  CheckRange(header, bigSize);
+  CheckRange(header, 0);
+
+  const auto [head, sent] = Download(name, content, header);
   // No byte of the name may end a header line early.
   for (unsigned char c : head.substr(0, head.size() - 2)) {
-    if (c == '\r' || c == '\n') continue;
-    FUZZ_CHECK(c >= 0x20 && c != 0x7f);
+    FUZZ_CHECK(c == '\r' || c == '\n' || (c >= 0x20 && c != 0x7f));
   }
   FUZZ_CHECK(HeaderValue(head, "Content-Length") == std::to_string(sent.size()));
-
   ByteRange range;
   switch (plyth_services::ParseRange(header, content.size(), &range)) {
     case RangeAnswer::kPartial:
@@ -67,27 +67,10 @@ void CheckDownload(const std::string& name, const std::string& content, const st
       FUZZ_CHECK(sent == content.substr(range.first, range.last - range.first + 1));
       break;
     case RangeAnswer::kWhole:
-      FUZZ_CHECK(HeaderValue(head, "Status") == "200 OK");
-      FUZZ_CHECK(sent == content);
+      FUZZ_CHECK(HeaderValue(head, "Status") == "200 OK" && sent == content);
       break;
     case RangeAnswer::kUnsatisfiable:
-      FUZZ_CHECK(HeaderValue(head, "Status") == "416 Range Not Satisfiable");
-      FUZZ_CHECK(sent.empty());
+      FUZZ_CHECK(HeaderValue(head, "Status") == "416 Range Not Satisfiable" && sent.empty());
       break;
   }
-}
-
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider in(data, size);
-  const std::string name = in.ConsumeRandomLengthString(64);
-  const std::string content = in.ConsumeRandomLengthString(256);
-  const uint64_t bigSize = in.ConsumeIntegral<uint64_t>();
-  const std::string header = in.ConsumeRemainingBytesAsString();
-
-  CheckRange(header, bigSize);
-  CheckRange(header, 0);
-  CheckDownload(name, content, header);
-  return 0;
 }

@@ -2,12 +2,7 @@
 // end points. Any table answers 0 and one of the three connection types;
 // the domain suffixes are the defaults or a 16-character lower-case
 // ".name".
-#include <fuzzer/FuzzedDataProvider.h>
-
 #include <cctype>
-#include <cstddef>
-#include <cstdint>
-#include <string>
 
 #include "fuzz_support.h"
 #include "zant/relay.h"
@@ -21,20 +16,15 @@ void CheckSuffix(const std::string& suffix) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider in(data, size);
-  std::string endpoints[4];
-  for (std::string& endpoint : endpoints) endpoint = in.ConsumeRandomLengthString(24);
+FUZZ_DATA_TARGET(FuzzedDataProvider& in) {
+  std::string ends[4];
+  for (std::string& end : ends) end = in.ConsumeRandomLengthString(24);
   plyth_fuzz::WriteApplianceFile("/usr/zant/etc/relay/relay.conf", in.ConsumeRandomLengthString(256));
   plyth_fuzz::WriteApplianceFile("/usr/zant/etc/relay/connections", in.ConsumeRemainingBytesAsString());
-
   int type = 0;
-  FUZZ_CHECK(ZANTRelayServiceGetConnectionTypeByAddr(endpoints[0].c_str(), endpoints[1].c_str(),
-                                                     endpoints[2].c_str(), endpoints[3].c_str(),
-                                                     &type) == 0);
-  FUZZ_CHECK(type == ZANT_RELAY_CONN_DIRECT || type == ZANT_RELAY_CONN_RELAY ||
-             type == ZANT_RELAY_CONN_TUNNEL);
+  FUZZ_CHECK(ZANTRelayServiceGetConnectionTypeByAddr(ends[0].c_str(), ends[1].c_str(), ends[2].c_str(),
+                                                     ends[3].c_str(), &type) == 0);
+  FUZZ_CHECK(type == ZANT_RELAY_CONN_DIRECT || type == ZANT_RELAY_CONN_RELAY || type == ZANT_RELAY_CONN_TUNNEL);
   CheckSuffix(ZANT::RelayGlobalSuffix());
   CheckSuffix(ZANT::RelayChinaSuffix());
-  return 0;
 }

@@ -1,10 +1,6 @@
 // libFuzzer target: a UI texts file ("strings") through the texts parser.
 // The result is sections of string texts, and the texts written back in the
 // file's own format read back to the same result.
-#include <cstddef>
-#include <cstdint>
-#include <string>
-
 #include <json/json.h>
 
 #include "fuzz_support.h"
@@ -18,13 +14,8 @@ const char kDirectory[] = "/texts/enu";
 std::string Quoted(const std::string& text) {
   std::string out = "\"";
   for (char c : text) {
-    switch (c) {
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      default: out += c; break;
-    }
+    const char* escape = c == '\n' ? "\\n" : c == '\t' ? "\\t" : c == '"' ? "\\\"" : c == '\\' ? "\\\\" : nullptr;
+    out += escape != nullptr ? std::string(escape) : std::string(1, c);
   }
   return out + "\"";
 }
@@ -42,20 +33,16 @@ std::string Written(const Json::Value& texts) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  plyth_fuzz::WriteApplianceFile(std::string(kDirectory) + "/strings",
-                                 std::string(reinterpret_cast<const char*>(data), size));
+FUZZ_TEXT_TARGET(const std::string& bytes) {
+  plyth_fuzz::WriteApplianceFile(std::string(kDirectory) + "/strings", bytes);
   const Json::Value texts = ZANT::QRT::LocalizedStringParser::ParseTexts(kDirectory);
   FUZZ_CHECK(texts.isObject());
   for (const std::string& section : texts.getMemberNames()) {
-    FUZZ_CHECK(!section.empty());
-    FUZZ_CHECK(texts[section].isObject());
+    FUZZ_CHECK(!section.empty() && texts[section].isObject());
     for (const std::string& key : texts[section].getMemberNames()) {
-      FUZZ_CHECK(!key.empty());
-      FUZZ_CHECK(texts[section][key].isString());
+      FUZZ_CHECK(!key.empty() && texts[section][key].isString());
     }
   }
   plyth_fuzz::WriteApplianceFile(std::string(kDirectory) + "/strings", Written(texts));
   FUZZ_CHECK(ZANT::QRT::LocalizedStringParser::ParseTexts(kDirectory) == texts);
-  return 0;
 }

@@ -1,38 +1,22 @@
 // Black-box tests of entry.cgi: the real program, a throw-away appliance
 // root (scripts/mkroot --with-fixture plus the test module), exact bytes on
 // standard output.
-#include <sys/wait.h>
-
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <regex>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "blackbox_root.h"
+
 namespace {
 
+using blackbox::Slurp;
+using CgiRun = blackbox::Run;
 using Env = std::map<std::string, std::string>;
-struct CgiRun {
-  int status;  // exit code, or 128 + signal
-  std::string out, err;
-};
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-void Shell(const std::string& command) {
-  if (system(command.c_str()) != 0) throw std::runtime_error("failed: " + command);
-}
 
 std::string gRoot;
 
@@ -40,11 +24,10 @@ std::string gRoot;
 class RootEnvironment : public ::testing::Environment {
  public:
   void SetUp() override {
-    char dir[] = "/tmp/host-blackbox-XXXXXX";
-    if (mkdtemp(dir) == nullptr) throw std::runtime_error("mkdtemp");
-    gRoot = dir;
-    Shell(std::string(HOST_MKROOT) + " --with-fixture --stage '" + HOST_STAGE_DIR + "' '" + gRoot + "' >/dev/null");
-    Shell(std::string("cp '") + HOST_TESTMOD + "' '" + gRoot + "/usr/zant/lib/webapi/'");
+    gRoot = blackbox::MakeRoot("host-blackbox", HOST_MKROOT,
+                               std::string("--with-fixture --stage '") + HOST_STAGE_DIR + "'");
+    const std::string copy = std::string("cp '") + HOST_TESTMOD + "' '" + gRoot + "/usr/zant/lib/webapi/'";
+    if (blackbox::RunCommand(copy, gRoot).status != 0) throw std::runtime_error(copy);
     std::ofstream(gRoot + "/usr/zant/lib/webapi/ZANT.Broken.so") << "not a library";
     std::ofstream(gRoot + "/usr/zant/etc/fixture/answers.json") << R"({"answers": [
       {"api": "ZANT.Demo.Files", "version": 1, "method": "get", "params": {"path": "link:P1"},
@@ -52,9 +35,7 @@ class RootEnvironment : public ::testing::Environment {
       {"api": "ZANT.Demo.Files", "version": 1, "method": "get", "params": {"path": "link:P2"},
        "user": "alice", "result": {"success": false, "error": {"code": 1002}}}]})";
   }
-  void TearDown() override {
-    if (getenv("HOST_KEEP_ROOT") == nullptr) Shell("rm -rf '" + gRoot + "'");
-  }
+  void TearDown() override { blackbox::RemoveRoot(gRoot, "HOST_KEEP_ROOT"); }
 };
 const ::testing::Environment* const kEnvironment = ::testing::AddGlobalTestEnvironment(new RootEnvironment);
 
@@ -65,10 +46,8 @@ CgiRun Cgi(const Env& env, const std::string& body = "") {
   std::ofstream(gRoot + "/cgi.in", std::ios::binary) << body;
   std::string command = "env -i";
   for (const auto& var : env) command += " " + Quote(var.first + "=" + var.second);
-  const int status = system((command + " " + gRoot + "/usr/zant/zantman/webapi/entry.cgi <" + gRoot + "/cgi.in >" +
-                             gRoot + "/cgi.out 2>" + gRoot + "/cgi.err").c_str());
-  return CgiRun{WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), Slurp(gRoot + "/cgi.out"),
-                Slurp(gRoot + "/cgi.err")};
+  return blackbox::RunCommand(command + " " + gRoot + "/usr/zant/zantman/webapi/entry.cgi <" + gRoot + "/cgi.in",
+                              gRoot);
 }
 
 Env BaseEnv(const std::string& query) {
@@ -94,17 +73,10 @@ std::string Pad(size_t size) { return std::string(size - kPadHead.size(), 'x'); 
 struct Row {
   const char* name;
   std::string query;
-  const char* body;  // nullptr: a GET; else a POST of a form body
+  const char* body = nullptr;  // nullptr: a GET; else a POST of a form body
+  Env extra = {};              // replaces variables of the same name
   std::string expected;
-  Env extra;  // replaces variables of the same name
 };
-Row Get(const char* name, const std::string& query, const std::string& expected, const Env& extra = {}) {
-  return Row{name, query, nullptr, expected, extra};
-}
-Row Post(const char* name, const std::string& query, const char* body, const std::string& expected,
-         const Env& extra = {}) {
-  return Row{name, query, body, expected, extra};
-}
 
 class Answers : public ::testing::TestWithParam<Row> {};
 
@@ -129,48 +101,66 @@ const std::string kDemo = "api=ZANT.Demo.Files&version=1&method=get&path=";
 INSTANTIATE_TEST_SUITE_P(
     EntryCgi, Answers,
     ::testing::Values(
-        Get("decoding", kTest + "echo&a=%22abc%22&b=abc&c=1&d=%7B%22x%22%3A%5B1%2Ctrue%5D%7D&e=a+b%20c"
-                        "&f=00123&g=&h&i=null&j=%5B1%2C%5D&l=-0.5e3&a=2&&",
-            Ok("{\"a\":\"abc\",\"b\":\"abc\",\"c\":1,\"d\":{\"x\":[1,true]},\"e\":\"a b c\",\"f\":\"00123\","
-               "\"g\":\"\",\"h\":\"\",\"i\":null,\"j\":\"[1,]\",\"l\":-500.0}")),
-        Get("selectors_as_json_strings", "api=%22ZANT.HostTest%22&version=%221%22&method=%22echo%22", Ok("{}")),
-        Get("second_version", "api=ZANT.HostTest&version=2&method=echo", Ok("\"version 2\"")),
-        Post("query_before_body", kTest + "echo&a=query", "b=%22x%22&a=body", Ok("{\"a\":\"query\",\"b\":\"x\"}"),
-             {{"CONTENT_TYPE", "Application/X-WWW-Form-Urlencoded; charset=UTF-8"}}),
-        Post("selectors_in_unsized_body", "", "api=ZANT.HostTest&version=1&method=echo&x=%5B%5D",
-             Ok("{\"x\":[]}"), {{"CONTENT_LENGTH", ""}}),
-        Post("binary_body", kTest + "echo", "a=\x01\x02", Ok("{\"a\":\"\\u0001\\u0002\"}")),
-        Get("binary_cookies", kTest + "echo", Ok("{}"),
-            {{"HTTP_COOKIE", "\x01\x7f\xfe=1; a=\xff\xfe\x80; ;;=; b=\x1b[0m; \xc3\xa9=2"}}),
-        Get("query_of_64_kib", kPadHead + Pad(65536), Ok("{\"pad\":\"" + Pad(65536) + "\"}")),
-        Get("query_over_64_kib", kPadHead + Pad(65537), Error(108)),
-        Get("cookie_over_64_kib", kTest + "echo", Error(108), {{"HTTP_COOKIE", "a=" + std::string(65535, 'c')}}),
-        Post("body_of_1_mib", "", kBodyOfMiB.c_str(), Ok("{\"pad\":\"" + Pad(1048576) + "\"}")),
-        Post("length_over_1_mib", kTest + "echo", "", Error(108), {{"CONTENT_LENGTH", "1048577"}}),
-        Post("body_over_1_mib_unsized", kTest + "echo", kOverMiB.c_str(), Error(108), {{"CONTENT_LENGTH", ""}}),
-        Post("length_not_a_number", kTest + "echo", "a=1", Error(101), {{"CONTENT_LENGTH", "3a"}}),
-        Get("bad_escape_in_query", kTest + "echo&a=%zz", Error(101)),
-        Post("bad_escape_in_body", kTest + "echo", "a=%%", Error(101)),
-        Get("empty_request", "", Error(101)),
-        Get("unknown_api", "api=ZANT.Nope&version=1&method=echo", Error(102)),
-        Get("unknown_method", kTest + "nope", Error(103)),
-        Get("unsupported_version", "api=ZANT.HostTest&version=3&method=echo", Error(104)),
-        Get("check_answers_0", kTest + "denied", Error(105)),
-        Get("check_answers_2", kTest + "two", Error(105)),
-        Get("no_check_row", kTest + "nocheck", Error(105)),
-        Get("handler_error", kTest + "error", Error(117)),
-        Get("handler_without_answer", kTest + "noanswer", Error(100)),
-        Get("redirect", kTest + "redirect", "Status: 302 Found\r\nLocation: http://example.test/next?a=1\r\n\r\n"),
-        Get("raw_cookie_line_then_redirect", kTest + "cookie_redirect",
-            "Set-Cookie: a=b; path=/\r\nStatus: 302 Found\r\nLocation: http://example.test/landing\r\n\r\n"),
-        Get("raw_output", kTest + "raw", "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"),
-        Get("script_breaking_link_refused",
-            kShard + "getjs&permanent_link=%22%7D%3Bdocument.title%3D%22X%22%3Bif(0)%7B%22", kRefused),
-        Post("quote_in_posted_link_refused", "", "api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=a%22b",
-             kRefused),
-        Get("fixture_answer", kDemo + "%22link:P1%22", Ok("{\"name\":\"report.kdoc\"}")),
-        Get("fixture_params_differ", kDemo + "link:P1&x=1", Error(119)),
-        Get("fixture_user_differs", kDemo + "link:P2", Error(119))),
+        Row{.name = "decoding",
+            .query = kTest + "echo&a=%22abc%22&b=abc&c=1&d=%7B%22x%22%3A%5B1%2Ctrue%5D%7D&e=a+b%20c"
+                             "&f=00123&g=&h&i=null&j=%5B1%2C%5D&l=-0.5e3&a=2&&",
+            .expected = Ok(
+                "{\"a\":\"abc\",\"b\":\"abc\",\"c\":1,\"d\":{\"x\":[1,true]},\"e\":\"a b c\",\"f\":\"00123\","
+                "\"g\":\"\",\"h\":\"\",\"i\":null,\"j\":\"[1,]\",\"l\":-500.0}")},
+        Row{.name = "selectors_as_json_strings", .query = "api=%22ZANT.HostTest%22&version=%221%22&method=%22echo%22",
+            .expected = Ok("{}")},
+        Row{.name = "second_version", .query = "api=ZANT.HostTest&version=2&method=echo",
+            .expected = Ok("\"version 2\"")},
+        Row{.name = "query_before_body", .query = kTest + "echo&a=query", .body = "b=%22x%22&a=body",
+            .extra = {{"CONTENT_TYPE", "Application/X-WWW-Form-Urlencoded; charset=UTF-8"}},
+            .expected = Ok("{\"a\":\"query\",\"b\":\"x\"}")},
+        Row{.name = "selectors_in_unsized_body", .query = "",
+            .body = "api=ZANT.HostTest&version=1&method=echo&x=%5B%5D",
+            .extra = {{"CONTENT_LENGTH", ""}}, .expected = Ok("{\"x\":[]}")},
+        Row{.name = "binary_body", .query = kTest + "echo", .body = "a=\x01\x02",
+            .expected = Ok("{\"a\":\"\\u0001\\u0002\"}")},
+        Row{.name = "binary_cookies", .query = kTest + "echo",
+            .extra = {{"HTTP_COOKIE", "\x01\x7f\xfe=1; a=\xff\xfe\x80; ;;=; b=\x1b[0m; \xc3\xa9=2"}},
+            .expected = Ok("{}")},
+        Row{.name = "query_of_64_kib", .query = kPadHead + Pad(65536),
+            .expected = Ok("{\"pad\":\"" + Pad(65536) + "\"}")},
+        Row{.name = "query_over_64_kib", .query = kPadHead + Pad(65537), .expected = Error(108)},
+        Row{.name = "cookie_over_64_kib", .query = kTest + "echo",
+            .extra = {{"HTTP_COOKIE", "a=" + std::string(65535, 'c')}}, .expected = Error(108)},
+        Row{.name = "body_of_1_mib", .query = "", .body = kBodyOfMiB.c_str(),
+            .expected = Ok("{\"pad\":\"" + Pad(1048576) + "\"}")},
+        Row{.name = "length_over_1_mib", .query = kTest + "echo", .body = "", .extra = {{"CONTENT_LENGTH", "1048577"}},
+            .expected = Error(108)},
+        Row{.name = "body_over_1_mib_unsized", .query = kTest + "echo", .body = kOverMiB.c_str(),
+            .extra = {{"CONTENT_LENGTH", ""}}, .expected = Error(108)},
+        Row{.name = "length_not_a_number", .query = kTest + "echo", .body = "a=1", .extra = {{"CONTENT_LENGTH", "3a"}},
+            .expected = Error(101)},
+        Row{.name = "bad_escape_in_query", .query = kTest + "echo&a=%zz", .expected = Error(101)},
+        Row{.name = "bad_escape_in_body", .query = kTest + "echo", .body = "a=%%", .expected = Error(101)},
+        Row{.name = "empty_request", .query = "", .expected = Error(101)},
+        Row{.name = "unknown_api", .query = "api=ZANT.Nope&version=1&method=echo", .expected = Error(102)},
+        Row{.name = "unknown_method", .query = kTest + "nope", .expected = Error(103)},
+        Row{.name = "unsupported_version", .query = "api=ZANT.HostTest&version=3&method=echo", .expected = Error(104)},
+        Row{.name = "check_answers_0", .query = kTest + "denied", .expected = Error(105)},
+        Row{.name = "check_answers_2", .query = kTest + "two", .expected = Error(105)},
+        Row{.name = "no_check_row", .query = kTest + "nocheck", .expected = Error(105)},
+        Row{.name = "handler_error", .query = kTest + "error", .expected = Error(117)},
+        Row{.name = "handler_without_answer", .query = kTest + "noanswer", .expected = Error(100)},
+        Row{.name = "redirect", .query = kTest + "redirect",
+            .expected = "Status: 302 Found\r\nLocation: http://example.test/next?a=1\r\n\r\n"},
+        Row{.name = "raw_cookie_line_then_redirect", .query = kTest + "cookie_redirect",
+            .expected =
+                "Set-Cookie: a=b; path=/\r\nStatus: 302 Found\r\nLocation: http://example.test/landing\r\n\r\n"},
+        Row{.name = "raw_output", .query = kTest + "raw",
+            .expected = "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"},
+        Row{.name = "script_breaking_link_refused",
+            .query = kShard + "getjs&permanent_link=%22%7D%3Bdocument.title%3D%22X%22%3Bif(0)%7B%22",
+            .expected = kRefused},
+        Row{.name = "quote_in_posted_link_refused", .query = "",
+            .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=a%22b", .expected = kRefused},
+        Row{.name = "fixture_answer", .query = kDemo + "%22link:P1%22", .expected = Ok("{\"name\":\"report.kdoc\"}")},
+        Row{.name = "fixture_params_differ", .query = kDemo + "link:P1&x=1", .expected = Error(119)},
+        Row{.name = "fixture_user_differs", .query = kDemo + "link:P2", .expected = Error(119)}),
     [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
 
 TEST(EntryCgi, FixtureLogsEveryCall) {

@@ -4,8 +4,12 @@ and guessers reach them: first visits that write nothing, wrong passwords
 counted per client address (a second loopback address stands for another
 client), bursts of guesses that record exactly the limit, and tokens and
 links that end with a password change or the owner's account."""
-import argparse, http.client, json, os, shutil, socket, sqlite3, subprocess, sys, tempfile, time, urllib.parse
+import http.client, json, os, socket, sqlite3, subprocess, sys, time, urllib.parse
+from collections import Counter
 from concurrent.futures import ThreadPoolExecutor
+
+import stack as base
+from stack import expect_eq
 
 STORE = "/var/packages/BrindlexPlyth/target/var/plyth.db"
 SIGN_IN_FAILURES = "/var/lib/zant/sessions/sign-in-failures.db"
@@ -16,21 +20,11 @@ GUESSER, RECIPIENT = "127.0.0.1", "127.0.0.2"
 LIMIT = 5
 
 
-class Stack:
+class Stack(base.Stack):
     def __init__(self, args):
-        self.args = args
-        self.root = tempfile.mkdtemp(prefix="links-integration-")
-        os.chmod(self.root, 0o755)  # the service user must reach it
-        self.socket = self.root + "/run/zant-webapid.sock"
-        self.port, self.daemon, self.nginx = free_port(), None, None
+        super().__init__(args, "links-integration-")
         # Started as root, the server runs as www-data: the store must be its.
         self.service_user = "www-data" if os.geteuid() == 0 else ""
-        subprocess.run([args.source + "/scripts/mkroot", "--stage", args.stage, self.root], check=True,
-                       stdout=subprocess.DEVNULL)
-        os.makedirs(self.root + "/run/nginx", exist_ok=True)
-        with open(self.root + "/run/nginx.conf", "w") as f:
-            f.write(subprocess.run([args.source + "/deploy/render-nginx-conf", "--root", self.root, "--port",
-                                    str(self.port)], check=True, capture_output=True, text=True).stdout)
 
     def plythctl(self, *words, stdin=""):
         done = subprocess.run([self.root + "/usr/zant/bin/plythctl", "--root", self.root, *words], input=stdin,
@@ -41,21 +35,14 @@ class Stack:
         return done.stdout.strip()
 
     def start(self):
-        self.daemon = subprocess.Popen([self.root + "/usr/zant/bin/zant-webapid", "--root", self.root, "--socket",
-                                        self.socket, "--workers", "6"], cwd=self.root, stdout=subprocess.DEVNULL,
-                                       stderr=open(self.root + "/webapid.stderr", "ab"))
-        wait_for(lambda: connects(socket.AF_UNIX, self.socket), "zant-webapid socket")
-        self.nginx = subprocess.Popen([self.args.nginx, "-p", self.root + "/run/nginx", "-c",
-                                       self.root + "/run/nginx.conf", "-e", "stderr"], stderr=subprocess.DEVNULL)
-        wait_for(lambda: connects(socket.AF_INET, ("127.0.0.1", self.port)), "nginx port")
+        self.plythctl("user", "add", "alice", "--password", "alice")
+        self.plythctl("file", "add", "alice", "/locked.txt")
+        self.open_link = self.plythctl("file", "add", "alice", "/open.txt").split("\t")[1]
+        super().start()
 
-    def stop(self):
-        for proc in (self.nginx, self.daemon):
-            if proc and proc.poll() is None:
-                proc.terminate()
-                proc.wait(10)
-        if not os.environ.get("HOST_KEEP_ROOT"):
-            shutil.rmtree(self.root, ignore_errors=True)
+    def start_daemon(self):
+        self.daemon = self.run_daemon("--workers", "6")
+        base.wait_for(lambda: base.connects(socket.AF_UNIX, self.socket), "zant-webapid socket")
 
     def client(self, source=GUESSER):
         """A keep-alive connection from `source`; nginx passes it as REMOTE_ADDR."""
@@ -89,42 +76,8 @@ class Client:
         self.connection.close()
 
 
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
-
-
-def connects(family, address):
-    try:
-        with socket.socket(family) as s:
-            s.connect(address)
-        return True
-    except OSError:
-        return False
-
-
-def wait_for(condition, what, seconds=10):
-    deadline = time.time() + seconds
-    while not condition():
-        expect_eq(time.time() < deadline, True, "waiting for " + what)
-        time.sleep(0.05)
-
-
-def expect_eq(actual, expected, what):
-    if actual != expected:
-        raise AssertionError("%s: expected %r, got %r" % (what, expected, actual))
-
-
 def code(answer):
     return 0 if answer.get("success") else answer["error"]["code"]
-
-
-def tally(codes):
-    counts = {}
-    for c in codes:
-        counts[c] = counts.get(c, 0) + 1
-    return counts
 
 
 def burst(stack, fields, attempts=50, connections=16):
@@ -137,7 +90,7 @@ def burst(stack, fields, attempts=50, connections=16):
             client.close()
     shares = [attempts // connections + (i < attempts % connections) for i in range(connections)]
     with ThreadPoolExecutor(connections) as pool:
-        return tally(c for codes in pool.map(run, shares) for c in codes)
+        return dict(Counter(c for codes in pool.map(run, shares) for c in codes))
 
 
 def test_first_visits_write_nothing(stack):
@@ -156,7 +109,7 @@ def test_first_visits_write_nothing(stack):
         return seen
     with ThreadPoolExecutor(4) as pool:
         answers = [a for part in pool.map(visit, [visits // 4] * 4) for a in part]
-    expect_eq(tally(answers), {(200, "plyth-sharing-" + share): visits}, "every first visit gets its cookie")
+    expect_eq(dict(Counter(answers)), {(200, "plyth-sharing-" + share): visits}, "every first visit gets its cookie")
     expect_eq(stack.store_bytes(), before, "database and log bytes after %d first visits" % visits)
 
 
@@ -164,7 +117,7 @@ def test_wrong_link_passwords_count_per_address(stack):
     share = stack.plythctl("share", "make", "alice:/locked.txt", "--password", "right")
     guesser = stack.client(GUESSER)
     codes = [code(guesser.call(dict(AUTH, sharing_link=share, password="wrong%d" % i))) for i in range(100)]
-    expect_eq(tally(codes), {1037: LIMIT, 1039: 100 - LIMIT}, "100 wrong passwords from one address")
+    expect_eq(dict(Counter(codes)), {1037: LIMIT, 1039: 100 - LIMIT}, "100 wrong passwords from one address")
     expect_eq(code(guesser.call(dict(AUTH, sharing_link=share, password="right"))), 1039, "that address, later")
     answer = stack.client(RECIPIENT).call(dict(AUTH, sharing_link=share, password="right"))
     expect_eq((code(answer), answer["data"]["sharing_token"].split(".")[0]), (0, share), "the recipient elsewhere")
@@ -173,7 +126,7 @@ def test_wrong_link_passwords_count_per_address(stack):
 def test_wrong_account_passwords_count_per_address(stack):
     guesser = stack.client(GUESSER)
     codes = [code(guesser.call(dict(LOGIN, account="alice", passwd="wrong%d" % i))) for i in range(100)]
-    expect_eq(tally(codes), {400: LIMIT, 121: 100 - LIMIT}, "100 wrong account passwords from one address")
+    expect_eq(dict(Counter(codes)), {400: LIMIT, 121: 100 - LIMIT}, "100 wrong account passwords from one address")
     expect_eq(code(guesser.call(dict(LOGIN, account="alice", passwd="alice"))), 121, "that address, later")
     answer = stack.client(RECIPIENT).call(dict(LOGIN, account="alice", passwd="alice"))
     expect_eq((code(answer), answer["data"]["account"]), (0, "alice"), "the owner elsewhere")
@@ -223,32 +176,8 @@ def test_removed_account_links_are_unknown(stack):
     expect_eq((code(signed_in), sessions()), (0, before - 1), "carol's session file removed")
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    for option in ("--source", "--stage", "--nginx"):
-        parser.add_argument(option, required=True)
-    stack, failed = Stack(parser.parse_args()), 0
-    try:
-        stack.plythctl("user", "add", "alice", "--password", "alice")
-        stack.plythctl("file", "add", "alice", "/locked.txt")
-        stack.open_link = stack.plythctl("file", "add", "alice", "/open.txt").split("\t")[1]
-        stack.start()
-        for test in [test_first_visits_write_nothing, test_wrong_link_passwords_count_per_address,
-                     test_wrong_account_passwords_count_per_address, test_bursts_record_exactly_the_limit,
-                     test_password_change_ends_old_tokens, test_removed_account_links_are_unknown]:
-            began = time.time()
-            try:
-                test(stack)
-                print("PASS %s (%.1f s)" % (test.__name__, time.time() - began))
-            except Exception as error:  # report every test, then fail
-                failed += 1
-                print("FAIL %s: %s" % (test.__name__, error))
-    finally:
-        stack.stop()
-    if failed:
-        print("zant-webapid's output is in the root's webapid.stderr (HOST_KEEP_ROOT=1 keeps it)")
-    return 1 if failed else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(base.main(Stack, (), [
+        test_first_visits_write_nothing, test_wrong_link_passwords_count_per_address,
+        test_wrong_account_passwords_count_per_address, test_bursts_record_exactly_the_limit,
+        test_password_change_ends_old_tokens, test_removed_account_links_are_unknown]))

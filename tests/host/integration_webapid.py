@@ -4,8 +4,11 @@ answers and routes, the front door's refusals and security headers, a
 crashing and a hanging worker (every other request still answered), clients
 that never send their request, a master killed with SIGKILL and its
 successor, and the graceful stop on SIGTERM."""
-import argparse, json, os, pwd, re, shutil, signal, socket, subprocess, sys, tempfile, time
+import json, os, pwd, re, shutil, signal, socket, subprocess, sys, time
 from concurrent.futures import ThreadPoolExecutor
+
+import stack as base
+from stack import expect_eq, wait_for
 
 ECHO = "/webapi/entry.cgi?api=ZANT.HostTest&version=1&method="
 READ_TIMEOUT = 2
@@ -20,26 +23,16 @@ class Response:
         self.headers = dict(line.split(": ", 1) for line in lines[1:] if ": " in line)
 
 
-class Stack:
+class Stack(base.Stack):
     def __init__(self, args):
-        self.root = tempfile.mkdtemp(prefix="host-integration-")
-        os.chmod(self.root, 0o755)  # the service user must reach it
-        self.socket = self.root + "/run/zant-webapid.sock"
-        self.port, self.args, self.daemon, self.nginx = free_port(), args, None, None
-        subprocess.run([args.source + "/scripts/mkroot", "--with-fixture", "--stage", args.stage, self.root],
-                       check=True, stdout=subprocess.DEVNULL)
+        super().__init__(args, "host-integration-", ["--with-fixture"])
         shutil.copy(args.test_module, self.root + "/usr/zant/lib/webapi/")
         answers = [dict(SHARD, params=params, result={"success": True, "data": {"route": route}})
                    for params, route in [({"sharing_link": "AbC", "link_id": "P1"}, "s2"),
                                          ({"sharing_link": "AbC"}, "s1"), ({"link_id": "P1"}, "f")]]
-        with open(self.root + "/usr/zant/etc/fixture/answers.json", "w") as f:
-            json.dump({"answers": answers}, f)
-        with open(self.root + "/usr/zant/etc/security.conf", "w") as f:
-            f.write('# framing\n  x_frame_options = "DENY" \nx_frame_options="SAMEORIGIN"\ncontent_security_policy=""\n')
-        os.makedirs(self.root + "/run/nginx", exist_ok=True)
-        with open(self.root + "/run/nginx.conf", "w") as f:
-            f.write(subprocess.run([args.source + "/deploy/render-nginx-conf", "--root", self.root, "--port",
-                                    str(self.port)], check=True, capture_output=True, text=True).stdout)
+        self.write("/usr/zant/etc/fixture/answers.json", json.dumps({"answers": answers}))
+        self.write("/usr/zant/etc/security.conf",
+                   '# framing\n  x_frame_options = "DENY" \nx_frame_options="SAMEORIGIN"\ncontent_security_policy=""\n')
 
     def log(self):
         try:
@@ -49,10 +42,7 @@ class Stack:
             return ""
 
     def run_daemon(self):
-        return subprocess.Popen([self.root + "/usr/zant/bin/zant-webapid", "--root", self.root, "--socket",
-                                 self.socket, "--workers", "2", "--timeout", "3", "--read-timeout", str(READ_TIMEOUT)],
-                                cwd=self.root, stdout=subprocess.DEVNULL,
-                                stderr=open(self.root + "/webapid.stderr", "ab"))
+        return super().run_daemon("--workers", "2", "--timeout", "3", "--read-timeout", str(READ_TIMEOUT))
 
     def start_daemon(self):
         """Starts a master and waits until it listens. Its log line tells, not a
@@ -61,20 +51,6 @@ class Stack:
         starts = self.log().count("listening on")
         self.daemon = self.run_daemon()
         wait_for(lambda: self.log().count("listening on") > starts, "zant-webapid listening")
-
-    def start(self):
-        self.start_daemon()
-        self.nginx = subprocess.Popen([self.args.nginx, "-p", self.root + "/run/nginx", "-c",
-                                       self.root + "/run/nginx.conf", "-e", "stderr"], stderr=subprocess.DEVNULL)
-        wait_for(lambda: connects(socket.AF_INET, ("127.0.0.1", self.port)), "nginx port")
-
-    def stop(self):
-        for proc in (self.nginx, self.daemon):
-            if proc and proc.poll() is None:
-                proc.terminate()
-                proc.wait(10)
-        if not os.environ.get("HOST_KEEP_ROOT"):
-            shutil.rmtree(self.root, ignore_errors=True)
 
     def raw(self, request):
         """Sends `request` (bytes) as it is and reads the answer to the end."""
@@ -116,31 +92,23 @@ def status_field(pid, name):
     return None if fields.get("State", "").startswith("Z") else fields.get(name)
 
 
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
+def alive(workers):
+    return [pid for pid in workers if status_field(pid, "State") is not None]
 
 
-def connects(family, address):
+def wait_gone(workers, what, seconds):
+    """Waits until every one of `workers` is gone; kills what is left either way."""
     try:
-        with socket.socket(family) as s:
-            s.connect(address)
-        return True
-    except OSError:
-        return False
+        wait_for(lambda: not alive(workers), what, seconds=seconds)
+    finally:
+        for pid in alive(workers):
+            os.kill(pid, signal.SIGKILL)
 
 
-def wait_for(condition, what, seconds=10):
-    deadline = time.time() + seconds
-    while not condition():
-        expect_eq(time.time() < deadline, True, "waiting for " + what)
-        time.sleep(0.05)
-
-
-def expect_eq(actual, expected, what):
-    if actual != expected:
-        raise AssertionError("%s: expected %r, got %r" % (what, expected, actual))
+def sleeps_started(stack):
+    """How many "sleep" requests the test module has begun to serve."""
+    marks = stack.root + "/var/log/hosttest-sleep.log"
+    return open(marks).read().count("started") if os.path.exists(marks) else 0
 
 
 def parallel(calls):
@@ -153,22 +121,23 @@ def ok(data):
 
 
 def test_answers(stack):
-    rows = [  # path, curl options, status, one header, body
-        (ECHO + "echo&a=%22x%22&b=1", [], 200, "Content-Type", 'application/json; charset="UTF-8"',
-         ok('{"a":"x","b":1}')),
-        (ECHO + "echo&a=q", ["--data", "a=body&c=%5B1%5D"], 200, None, None, ok('{"a":"q","c":[1]}')),
-        (ECHO + "raw", [], 200, "Set-Cookie", "raw=1; path=/", "ABC"),
-        (ECHO + "cookie_redirect", [], 302, "Set-Cookie", "a=b; path=/", ""),
-        (ECHO + "redirect", [], 302, "Location", "http://example.test/next?a=1", ""),
-        (ECHO + "denied", [], 200, None, None, '{"error":{"code":105},"success":false}'),
-        ("/d/s/AbC/P1/", [], 200, None, None, ok('{"route":"s2"}')),
-        ("/d/s/AbC", [], 200, None, None, ok('{"route":"s1"}')),
-        ("/d/f/P1?link_id=%22evil%22", [], 200, None, None, ok('{"route":"f"}')),
-        ("/d/f/webapi/entry.cgi?api=ZANT.HostTest&version=1&method=echo", [], 200, None, None, ok("{}")),
+    rows = [  # header: one header of the answer, as (name, value)
+        dict(path=ECHO + "echo&a=%22x%22&b=1", header=("Content-Type", 'application/json; charset="UTF-8"'),
+             body=ok('{"a":"x","b":1}')),
+        dict(path=ECHO + "echo&a=q", options=["--data", "a=body&c=%5B1%5D"], body=ok('{"a":"q","c":[1]}')),
+        dict(path=ECHO + "raw", header=("Set-Cookie", "raw=1; path=/"), body="ABC"),
+        dict(path=ECHO + "cookie_redirect", status=302, header=("Set-Cookie", "a=b; path=/"), body=""),
+        dict(path=ECHO + "redirect", status=302, header=("Location", "http://example.test/next?a=1"), body=""),
+        dict(path=ECHO + "denied", body='{"error":{"code":105},"success":false}'),
+        dict(path="/d/s/AbC/P1/", body=ok('{"route":"s2"}')),
+        dict(path="/d/s/AbC", body=ok('{"route":"s1"}')),
+        dict(path="/d/f/P1?link_id=%22evil%22", body=ok('{"route":"f"}')),
+        dict(path="/d/f/webapi/entry.cgi?api=ZANT.HostTest&version=1&method=echo", body=ok("{}")),
     ]
-    for path, options, status, name, value, body in rows:
-        r = stack.curl(path, *options)
-        expect_eq((r.status, r.headers.get(name), r.text), (status, value, body), path)
+    for row in rows:
+        r = stack.curl(row["path"], *row.get("options", []))
+        name, value = row.get("header", (None, None))
+        expect_eq((r.status, r.headers.get(name), r.text), (row.get("status", 200), value, row["body"]), row["path"])
     for path in ["/d/s/Ab.C/P1", "/d/s/AbC/P1/more", "/d/s/Ab%20C", "/d/x/AbC", "/d/s/", "/d/f/P1/../../../secret.txt",
                  "/secret.txt", "/webapi/other.cgi"]:
         expect_eq(stack.curl(path).status, 404, "status of " + path)
@@ -189,29 +158,19 @@ def answered_by(r):
 
 
 def test_front_door(stack):
+    entry = b"/webapi/entry.cgi"
     rows = [  # URI as sent (bytes), Host header (None: none), status, who answered
-        (b'/webapi/entry.cgi?api=ZANT.HostTest&version=1&method=echo&a="b', b"h", 400, "nginx"),
-        (b"/d/f/a<b", b"h", 400, "nginx"),
-        (b"/x>y.html", b"h", 400, "nginx"),
-        (b"/d/f/a\\b", b"h", 400, "nginx"),
-        (b"/webapi/entry.cgi?x=\x01", b"h", 400, "nginx"),
-        (b"/webapi/entry.cgi?x=\x7f", b"h", 400, "nginx"),
-        (b"/webapi/entry.cgi?x=%22%3C%3E%5C%7F", b"h", 200, "route"),
-        (b"/webapi/entry.cgi?api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=%22%3C%22", b"h", 400,
-         "framework 120"),
+        *[(uri, b"h", 400, "nginx") for uri in [
+            entry + b'?api=ZANT.HostTest&version=1&method=echo&a="b', b"/d/f/a<b", b"/x>y.html", b"/d/f/a\\b",
+            entry + b"?x=\x01", entry + b"?x=\x7f"]],
+        (entry + b"?x=%22%3C%3E%5C%7F", b"h", 200, "route"),
+        (entry + b"?api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=%22%3C%22", b"h", 400, "framework 120"),
         (b"/d/f/P1?link_id=%22%3C%22", b"h", 200, "route"),
         (b"/d/f/%22x%22", b"h", 404, "nginx"),
-        (b"/webapi/entry.cgi", b"nas.example.com:5001", 200, "route"),
-        (b"/webapi/entry.cgi", b"127.0.0.1", 200, "route"),
-        (b"/webapi/entry.cgi", b"[::1]:8080", 200, "route"),
-        (b"/webapi/entry.cgi", b"nas_1.local.", 200, "route"),
-        (b"/webapi/entry.cgi", None, 200, "route"),
-        (b"/webapi/entry.cgi", b'nas"x', 400, "nginx"),
-        (b"/webapi/entry.cgi", b"<script>", 400, "nginx"),
-        (b"/webapi/entry.cgi", b"nas:5000:1", 400, "nginx"),
-        (b"/webapi/entry.cgi", b"nas:port", 400, "nginx"),
-        (b"/webapi/entry.cgi", b"user@nas", 400, "nginx"),
-        (b"/webapi/entry.cgi", b"[::1", 400, "nginx"),
+        *[(entry, host, 200, "route")
+          for host in [b"nas.example.com:5001", b"127.0.0.1", b"[::1]:8080", b"nas_1.local.", None]],
+        *[(entry, host, 400, "nginx")
+          for host in [b'nas"x', b"<script>", b"nas:5000:1", b"nas:port", b"user@nas", b"[::1"]],
     ]
     for uri, host, status, who in rows:
         # HTTP/1.0: answers come unchunked.
@@ -224,18 +183,9 @@ def test_front_door(stack):
 def test_security_headers(stack):
     html = ["DENY", CSP, "nosniff", "same-origin"]
     other = [None, None, "nosniff", "same-origin"]
-    rows = [  # path, the four headers (X-Frame-Options, CSP, nosniff, Referrer-Policy)
-        ("/", html),
-        ("/index.html", html),
-        ("/no-such-page.html", html),
-        ("/d/s/", html),
-        ("/webapi/other.cgi", html),
-        ("/webapi/entry.cgi?x=%22", other),
-        ('/d/f/x"y', html),
-        ("/webman/login.js", other),
-        (ECHO + "echo", other),
-        ("/d/f/P1", other),
-    ]
+    rows = [(path, html)
+            for path in ["/", "/index.html", "/no-such-page.html", "/d/s/", "/webapi/other.cgi", '/d/f/x"y']]
+    rows += [(path, other) for path in ["/webapi/entry.cgi?x=%22", "/webman/login.js", ECHO + "echo", "/d/f/P1"]]
     for path, expected in rows:
         r = stack.curl(path)
         expect_eq([r.headers.get(name) for name in SECURITY], expected, "security headers of " + path)
@@ -306,12 +256,7 @@ def test_killed_master_leaves_no_worker(stack):
                   "a root-started master's workers run as the service user")
     stack.daemon.kill()
     stack.daemon.wait()
-    try:
-        wait_for(lambda: all(status_field(pid, "State") is None for pid in workers), "workers gone", seconds=2)
-    finally:
-        for pid in workers:
-            if status_field(pid, "State") is not None:
-                os.kill(pid, signal.SIGKILL)
+    wait_gone(workers, "workers gone", 2)
     stack.start_daemon()
     expect_eq(stack.curl(ECHO + "echo&n=2").text, ok('{"n":2}'), "the new master answers")
 
@@ -319,23 +264,16 @@ def test_killed_master_leaves_no_worker(stack):
 def test_orphan_with_a_hung_request_ends(stack):
     """With no master to watch it, a worker whose request hangs ends by its
     own timer, --timeout (3 s) + 5 s after the master died."""
-    marks = stack.root + "/var/log/hosttest-sleep.log"
-    count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
-    before, workers = count(), children(stack.daemon.pid)
+    before, workers = sleeps_started(stack), children(stack.daemon.pid)
     with ThreadPoolExecutor(1) as pool:
         hung = pool.submit(stack.curl, ECHO + "sleep&ms=60000")
-        wait_for(lambda: count() == before + 1, "the hanging request in hand")
+        wait_for(lambda: sleeps_started(stack) == before + 1, "the hanging request in hand")
         stack.daemon.kill()
         stack.daemon.wait()
         try:
-            wait_for(lambda: sum(status_field(pid, "State") is not None for pid in workers) == 1, "the idle worker gone",
-                     seconds=2)
-            wait_for(lambda: all(status_field(pid, "State") is None for pid in workers), "the busy worker gone",
-                     seconds=3 + 5 + 1)
+            wait_for(lambda: len(alive(workers)) == 1, "the idle worker gone", seconds=2)
         finally:
-            for pid in workers:
-                if status_field(pid, "State") is not None:
-                    os.kill(pid, signal.SIGKILL)
+            wait_gone(workers, "the busy worker gone", 3 + 5 + 1)
         expect_eq(hung.result().status, 502, "the hanging request")
     stack.start_daemon()
     expect_eq(stack.curl(ECHO + "echo&n=5").text, ok('{"n":5}'), "the next master answers")
@@ -376,7 +314,7 @@ def test_options(stack):
     daemon = subprocess.Popen([program, "--root", stack.root, "--socket", fresh, "--workers", "1"],
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     try:
-        wait_for(lambda: connects(socket.AF_UNIX, fresh), "socket in new directories")
+        wait_for(lambda: base.connects(socket.AF_UNIX, fresh), "socket in new directories")
     finally:
         daemon.terminate()
         expect_eq(daemon.wait(10), 0, "exit status after SIGTERM")
@@ -393,14 +331,11 @@ def test_long_answers_flow_through(stack):
 
 
 def test_sigterm_finishes_requests_in_hand(stack):
-    marks = stack.root + "/var/log/hosttest-sleep.log"
-    count = lambda: open(marks).read().count("started") if os.path.exists(marks) else 0
-    before = count()
-    started = lambda: count() == before + 2
+    before = sleeps_started(stack)
     with ThreadPoolExecutor(1) as pool:
         # One request per worker; SIGTERM goes out once both handlers run.
         sleepers = pool.submit(parallel, [lambda: stack.curl(ECHO + "sleep&ms=1500")] * 2)
-        wait_for(started, "both sleeping requests in hand")
+        wait_for(lambda: sleeps_started(stack) == before + 2, "both sleeping requests in hand")
         stack.daemon.send_signal(signal.SIGTERM)
         expect_eq([(r.status, r.text) for r in sleepers.result()], [(200, ok('{"slept":1500}'))] * 2, "in hand")
     expect_eq(stack.daemon.wait(15), 0, "exit status after SIGTERM")
@@ -410,32 +345,9 @@ def test_sigterm_finishes_requests_in_hand(stack):
     expect_eq(stack.curl(ECHO + "echo").status, 502, "after the stop")
 
 
-
-
-def main():
-    parser = argparse.ArgumentParser()
-    for option in ("--source", "--stage", "--test-module", "--nginx"):
-        parser.add_argument(option, required=True)
-    stack, failed = Stack(parser.parse_args()), 0
-    try:
-        stack.start()
-        for test in [test_answers, test_front_door, test_security_headers,
-                     test_crashed_worker_is_replaced, test_hung_worker_is_killed,
-                     test_long_answers_flow_through, test_stalled_clients_are_dropped,
-                     test_killed_master_leaves_no_worker, test_orphan_with_a_hung_request_ends,
-                     test_one_master_per_socket, test_options, test_sigterm_finishes_requests_in_hand]:
-            try:
-                test(stack)
-                print("PASS " + test.__name__)
-            except Exception as error:  # report every test, then fail
-                failed += 1
-                print("FAIL %s: %s" % (test.__name__, error))
-    finally:
-        stack.stop()
-    if failed:
-        print("zant-webapid's output is in the root's webapid.stderr (HOST_KEEP_ROOT=1 keeps it)")
-    return 1 if failed else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(base.main(Stack, ("--test-module",), [
+        test_answers, test_front_door, test_security_headers, test_crashed_worker_is_replaced,
+        test_hung_worker_is_killed, test_long_answers_flow_through, test_stalled_clients_are_dropped,
+        test_killed_master_leaves_no_worker, test_orphan_with_a_hung_request_ends, test_one_master_per_socket,
+        test_options, test_sigterm_finishes_requests_in_hand]))

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <regex>
-#include <sstream>
 
+#include "handle_form.h"
 #include "harness.h"
 #include "zant_host/host.h"
 #include "zant_host/param_guard.h"
@@ -18,9 +18,9 @@ using zant_host::ParamRule;
 struct PatternRow {
   const char* name;
   std::string pattern;
-  std::string error;  // empty: the pattern parses
-  std::string passes;
-  std::string fails;
+  std::string error = "";  // empty: the pattern parses
+  std::string passes = "";
+  std::string fails = "";
 };
 
 class Pattern : public ::testing::TestWithParam<PatternRow> {};
@@ -42,29 +42,27 @@ const std::string kNoClass = "expected a character class such as [A-Za-z0-9]";
 INSTANTIATE_TEST_SUITE_P(
     ParamGuard, Pattern,
     ::testing::Values(
-        PatternRow{.name = "ranges_and_singles", .pattern = "[a-c_]{1,3}", .error = "", .passes = "a_c", .fails = "d"},
-        PatternRow{.name = "length_below_range", .pattern = "[a-c]{2,3}", .error = "", .passes = "ab", .fails = "a"},
-        PatternRow{.name = "length_above_range", .pattern = "[a-c]{0,3}", .error = "", .passes = "", .fails = "abca"},
-        PatternRow{.name = "exact_length", .pattern = "[0-9]{4}", .error = "", .passes = "2024", .fails = "202"},
-        PatternRow{.name = "dash_first_is_literal", .pattern = "[-a]{1,9}", .error = "", .passes = "-a-", .fails = "b"},
-        PatternRow{.name = "dash_last_is_literal", .pattern = "[a-]{1,9}", .error = "", .passes = "a-", .fails = "_"},
-        PatternRow{.name = "bytes_beyond_ascii_never_pass", .pattern = "[!-~]{0,9}", .error = "", .passes = "~",
+        PatternRow{.name = "ranges_and_singles", .pattern = "[a-c_]{1,3}", .passes = "a_c", .fails = "d"},
+        PatternRow{.name = "length_below_range", .pattern = "[a-c]{2,3}", .passes = "ab", .fails = "a"},
+        PatternRow{.name = "length_above_range", .pattern = "[a-c]{0,3}", .passes = "", .fails = "abca"},
+        PatternRow{.name = "exact_length", .pattern = "[0-9]{4}", .passes = "2024", .fails = "202"},
+        PatternRow{.name = "dash_first_is_literal", .pattern = "[-a]{1,9}", .passes = "-a-", .fails = "b"},
+        PatternRow{.name = "dash_last_is_literal", .pattern = "[a-]{1,9}", .passes = "a-", .fails = "_"},
+        PatternRow{.name = "bytes_beyond_ascii_never_pass", .pattern = "[!-~]{0,9}", .passes = "~",
                    .fails = "\xc3\xa9"},
-        PatternRow{.name = "nul_never_passes", .pattern = "[a]{0,9}", .error = "", .passes = "aa",
-                   .fails = std::string("a\0", 2)},
-        PatternRow{.name = "no_class", .pattern = "a{1,2}", .error = kNoClass, .passes = "", .fails = ""},
-        PatternRow{.name = "empty_class", .pattern = "[]{1,2}", .error = kNoClass, .passes = "", .fails = ""},
-        PatternRow{.name = "unclosed_class", .pattern = "[a{1,2}", .error = kNoClass, .passes = "", .fails = ""},
+        PatternRow{.name = "nul_never_passes", .pattern = "[a]{0,9}", .passes = "aa", .fails = std::string("a\0", 2)},
+        PatternRow{.name = "no_class", .pattern = "a{1,2}", .error = kNoClass},
+        PatternRow{.name = "empty_class", .pattern = "[]{1,2}", .error = kNoClass},
+        PatternRow{.name = "unclosed_class", .pattern = "[a{1,2}", .error = kNoClass},
         PatternRow{.name = "negated_class", .pattern = "[^a]{1,2}",
-                   .error = "a class lists what is allowed; \"^\" cannot start it", .passes = "", .fails = ""},
+                   .error = "a class lists what is allowed; \"^\" cannot start it"},
         PatternRow{.name = "reversed_class_range", .pattern = "[z-a]{1,2}",
-                   .error = "bad class member at \"z-a]{1,2}\"", .passes = "", .fails = ""},
-        PatternRow{.name = "no_range", .pattern = "[a]", .error = kNoRange, .passes = "", .fails = ""},
-        PatternRow{.name = "open_range", .pattern = "[a]{1,}", .error = kNoRange, .passes = "", .fails = ""},
-        PatternRow{.name = "text_after_range", .pattern = "[a]{1,2}x", .error = kNoRange, .passes = "", .fails = ""},
-        PatternRow{.name = "signed_count", .pattern = "[a]{-1,2}", .error = kNoRange, .passes = "", .fails = ""},
-        PatternRow{.name = "reversed_range", .pattern = "[a]{3,2}", .error = "the length range ends before it starts",
-                   .passes = "", .fails = ""}),
+                   .error = "bad class member at \"z-a]{1,2}\""},
+        PatternRow{.name = "no_range", .pattern = "[a]", .error = kNoRange},
+        PatternRow{.name = "open_range", .pattern = "[a]{1,}", .error = kNoRange},
+        PatternRow{.name = "text_after_range", .pattern = "[a]{1,2}x", .error = kNoRange},
+        PatternRow{.name = "signed_count", .pattern = "[a]{-1,2}", .error = kNoRange},
+        PatternRow{.name = "reversed_range", .pattern = "[a]{3,2}", .error = "the length range ends before it starts"}),
     [](const ::testing::TestParamInfo<PatternRow>& info) { return std::string(info.param.name); });
 
 TEST(ParamGuard, RulesFileGrammar) {
@@ -115,12 +113,7 @@ class Guarded : public ::testing::Test {
     zant_host::UseParamRules(zant_host::BuiltinParamRules());
   }
   static std::string Handle(const std::string& query, const std::string& body = "") {
-    const zant_host::CgiVars vars = {{"QUERY_STRING", query},
-                                     {"REQUEST_METHOD", body.empty() ? "GET" : "POST"},
-                                     {"CONTENT_TYPE", "application/x-www-form-urlencoded"}};
-    std::istringstream in(body);
-    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
-    return zant_host::HandleRequest(vars, reader, zant_host::Limits());
+    return host_test::HandleForm(query, body);
   }
   plyth_test::ApplianceRoot root_;
 };
@@ -128,7 +121,7 @@ class Guarded : public ::testing::Test {
 struct RequestRow {
   const char* name;
   std::string query;
-  std::string body;
+  std::string body = "";
   std::string answer;
 };
 
@@ -143,35 +136,31 @@ const std::string k128(128, 'A');
 INSTANTIATE_TEST_SUITE_P(
     ParamGuard, GuardedRequest,
     ::testing::Values(
-        RequestRow{.name = "well_formed_ids", .query = kShard + "get&sharing_link=%22aB-_9%22&link_id=P1", .body = "",
+        RequestRow{.name = "well_formed_ids", .query = kShard + "get&sharing_link=%22aB-_9%22&link_id=P1",
                    .answer = Echoed("{\"link_id\":\"P1\",\"sharing_link\":\"aB-_9\"}")},
-        RequestRow{.name = "empty_and_absent", .query = kShard + "getjs&permanent_link=", .body = "",
+        RequestRow{.name = "empty_and_absent", .query = kShard + "getjs&permanent_link=",
                    .answer = Echoed("{\"permanent_link\":\"\"}")},
-        RequestRow{.name = "id_of_128", .query = kShard + "get&link_id=" + k128, .body = "",
+        RequestRow{.name = "id_of_128", .query = kShard + "get&link_id=" + k128,
                    .answer = Echoed("{\"link_id\":\"" + k128 + "\"}")},
-        RequestRow{.name = "number_by_its_text", .query = kShard + "get&link_id=123", .body = "",
+        RequestRow{.name = "number_by_its_text", .query = kShard + "get&link_id=123",
                    .answer = Echoed("{\"link_id\":123}")},
-        RequestRow{.name = "null_as_empty", .query = kShard + "get&link_id=null", .body = "",
+        RequestRow{.name = "null_as_empty", .query = kShard + "get&link_id=null",
                    .answer = Echoed("{\"link_id\":null}")},
-        RequestRow{.name = "other_parameters_free", .query = kShard + "get&link_id=P1&x=%22%3C", .body = "",
+        RequestRow{.name = "other_parameters_free", .query = kShard + "get&link_id=P1&x=%22%3C",
                    .answer = Echoed("{\"link_id\":\"P1\",\"x\":\"\\\"<\"}")},
-        RequestRow{.name = "other_apis_free", .query = "api=Other&version=1&method=get&link_id=%3C", .body = "",
+        RequestRow{.name = "other_apis_free", .query = "api=Other&version=1&method=get&link_id=%3C",
                    .answer = Echoed("{\"link_id\":\"<\"}")},
-        RequestRow{.name = "id_of_129", .query = kShard + "get&link_id=" + k128 + "B", .body = "", .answer = kRefused},
-        RequestRow{.name = "quote_in_json_string", .query = kShard + "getjs&permanent_link=%22%5C%22%7D%22", .body = "",
+        RequestRow{.name = "id_of_129", .query = kShard + "get&link_id=" + k128 + "B", .answer = kRefused},
+        RequestRow{.name = "quote_in_json_string", .query = kShard + "getjs&permanent_link=%22%5C%22%7D%22",
                    .answer = kRefused},
-        RequestRow{.name = "raw_script_end", .query = kShard + "get&link_id=%3C%2Fscript%3E", .body = "",
-                   .answer = kRefused},
-        RequestRow{.name = "double_encoded_quote", .query = kShard + "get&link_id=%2522x", .body = "",
-                   .answer = kRefused},
-        RequestRow{.name = "line_break", .query = kShard + "get&sharing_link=a%0D%0Ab", .body = "",
-                   .answer = kRefused},
-        RequestRow{.name = "nul", .query = kShard + "get&link_id=a%00", .body = "", .answer = kRefused},
-        RequestRow{.name = "line_separator", .query = kShard + "get&link_id=a%E2%80%A8", .body = "",
-                   .answer = kRefused},
-        RequestRow{.name = "fraction", .query = kShard + "get&link_id=1.5", .body = "", .answer = kRefused},
-        RequestRow{.name = "array", .query = kShard + "get&link_id=%5B%22a%22%5D", .body = "", .answer = kRefused},
-        RequestRow{.name = "any_method", .query = kShard + "init&link_id=%3C", .body = "", .answer = kRefused},
+        RequestRow{.name = "raw_script_end", .query = kShard + "get&link_id=%3C%2Fscript%3E", .answer = kRefused},
+        RequestRow{.name = "double_encoded_quote", .query = kShard + "get&link_id=%2522x", .answer = kRefused},
+        RequestRow{.name = "line_break", .query = kShard + "get&sharing_link=a%0D%0Ab", .answer = kRefused},
+        RequestRow{.name = "nul", .query = kShard + "get&link_id=a%00", .answer = kRefused},
+        RequestRow{.name = "line_separator", .query = kShard + "get&link_id=a%E2%80%A8", .answer = kRefused},
+        RequestRow{.name = "fraction", .query = kShard + "get&link_id=1.5", .answer = kRefused},
+        RequestRow{.name = "array", .query = kShard + "get&link_id=%5B%22a%22%5D", .answer = kRefused},
+        RequestRow{.name = "any_method", .query = kShard + "init&link_id=%3C", .answer = kRefused},
         RequestRow{.name = "in_the_form_body", .query = kShard + "get", .body = "link_id=%22%3E%22",
                    .answer = kRefused},
         RequestRow{.name = "selectors_in_the_body", .query = "",
@@ -201,8 +190,7 @@ TEST_F(Guarded, RulesFileDecidesAtStartup) {
                 .custom = Echoed("{\"code\":12345}"),
                 .logged = kLogPattern + "parameter guard: off \\(" + path + " has no rules\\)\n"},
            Case{.name = "bad line: built-in rules", .file = "Other get code [0-9]{4}\nOther get\n", .bad = kRefused,
-                .custom = Echoed("{\"code\":12345}"),
-                .logged = kLogPattern + "error: parameter guard: " + path +
+                .custom = Echoed("{\"code\":12345}"), .logged = kLogPattern + "error: parameter guard: " + path +
                           " line 2: expected API METHOD PARAMETER PATTERN: built-in rules\n"},
        }) {
     SCOPED_TRACE(c.name);

@@ -5,10 +5,9 @@
 
 #include <cstdlib>
 #include <regex>
-#include <sstream>
-#include <tuple>
 #include <vector>
 
+#include "handle_form.h"
 #include "harness.h"
 #include "zant/userdb.h"
 #include "zant_host/host.h"
@@ -87,12 +86,16 @@ int Allow(ZANT::APIRequest*) { return 1; }
 class SignIn : public ::testing::Test {
  protected:
   void SetUp() override {
-    for (const auto& [name, admin, disabled] : {std::tuple<const char*, bool, bool>{"alice", false, false},
-                                                {"carol", false, true}, {"root_admin", true, false}}) {
+    struct Account {
+      const char* name;
+      bool admin = false, disabled = false;
+    };
+    for (const Account& account : {Account{.name = "alice"}, Account{.name = "carol", .disabled = true},
+                                   Account{.name = "root_admin", .admin = true}}) {
       ZANT::UserDB::User user;
-      user.name = name;
-      user.admin = admin;
-      user.disabled = disabled;
+      user.name = account.name;
+      user.admin = account.admin;
+      user.disabled = account.disabled;
       ASSERT_EQ(ZANT::UserDB::AddUser(&user, "1.50"), ZANT::UserDB::Status::kOk);
     }
     zant_host::RegisterBuiltinAPIs();
@@ -103,12 +106,8 @@ class SignIn : public ::testing::Test {
     ZANT::APIRunner::Clear();
     unsetenv("USERNAME");
   }
-  static std::string Handle(const std::string& query, CgiVars vars = {}, const std::string& body = "") {
-    vars.insert(vars.end(), {{"QUERY_STRING", query}, {"REQUEST_METHOD", body.empty() ? "GET" : "POST"},
-                             {"CONTENT_TYPE", "application/x-www-form-urlencoded"}});
-    std::istringstream in(body);
-    auto reader = [&](char* buffer, size_t size) { return static_cast<long>(in.read(buffer, size).gcount()); };
-    return zant_host::HandleRequest(vars, reader, zant_host::Limits());
+  static std::string Handle(const std::string& query, const CgiVars& vars = {}, const std::string& body = "") {
+    return host_test::HandleForm(query, body, vars);
   }
   // {session id, "; Secure" or "", token} of a successful sign-in; empty otherwise.
   static std::vector<std::string> SignInWith(const std::string& body, const CgiVars& vars = {}) {

@@ -1,34 +1,24 @@
 // Links end to end: an appliance root made by scripts/mkroot, links made
 // with its plythctl as an operator runs it, and the real entry.cgi answering
 // them with the shard module and the link service loaded side by side.
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <fstream>
 #include <regex>
-#include <sstream>
-#include <stdexcept>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-namespace {
+#include "blackbox_root.h"
 
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
+namespace {
 
 std::string gRoot, gPermanent, gOpenLink, gLockedLink;  // the locked link's password is "pw"
 
 // Runs `command` with its output in files; its exit code.
 int Run(const std::string& command, std::string* out, std::string* err = nullptr) {
-  const int status = system((command + " >" + gRoot + "/run.out 2>" + gRoot + "/run.err </dev/null").c_str());
-  *out = Slurp(gRoot + "/run.out");
-  if (err != nullptr) *err = Slurp(gRoot + "/run.err");
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  const blackbox::Run run = blackbox::RunCommand(command + " </dev/null", gRoot);
+  *out = run.out;
+  if (err != nullptr) *err = run.err;
+  return run.status;
 }
 
 // plythctl's exit code; `out` its first line.
@@ -41,13 +31,9 @@ int Ctl(const std::string& args, std::string* out, std::string* err = nullptr) {
 class Environment : public ::testing::Environment {
  public:
   void SetUp() override {
-    char dir[] = "/tmp/services-blackbox-XXXXXX";
-    if (mkdtemp(dir) == nullptr) throw std::runtime_error("mkdtemp");
-    gRoot = dir;
+    gRoot = blackbox::MakeRoot("services-blackbox", SERVICES_MKROOT,
+                               std::string("--stage '") + SERVICES_STAGE_DIR + "'");
     std::string out;
-    if (Run(std::string(SERVICES_MKROOT) + " --stage '" + SERVICES_STAGE_DIR + "' " + gRoot, &out) != 0) {
-      throw std::runtime_error("mkroot: " + out);
-    }
     std::ofstream(gRoot + "/report.txt") << "0123456789";
     for (const auto& [args, result] : std::vector<std::pair<std::string, std::string*>>{
              {"user add alice", &out}, {"file add alice /docs/report.txt --from " + gRoot + "/report.txt", &out},
@@ -56,9 +42,7 @@ class Environment : public ::testing::Environment {
       if (Ctl(args, result) != 0) throw std::runtime_error("plythctl " + args);
     }
   }
-  void TearDown() override {
-    if (getenv("SERVICES_KEEP_ROOT") == nullptr) std::system(("rm -rf " + gRoot).c_str());
-  }
+  void TearDown() override { blackbox::RemoveRoot(gRoot, "SERVICES_KEEP_ROOT"); }
 };
 const ::testing::Environment* const kEnvironment = ::testing::AddGlobalTestEnvironment(new Environment);
 

@@ -64,6 +64,23 @@ inline std::string TokenFor(const std::string& link, const std::string& password
   return result["data"]["sharing_token"].asString();
 }
 
+// A method of the files API that writes its own answer ("download",
+// "preview", "archive") as `user` ("anonymous": a visitor), with the server
+// variables that have a value.
+inline plyth_test::HandlerRun RunFiles(ZANT::APIHandler handler, const char* method, const Json::Value& params,
+                                       const std::string& user = "anonymous",
+                                       const std::vector<std::pair<std::string, std::string>>& serverVars = {}) {
+  ZANT::APIRequest request;
+  request.SetAPI("ZANT.BrindlexPlyth.Files", 1, method);
+  request.SetParams(params);
+  for (const auto& [name, value] : serverVars) {
+    if (!value.empty()) request.SetServerVar(name, value);
+  }
+  const bool anonymous = user == "anonymous";
+  request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
+  return plyth_test::RunHandler(handler, request);
+}
+
 // The compact JSON of `keys` of `data`.
 inline std::string Pick(const Json::Value& data, std::initializer_list<const char*> keys) {
   Json::Value picked(Json::objectValue);

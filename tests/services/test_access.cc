@@ -1,104 +1,115 @@
 // Who sees a linked item, with which capabilities, and what the file record
 // that "get" answers tells insiders and outsiders.
+#include <set>
+
 #include "services_fixture.h"
 
 namespace services_test {
 namespace {
 
-// The nine capabilities in record order, as "1"/"0".
-std::string CapsBits(const Json::Value& caps) {
-  std::string bits;
-  for (const char* key : {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment",
-                          "can_share", "can_encrypt", "can_organize"}) {
-    bits += caps[key].isBool() ? (caps[key].asBool() ? '1' : '0') : '?';
+using Caps = std::set<std::string>;
+const Caps kPreviewer = {"can_preview"}, kViewer = {"can_preview", "can_read"},
+           kCommenter = {"can_preview", "can_read", "can_comment"},
+           kEditor = {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment",
+                      "can_organize"},
+           kOwner = {"can_preview", "can_read", "can_write", "can_delete", "can_rename", "can_comment", "can_share",
+                     "can_encrypt", "can_organize"};
+
+// The capabilities the record grants, by name; one that is not a boolean as "name?".
+Caps Granted(const Json::Value& caps) {
+  Caps granted;
+  for (const std::string& key : kOwner) {
+    if (!caps[key].isBool() || caps[key].asBool()) granted.insert(caps[key].isBool() ? key : key + "?");
   }
-  return bits;
+  return granted;
 }
 
-// Role rows: the role, how the caller holds it ("member" grant, sharing "token", or "owner"), capabilities.
-struct RoleRow {
-  const char* role;
-  const char* via;
-  const char* caps;  // preview read write delete rename comment share encrypt organize
-};
-
-class RoleCapabilities : public ServicesTest, public ::testing::WithParamInterface<RoleRow> {};
-
-TEST_P(RoleCapabilities, RecordCarriesTheRolesCapabilities) {
+TEST_F(ServicesTest, RecordCarriesTheCallersRoleCapabilities) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
-  const std::string via = GetParam().via, path = "link:" + item.permanent_link;
-  Role role = Role::kOwner;
-  ASSERT_TRUE(via == "owner" || plyth_services::ParseGrantableRole(GetParam().role, &role));
-  if (via == "member") {
-    ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", role), 0);
+  const std::string path = "link:" + item.permanent_link;
+  struct Row {
+    Role role;
+    const Caps& caps;
+  } rows[] = {{.role = Role::kPreviewer, .caps = kPreviewer},
+              {.role = Role::kViewer, .caps = kViewer},
+              {.role = Role::kCommenter, .caps = kCommenter},
+              {.role = Role::kEditor, .caps = kEditor}};
+  for (const Row& row : rows) {
+    ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", row.role), 0);
+    EXPECT_EQ(Granted(FileGet(path, "bob")["data"]["capabilities"]), row.caps) << "member, role " << int(row.role);
+    const Json::Value viaToken = FileGet(path, "anonymous", TokenFor(Share(item, "", 0, row.role)));
+    EXPECT_EQ(Granted(viaToken["data"]["capabilities"]), row.caps) << "token, role " << int(row.role);
   }
-  const Json::Value result = via == "owner"    ? FileGet(path, "alice")
-                             : via == "member" ? FileGet(path, "bob")
-                                               : FileGet(path, "anonymous", TokenFor(Share(item, "", 0, role)));
-  ASSERT_EQ(ErrorCode(result), 0) << result.toStyledString();
-  EXPECT_EQ(CapsBits(result["data"]["capabilities"]), GetParam().caps) << via << " " << GetParam().role;
+  EXPECT_EQ(Granted(FileGet(path, "alice")["data"]["capabilities"]), kOwner);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Roles, RoleCapabilities,
-    ::testing::Values(RoleRow{"previewer", "member", "100000000"}, RoleRow{"viewer", "member", "110000000"},
-                      RoleRow{"commenter", "member", "110001000"}, RoleRow{"editor", "member", "111111001"},
-                      RoleRow{"owner", "owner", "111111111"}, RoleRow{"previewer", "token", "100000000"},
-                      RoleRow{"viewer", "token", "110000000"}, RoleRow{"commenter", "token", "110001000"},
-                      RoleRow{"editor", "token", "111111001"}));
-
-struct VisibilityRow {
-  Visibility visibility;
-  const char* caller;  // alice owns, bob is a member previewer, carol is signed in; "" is nobody
-  const char* answer;  // error code, or capabilities and whether the display path shows
-};
-
-class LinkVisibility : public ServicesTest, public ::testing::WithParamInterface<VisibilityRow> {};
-
-TEST_P(LinkVisibility, DecidesWhoGetsTheRecord) {
+TEST_F(ServicesTest, LinkVisibilityDecidesWhoGetsTheRecord) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kPreviewer), 0);
-  ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, GetParam().visibility, Role::kViewer), 0);
-  const Json::Value result = FileGet("link:" + item.permanent_link, GetParam().caller);
-  const Json::Value& data = result["data"];
-  EXPECT_EQ(ErrorCode(result) != 0 ? std::to_string(ErrorCode(result))
-                                   : CapsBits(data["capabilities"]) + " " + data["display_path"].asString(),
-            GetParam().answer)
-      << plyth_services::VisibilityName(GetParam().visibility) << " to \"" << GetParam().caller << "\"";
+  struct Row {
+    Visibility visibility;
+    const char* caller;  // alice owns, bob is a member previewer, carol is signed in; "" is nobody
+    Caps caps = {};  // none: refused with 1002, and no record
+    bool showsPath = false;
+  } rows[] = {
+      {.visibility = Visibility::kMembers, .caller = "anonymous"},
+      {.visibility = Visibility::kMembers, .caller = ""},
+      {.visibility = Visibility::kMembers, .caller = "carol"},
+      {.visibility = Visibility::kMembers, .caller = "bob", .caps = kPreviewer, .showsPath = true},
+      {.visibility = Visibility::kMembers, .caller = "alice", .caps = kOwner, .showsPath = true},
+      {.visibility = Visibility::kSignedIn, .caller = "anonymous"},
+      {.visibility = Visibility::kSignedIn, .caller = ""},
+      {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer},
+      {.visibility = Visibility::kSignedIn, .caller = "bob", .caps = kViewer, .showsPath = true},  // the higher role
+      {.visibility = Visibility::kSignedIn, .caller = "alice", .caps = kOwner, .showsPath = true},
+      {.visibility = Visibility::kAnyone, .caller = "anonymous", .caps = kViewer},
+      {.visibility = Visibility::kAnyone, .caller = "", .caps = kViewer},
+      {.visibility = Visibility::kAnyone, .caller = "carol", .caps = kViewer},
+      {.visibility = Visibility::kAnyone, .caller = "alice", .caps = kOwner, .showsPath = true},
+  };
+  for (const Row& row : rows) {
+    ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, row.visibility, Role::kViewer), 0);
+    const Json::Value result = FileGet("link:" + item.permanent_link, row.caller);
+    SCOPED_TRACE(plyth_services::VisibilityName(row.visibility) + std::string(" to \"") + row.caller + "\"");
+    EXPECT_EQ(ErrorCode(result), row.caps.empty() ? 1002 : 0);
+    if (row.caps.empty()) continue;
+    EXPECT_EQ(Granted(result["data"]["capabilities"]), row.caps);
+    EXPECT_EQ(result["data"]["display_path"].asString(), row.showsPath ? "/docs/plan.txt" : "");
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Visibilities, LinkVisibility,
-    ::testing::Values(VisibilityRow{Visibility::kMembers, "anonymous", "1002"},
-                      VisibilityRow{Visibility::kMembers, "", "1002"},
-                      VisibilityRow{Visibility::kMembers, "carol", "1002"},
-                      VisibilityRow{Visibility::kMembers, "bob", "100000000 /docs/plan.txt"},
-                      VisibilityRow{Visibility::kMembers, "alice", "111111111 /docs/plan.txt"},
-                      VisibilityRow{Visibility::kSignedIn, "anonymous", "1002"},
-                      VisibilityRow{Visibility::kSignedIn, "", "1002"},
-                      VisibilityRow{Visibility::kSignedIn, "carol", "110000000 "},
-                      VisibilityRow{Visibility::kSignedIn, "bob", "110000000 /docs/plan.txt"},  // the higher role
-                      VisibilityRow{Visibility::kSignedIn, "alice", "111111111 /docs/plan.txt"},
-                      VisibilityRow{Visibility::kAnyone, "anonymous", "110000000 "},
-                      VisibilityRow{Visibility::kAnyone, "", "110000000 "},
-                      VisibilityRow{Visibility::kAnyone, "carol", "110000000 "},
-                      VisibilityRow{Visibility::kAnyone, "alice", "111111111 /docs/plan.txt"}));
-
-TEST_F(ServicesTest, FileIdPathsAreForTheOwnerAndMembersOnly) {
+// The link's visibility lends nothing to a caller who names the file id.
+TEST_F(ServicesTest, PathsAnswerTheirCode) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kViewer), 0);
-  // The link's visibility lends nothing to a caller who names the file id.
   ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, Role::kEditor), 0);
-  std::string codes;
-  for (const char* user : {"alice", "bob", "carol", "anonymous"}) {
-    codes += std::to_string(ErrorCode(FileGet("id:" + item.file_id, user))) + " ";
+  struct Row {
+    Json::Value path;  // null: none given
+    const char* user;
+    int code;
+  } rows[] = {
+      {.path = "id:" + item.file_id, .user = "alice", .code = 0},
+      {.path = "id:" + item.file_id, .user = "bob", .code = 0},
+      {.path = "id:" + item.file_id, .user = "carol", .code = 1002},
+      {.path = "id:" + item.file_id, .user = "anonymous", .code = 1002},
+      {.path = Json::nullValue, .user = "alice", .code = 101},
+      {.path = "/docs/plan.txt", .user = "alice", .code = 101},
+      {.path = "link:", .user = "alice", .code = 101},
+      {.path = 5, .user = "alice", .code = 101},
+      {.path = "link:NoSuchLink123", .user = "alice", .code = 408},
+      {.path = "id:NoSuchFile1234", .user = "alice", .code = 408},
+  };
+  for (const Row& row : rows) {
+    Json::Value params(Json::objectValue);
+    if (!row.path.isNull()) params["path"] = row.path;
+    EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", params, row.user)), row.code)
+        << ZANT::JsonToString(row.path) << " by " << row.user;
   }
-  EXPECT_EQ(codes, "0 0 1002 1002 ");
 }
 
 TEST_F(ServicesTest, GrantsOnAFolderReachEverythingBelowIt) {
@@ -106,21 +117,9 @@ TEST_F(ServicesTest, GrantsOnAFolderReachEverythingBelowIt) {
   AddUser("bob");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), Find("alice", "/team"), "bob", Role::kCommenter), 0);
   const Json::Value data = FileGet("link:" + file.permanent_link, "bob")["data"];
-  EXPECT_EQ(CapsBits(data["capabilities"]), "110001000");
+  EXPECT_EQ(Granted(data["capabilities"]), kCommenter);
   EXPECT_EQ(Pick(data["shared_with"][0], {"name", "inherited"}), "{\"inherited\":true,\"name\":\"bob\"}");
   EXPECT_EQ(data["shared_with"].size(), 1u);
-}
-
-TEST_F(ServicesTest, BadPathsAnswerTheirCode) {
-  AddItem("alice", "/a.txt", "a");
-  std::string codes;
-  for (const Json::Value& path : {Json::Value(), Json::Value("/a.txt"), Json::Value("link:"), Json::Value(5),
-                                  Json::Value("link:NoSuchLink123"), Json::Value("id:NoSuchFile1234")}) {
-    Json::Value params(Json::objectValue);
-    if (!path.isNull()) params["path"] = path;
-    codes += std::to_string(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", params, "alice"))) + " ";
-  }
-  EXPECT_EQ(codes, "101 101 101 101 408 408 ");
 }
 
 TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {

@@ -39,20 +39,20 @@ class AccessRequests : public ServicesTest {
 
 struct CreateRow {
   const char* why;
-  std::string user;
-  std::string path;  // "" for the plan's own link
-  std::string message;
+  std::string user = "carol";
+  std::string path = "";  // "" for the plan's own link
+  std::string message = "";
   int code;
 };
 
 TEST_F(AccessRequests, CreateRefusesWhatCannotBecomeAMember) {
   const std::string longMessage(plyth_services::kMaxRequestMessage + 1, 'x');
   const CreateRow rows[] = {
-      {.why = "anonymous", .user = "anonymous", .path = "", .message = "", .code = 1002},
-      {.why = "file id instead of a link", .user = "carol", .path = "id:" + plan_.file_id, .message = "", .code = 101},
-      {.why = "unknown link", .user = "carol", .path = "link:NoSuchLink0000", .message = "", .code = 408},
-      {.why = "message too long", .user = "carol", .path = "", .message = longMessage, .code = 101},
-      {.why = "accepted", .user = "carol", .path = "", .message = "for the review", .code = 0},
+      {.why = "anonymous", .user = "anonymous", .code = 1002},
+      {.why = "file id instead of a link", .path = "id:" + plan_.file_id, .code = 101},
+      {.why = "unknown link", .path = "link:NoSuchLink0000", .code = 408},
+      {.why = "message too long", .message = longMessage, .code = 101},
+      {.why = "accepted", .message = "for the review", .code = 0},
   };
   for (const CreateRow& row : rows) {
     const std::string path = row.path.empty() ? "link:" + plan_.permanent_link : row.path;
@@ -96,13 +96,11 @@ TEST_F(AccessRequests, GrantMakesAMemberWithTheLinkRoleAndDenyForgets) {
 // a script keeps the JSON error.
 class RefusedDownloads : public ServicesTest {
  protected:
-  plyth_test::HandlerRun Get(const std::string& path, const char* fetchMode) {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, "download");
-    request.SetParam("path", path);
-    if (fetchMode != nullptr) request.SetServerVar("HTTP_SEC_FETCH_MODE", fetchMode);
-    request.SetLogin("anonymous", -1, ZANT::kAuthNone);
-    return plyth_test::RunHandler(plyth_services::FilesDownloadFunc, request);
+  plyth_test::HandlerRun Get(const std::string& path, const std::string& fetchMode) {
+    Json::Value params(Json::objectValue);
+    params["path"] = path;
+    return RunFiles(plyth_services::FilesDownloadFunc, "download", params, "anonymous",
+                    {{"HTTP_SEC_FETCH_MODE", fetchMode}});
   }
 };
 

@@ -8,41 +8,37 @@ namespace {
 
 const char kScriptHead[] = "Content-Type: application/javascript; charset=\"UTF-8\"\r\n\r\n";
 
-struct ConfigRow {
-  const char* api;
-  const char* file;
-  const char* content;  // nullptr: no file
-  const char* data;     // compact JSON; nullptr: error 100
-};
-
-class ConfigAnswers : public ServicesTest, public ::testing::WithParamInterface<ConfigRow> {};
-
-TEST_P(ConfigAnswers, ComeFromTheFile) {
-  const ConfigRow& row = GetParam();
-  if (row.content != nullptr) root_.WriteFile(row.file, row.content);
-  const std::string method = std::string(row.api) == "ZANT.Core.DDNS.Record" ? "list" : "get";
-  const Json::Value result = Call(row.api, method.c_str(), Json::Value(), "admin");
-  EXPECT_EQ(ErrorCode(result) != 0 ? std::to_string(ErrorCode(result)) : ZANT::JsonToString(result["data"]),
-            row.data != nullptr ? row.data : "100");
+TEST_F(ServicesTest, ConfigurationAnswersComeFromTheFile) {
+  const char kDDNS[] = "/usr/zant/etc/ddns_records.json", kRelay[] = "/usr/zant/etc/relay/skyvane.json";
+  struct Row {
+    const char* api;
+    const char* file;
+    const char* content;  // nullptr: no file
+    const char* data;     // compact JSON; nullptr: error 100
+  } rows[] = {
+      {.api = "ZANT.BrindlexPlyth.Info", .file = "/etc/zantinfo.conf",
+       .content = "hostname=\"nas\"\nqv_id=\"zant-4711\"\n", .data = R"({"qv_id":"zant-4711"})"},
+      {.api = "ZANT.Core.DDNS.Record", .file = kDDNS, .content = nullptr, .data = R"({"records":[]})"},
+      {.api = "ZANT.Core.DDNS.Record", .file = kDDNS, .content = R"([{"hostname":"b"}])",
+       .data = R"({"records":[{"hostname":"b"}]})"},
+      {.api = "ZANT.Core.DDNS.Record", .file = kDDNS, .content = "{not json", .data = nullptr},
+      {.api = "ZANT.Core.Skyvane.Permission", .file = "/usr/zant/etc/relay/permission.json",
+       .content = R"({"services":[{"enabled":true,"id":"nxo_portal"}]})",
+       .data = R"({"services":[{"enabled":true,"id":"nxo_portal"}]})"},
+      {.api = "ZANT.Core.Skyvane", .file = kRelay, .content = R"({"enabled":"yes","region":"eu"})",
+       .data = R"({"domain":"","enabled":false,"region":"eu","server_alias":""})"},
+      {.api = "ZANT.Core.Skyvane", .file = kRelay, .content = "[", .data = nullptr},
+  };
+  for (const Row& row : rows) {
+    root_.Remove(row.file);
+    if (row.content != nullptr) root_.WriteFile(row.file, row.content);
+    const char* method = std::string(row.api) == "ZANT.Core.DDNS.Record" ? "list" : "get";
+    const Json::Value result = Call(row.api, method, Json::Value(), "admin");
+    EXPECT_EQ(ErrorCode(result) != 0 ? std::to_string(ErrorCode(result)) : ZANT::JsonToString(result["data"]),
+              row.data != nullptr ? row.data : "100")
+        << row.api << " " << (row.content ? row.content : "(no file)");
+  }
 }
-
-const char kDDNS[] = "/usr/zant/etc/ddns_records.json";
-const char kRelay[] = "/usr/zant/etc/relay/skyvane.json";
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, ConfigAnswers,
-    ::testing::Values(
-        ConfigRow{"ZANT.BrindlexPlyth.Info", "/etc/zantinfo.conf", "hostname=\"nas\"\nqv_id=\"zant-4711\"\n",
-                  R"({"qv_id":"zant-4711"})"},
-        ConfigRow{"ZANT.Core.DDNS.Record", kDDNS, nullptr, R"({"records":[]})"},
-        ConfigRow{"ZANT.Core.DDNS.Record", kDDNS, R"([{"hostname":"b"}])", R"({"records":[{"hostname":"b"}]})"},
-        ConfigRow{"ZANT.Core.DDNS.Record", kDDNS, "{not json", nullptr},
-        ConfigRow{"ZANT.Core.Skyvane.Permission", "/usr/zant/etc/relay/permission.json",
-                  R"({"services":[{"enabled":true,"id":"nxo_portal"}]})",
-                  R"({"services":[{"enabled":true,"id":"nxo_portal"}]})"},
-        ConfigRow{"ZANT.Core.Skyvane", kRelay, R"({"enabled":"yes","region":"eu"})",
-                  R"({"domain":"","enabled":false,"region":"eu","server_alias":""})"},
-        ConfigRow{"ZANT.Core.Skyvane", kRelay, "[", nullptr}));
 
 TEST_F(ServicesTest, ConfigurationApisAreForAdministrators) {
   AddUser("root2", true);
@@ -78,11 +74,17 @@ TEST_F(ServicesTest, DesktopScripts) {
                 "window.ZANTJSText=function(s,k){var t=window.ZANTJSUIStrings[s];"
                 "return t&&typeof t[k]==='string'?t[k]:'';};\n");
   // The asked language, else the UI language, else English; never a path.
-  const char* texts[][3] = {
-      {"ger", "enu", "Gut"}, {"fre", "enu", "OK"}, {nullptr, "ger", "Gut"}, {"../../etc", "enu", "OK"}};
-  for (const auto& row : texts) {
-    EXPECT_EQ(Script(plyth_services::DesktopUIStringGetJSFunc, row[0], row[1]).answer,
-              std::string(kScriptHead) + "window.ZANTUIStrings={\"common\":{\"ok\":\"" + row[2] +
+  struct Row {
+    const char* lang;  // nullptr: none asked
+    const char* uiLang;
+    const char* ok;
+  } rows[] = {{.lang = "ger", .uiLang = "enu", .ok = "Gut"},
+              {.lang = "fre", .uiLang = "enu", .ok = "OK"},
+              {.lang = nullptr, .uiLang = "ger", .ok = "Gut"},
+              {.lang = "../../etc", .uiLang = "enu", .ok = "OK"}};
+  for (const Row& row : rows) {
+    EXPECT_EQ(Script(plyth_services::DesktopUIStringGetJSFunc, row.lang, row.uiLang).answer,
+              std::string(kScriptHead) + "window.ZANTUIStrings={\"common\":{\"ok\":\"" + row.ok +
                   "\"}};\nwindow.ZANTText=function(s,k){var t=window.ZANTUIStrings[s];"
                   "return t&&typeof t[k]==='string'?t[k]:'';};\n");
   }

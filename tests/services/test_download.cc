@@ -9,70 +9,77 @@ namespace {
 
 using plyth_services::RangeAnswer;
 
-// Range rows: header, content size, answer ("200", "206 first-last" or "416").
-class Ranges : public ::testing::TestWithParam<std::tuple<const char*, uint64_t, const char*>> {};
-
-TEST_P(Ranges, AreParsedAgainstTheSize) {
-  plyth_services::ByteRange range;
-  const RangeAnswer answer = plyth_services::ParseRange(std::get<0>(GetParam()), std::get<1>(GetParam()), &range);
-  EXPECT_EQ(answer == RangeAnswer::kWhole     ? "200"
-            : answer == RangeAnswer::kPartial ? "206 " + std::to_string(range.first) + "-" + std::to_string(range.last)
-                                              : "416",
-            std::get<2>(GetParam()));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Headers, Ranges,
-    ::testing::Values(std::make_tuple("", 10, "200"), std::make_tuple("bytes=0-4", 10, "206 0-4"),
-                      std::make_tuple("bytes=5-", 10, "206 5-9"), std::make_tuple("bytes=-3", 10, "206 7-9"),
-                      std::make_tuple("bytes=-20", 10, "206 0-9"), std::make_tuple("bytes=3-100", 10, "206 3-9"),
-                      std::make_tuple(" bytes=9-9 ", 10, "206 9-9"), std::make_tuple("bytes=10-", 10, "416"),
-                      std::make_tuple("bytes=-0", 10, "416"), std::make_tuple("bytes=0-", 0, "416"),
-                      std::make_tuple("bytes=99999999999999999999999-", 10, "416"),
-                      std::make_tuple("bytes=5-4", 10, "200"), std::make_tuple("bytes=0-1,3-4", 10, "200"),
-                      std::make_tuple("items=0-4", 10, "200"), std::make_tuple("bytes=a-b", 10, "200"),
-                      std::make_tuple("bytes=--4", 10, "200")));
-
-TEST(Names, GiveDispositionAndType) {
-  const char* rows[][3] = {
-      {"plan.txt", "attachment; filename=\"plan.txt\"; filename*=UTF-8''plan.txt", "text/plain"},
-      {"a b\"c\\.PDF", "attachment; filename=\"a b_c_.PDF\"; filename*=UTF-8''a%20b%22c%5C.PDF", "application/pdf"},
-      {"r\xC3\xA9sum\xC3\xA9.docx", "attachment; filename=\"r__sum__.docx\"; filename*=UTF-8''r%C3%A9sum%C3%A9.docx",
-       "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
-      {"100%;x.", "attachment; filename=\"100%;x.\"; filename*=UTF-8''100%25%3Bx.", "application/octet-stream"}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(plyth_services::ContentDisposition(row[0]), row[1]);
-    EXPECT_EQ(plyth_services::ContentTypeFor(row[0]), row[2]);
+TEST(Ranges, AreParsedAgainstTheSize) {
+  struct Row {
+    const char* header;
+    uint64_t size;
+    RangeAnswer answer;
+    uint64_t first = 0, last = 0;  // of a partial answer
+  } rows[] = {
+      {.header = "", .size = 10, .answer = RangeAnswer::kWhole},
+      {.header = "bytes=0-4", .size = 10, .answer = RangeAnswer::kPartial, .first = 0, .last = 4},
+      {.header = "bytes=5-", .size = 10, .answer = RangeAnswer::kPartial, .first = 5, .last = 9},
+      {.header = "bytes=-3", .size = 10, .answer = RangeAnswer::kPartial, .first = 7, .last = 9},
+      {.header = "bytes=-20", .size = 10, .answer = RangeAnswer::kPartial, .first = 0, .last = 9},
+      {.header = "bytes=3-100", .size = 10, .answer = RangeAnswer::kPartial, .first = 3, .last = 9},
+      {.header = " bytes=9-9 ", .size = 10, .answer = RangeAnswer::kPartial, .first = 9, .last = 9},
+      {.header = "bytes=10-", .size = 10, .answer = RangeAnswer::kUnsatisfiable},
+      {.header = "bytes=-0", .size = 10, .answer = RangeAnswer::kUnsatisfiable},
+      {.header = "bytes=0-", .size = 0, .answer = RangeAnswer::kUnsatisfiable},
+      {.header = "bytes=99999999999999999999999-", .size = 10, .answer = RangeAnswer::kUnsatisfiable},
+      // Ignored: the whole content.
+      {.header = "bytes=5-4", .size = 10, .answer = RangeAnswer::kWhole},
+      {.header = "bytes=0-1,3-4", .size = 10, .answer = RangeAnswer::kWhole},
+      {.header = "items=0-4", .size = 10, .answer = RangeAnswer::kWhole},
+      {.header = "bytes=a-b", .size = 10, .answer = RangeAnswer::kWhole},
+      {.header = "bytes=--4", .size = 10, .answer = RangeAnswer::kWhole},
+  };
+  for (const Row& row : rows) {
+    plyth_services::ByteRange range;
+    EXPECT_EQ(plyth_services::ParseRange(row.header, row.size, &range), row.answer) << row.header;
+    if (row.answer != RangeAnswer::kPartial) continue;
+    EXPECT_EQ(std::make_pair(range.first, range.last), std::make_pair(row.first, row.last)) << row.header;
   }
 }
 
 // Control bytes of a name never reach the header raw: a NUL once passed
 // through the encoded form.
-TEST(Names, EncodeControlBytes) {
+TEST(Names, GiveDispositionAndType) {
   struct Row {
     std::string name;
-    std::string disposition;
+    const char* disposition;
+    const char* type;
+  } rows[] = {
+      {.name = "plan.txt", .disposition = "attachment; filename=\"plan.txt\"; filename*=UTF-8''plan.txt",
+       .type = "text/plain"},
+      {.name = "a b\"c\\.PDF", .disposition = "attachment; filename=\"a b_c_.PDF\"; filename*=UTF-8''a%20b%22c%5C.PDF",
+       .type = "application/pdf"},
+      {.name = "r\xC3\xA9sum\xC3\xA9.docx",
+       .disposition = "attachment; filename=\"r__sum__.docx\"; filename*=UTF-8''r%C3%A9sum%C3%A9.docx",
+       .type = "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
+      {.name = "100%;x.", .disposition = "attachment; filename=\"100%;x.\"; filename*=UTF-8''100%25%3Bx.",
+       .type = "application/octet-stream"},
+      {.name = std::string("a\0b", 3), .disposition = "attachment; filename=\"a_b\"; filename*=UTF-8''a%00b",
+       .type = "application/octet-stream"},
+      {.name = "a\r\nb", .disposition = "attachment; filename=\"a__b\"; filename*=UTF-8''a%0D%0Ab",
+       .type = "application/octet-stream"},
+      {.name = "\x7f\t", .disposition = "attachment; filename=\"__\"; filename*=UTF-8''%7F%09",
+       .type = "application/octet-stream"},
   };
-  const Row rows[] = {
-      {.name = std::string("a\0b", 3), .disposition = "attachment; filename=\"a_b\"; filename*=UTF-8''a%00b"},
-      {.name = "a\r\nb", .disposition = "attachment; filename=\"a__b\"; filename*=UTF-8''a%0D%0Ab"},
-      {.name = "\x7f\t", .disposition = "attachment; filename=\"__\"; filename*=UTF-8''%7F%09"},
-  };
-  for (const Row& row : rows) EXPECT_EQ(plyth_services::ContentDisposition(row.name), row.disposition);
+  for (const Row& row : rows) {
+    EXPECT_EQ(plyth_services::ContentDisposition(row.name), row.disposition);
+    EXPECT_EQ(plyth_services::ContentTypeFor(row.name), row.type) << row.name;
+  }
 }
 
 class Download : public ServicesTest {
  protected:
   plyth_test::HandlerRun Get(const Item& item, const std::string& user, const std::string& range,
                              const std::string& token = "") {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, "download");
-    request.SetParam("path", "link:" + item.permanent_link);
-    if (!token.empty()) request.SetParam("sharing_token", token);
-    if (!range.empty()) request.SetServerVar("HTTP_RANGE", range);
-    const bool anonymous = user == "anonymous";
-    request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
-    return plyth_test::RunHandler(plyth_services::FilesDownloadFunc, request);
+    Json::Value params(Json::objectValue);
+    params["path"] = "link:" + item.permanent_link;
+    if (!token.empty()) params["sharing_token"] = token;
+    return RunFiles(plyth_services::FilesDownloadFunc, "download", params, user, {{"HTTP_RANGE", range}});
   }
 };
 
@@ -83,24 +90,26 @@ std::string Digits(const char* status, const char* length, const char* contentRa
          "X-Content-Type-Options: nosniff\r\n\r\n" + body;
 }
 
-class DownloadAnswers : public Download, public ::testing::WithParamInterface<std::pair<const char*, std::string>> {};
-
-TEST_P(DownloadAnswers, AreExactBytes) {
-  const plyth_test::HandlerRun run = Get(AddItem("alice", "/digits.txt", "0123456789"), "alice", GetParam().first);
-  EXPECT_FALSE(run.response.IsEnableOutput());
-  EXPECT_EQ(run.answer, GetParam().second);
+TEST_F(Download, AnswersAreExactBytes) {
+  const Item digits = AddItem("alice", "/digits.txt", "0123456789");
+  struct Row {
+    const char* range;
+    std::string answer;
+  } rows[] = {
+      {.range = "", .answer = Digits("200 OK", "10", "", "0123456789")},
+      {.range = "bytes=0-1,4-5", .answer = Digits("200 OK", "10", "", "0123456789")},
+      {.range = "bytes=2-5", .answer = Digits("206 Partial Content", "4", "Content-Range: bytes 2-5/10\r\n", "2345")},
+      {.range = "bytes=-3", .answer = Digits("206 Partial Content", "3", "Content-Range: bytes 7-9/10\r\n", "789")},
+      {.range = "bytes=8-", .answer = Digits("206 Partial Content", "2", "Content-Range: bytes 8-9/10\r\n", "89")},
+      {.range = "bytes=10-", .answer = "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\n"
+                 "Content-Length: 0\r\nAccept-Ranges: bytes\r\n\r\n"},
+  };
+  for (const Row& row : rows) {
+    const plyth_test::HandlerRun run = Get(digits, "alice", row.range);
+    EXPECT_FALSE(run.response.IsEnableOutput()) << row.range;
+    EXPECT_EQ(run.answer, row.answer) << row.range;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Ranges, DownloadAnswers,
-    ::testing::Values(
-        std::make_pair("", Digits("200 OK", "10", "", "0123456789")),
-        std::make_pair("bytes=0-1,4-5", Digits("200 OK", "10", "", "0123456789")),
-        std::make_pair("bytes=2-5", Digits("206 Partial Content", "4", "Content-Range: bytes 2-5/10\r\n", "2345")),
-        std::make_pair("bytes=-3", Digits("206 Partial Content", "3", "Content-Range: bytes 7-9/10\r\n", "789")),
-        std::make_pair("bytes=8-", Digits("206 Partial Content", "2", "Content-Range: bytes 8-9/10\r\n", "89")),
-        std::make_pair("bytes=10-", std::string("Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\n"
-                                                "Content-Length: 0\r\nAccept-Ranges: bytes\r\n\r\n"))));
 
 TEST_F(Download, RangesAcrossTheCopyBufferAreExact) {
   std::string content;

@@ -56,14 +56,11 @@ std::string Pdf(int pages) {
          std::to_string(start) + "\n%%EOF\n";
 }
 
-struct Size {
-  int width = 0;
-  int height = 0;
-};
-Size JpegSize(const std::string& bytes) {
+// Width and height of an encoded image; 0 x 0 when it does not decode.
+std::pair<int, int> ImageSize(const std::string& bytes) {
   VipsImage* image = vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr);
-  if (image == nullptr) return {};
-  Size size{image->Xsize, image->Ysize};
+  if (image == nullptr) return {0, 0};
+  const std::pair<int, int> size{image->Xsize, image->Ysize};
   g_object_unref(image);
   return size;
 }
@@ -77,32 +74,34 @@ class Previews : public ServicesTest {
     folder_ = AddItem("alice", "/Trip", "", true);
   }
 
-  // A raw-answer method ("preview", "archive", "download") as `user`, the
+  // A raw-answer method ("preview", "archive", "download") as a visitor, the
   // shared item named by its permanent link, the rest of `params` as given.
-  plyth_test::HandlerRun Raw(ZANT::APIHandler handler, const char* method, const Item& shared, Json::Value params,
-                             const std::string& user = "anonymous") {
-    ZANT::APIRequest request;
-    request.SetAPI("ZANT.BrindlexPlyth.Files", 1, method);
+  plyth_test::HandlerRun Raw(ZANT::APIHandler handler, const char* method, const Item& shared, Json::Value params) {
     params["path"] = "link:" + shared.permanent_link;
-    request.SetParams(params);
-    const bool anonymous = user == "anonymous";
-    request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
-    return plyth_test::RunHandler(handler, request);
+    return RunFiles(handler, method, params);
   }
-  static int RawError(const plyth_test::HandlerRun& run) {
-    if (!run.response.IsEnableOutput()) return 0;
+  static std::string BodyOf(const std::string& answer) {
     std::vector<std::string> lines;
     std::string body;
-    plyth_test::SplitHeaders(run.answer, lines, body);
-    Json::Value answer;
-    Json::Reader().parse(body, answer);
-    return answer["error"]["code"].asInt();
-  }
-  static std::string Body(const plyth_test::HandlerRun& run) {
-    std::vector<std::string> lines;
-    std::string body;
-    plyth_test::SplitHeaders(run.stdoutBytes, lines, body);
+    plyth_test::SplitHeaders(answer, lines, body);
     return body;
+  }
+  static std::string Body(const plyth_test::HandlerRun& run) { return BodyOf(run.stdoutBytes); }
+  static int RawError(const plyth_test::HandlerRun& run) {
+    Json::Value answer;
+    Json::Reader().parse(BodyOf(run.answer), answer);
+    return run.response.IsEnableOutput() ? answer["error"]["code"].asInt() : 0;
+  }
+  // A preview of `item` below `shared`, `size` pixels (0: none given), page `page` (0: none given).
+  plyth_test::HandlerRun Preview(const Item& shared, int size, Json::Value params = Json::objectValue, int page = 0) {
+    if (size != 0) params["size"] = size;
+    if (page != 0) params["page"] = page;
+    return Raw(plyth_services::FilesPreviewFunc, "preview", shared, params);
+  }
+  void SetSize(const Item& item, int64_t size) {
+    plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
+    grow.Bind(1, size).Bind(2, item.file_id);
+    ASSERT_TRUE(grow.Run());
   }
   void Open(const Item& item, Role role) {
     ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, role), 0);
@@ -167,38 +166,35 @@ TEST_F(Previews, AnswerEachKindOrSayWhyNot) {
   const Item empty = AddItem("alice", "/Trip/empty.png", "");
   const Item misnamed = AddItem("alice", "/Trip/misnamed.jpg", Pdf(1));
   const Item word = AddItem("alice", "/Trip/plan.docx", "PK");
+  // The store says 2 GiB; the content is never opened to find out.
+  const Item huge = AddItem("alice", "/Trip/huge.jpg", Picture(64, 64, 3, ".jpg"));
+  SetSize(huge, int64_t{2} << 30);
   Open(folder_, Role::kPreviewer);
   struct Row {
     const char* what;
     const Item* item;
-    Json::Value params;
+    int size;
+    int page = 0;
     int error;
-    const char* type;  // Content-Type of a success
+    const char* type = "";  // Content-Type of a success
   } rows[] = {
-      {.what = "image", .item = &photo, .params = Json::objectValue, .error = 0, .type = "image/jpeg"},
-      {.what = "pdf page 3", .item = &doc, .params = Json::objectValue, .error = 0, .type = "image/jpeg"},
-      {.what = "text", .item = &notes, .params = Json::objectValue, .error = 0, .type = "text/plain; charset=utf-8"},
-      {.what = "audio to a previewer", .item = &song, .params = Json::objectValue, .error = 1060, .type = ""},
-      {.what = "corrupt image", .item = &broken, .params = Json::objectValue, .error = 1060, .type = ""},
-      {.what = "zero bytes", .item = &empty, .params = Json::objectValue, .error = 1060, .type = ""},
-      {.what = "pdf named .jpg", .item = &misnamed, .params = Json::objectValue, .error = 1060, .type = ""},
-      {.what = "no rendition", .item = &word, .params = Json::objectValue, .error = 1060, .type = ""},
-      {.what = "unknown size", .item = &photo, .params = Json::objectValue, .error = 101, .type = ""},
-      {.what = "page past the end", .item = &doc, .params = Json::objectValue, .error = 1060, .type = ""},
-      {.what = "page of an image", .item = &photo, .params = Json::objectValue, .error = 101, .type = ""},
+      {.what = "image", .item = &photo, .size = 256, .error = 0, .type = "image/jpeg"},
+      {.what = "pdf page 3", .item = &doc, .size = 256, .page = 3, .error = 0, .type = "image/jpeg"},
+      {.what = "text", .item = &notes, .size = 0, .error = 0, .type = "text/plain; charset=utf-8"},
+      {.what = "audio to a previewer", .item = &song, .size = 256, .error = 1060},
+      {.what = "corrupt image", .item = &broken, .size = 256, .error = 1060},
+      {.what = "zero bytes", .item = &empty, .size = 256, .error = 1060},
+      {.what = "pdf named .jpg", .item = &misnamed, .size = 256, .error = 1060},
+      {.what = "no rendition", .item = &word, .size = 256, .error = 1060},
+      {.what = "past the size cap", .item = &huge, .size = 256, .error = 1060},
+      {.what = "unknown size", .item = &photo, .size = 300, .error = 101},
+      {.what = "page past the end", .item = &doc, .size = 256, .page = 4, .error = 1060},
+      {.what = "page of an image", .item = &photo, .size = 256, .page = 2, .error = 101},
   };
-  rows[0].params["size"] = 256;
-  rows[1].params["size"] = 256;
-  rows[1].params["page"] = 3;
-  for (int i = 3; i < 8; ++i) rows[i].params["size"] = 256;
-  rows[8].params["size"] = 300;
-  rows[9].params["size"] = 256;
-  rows[9].params["page"] = 4;
-  rows[10].params["size"] = 256;
-  rows[10].params["page"] = 2;
-  for (Row& row : rows) {
-    row.params["item"] = row.item->file_id;
-    const plyth_test::HandlerRun run = Raw(plyth_services::FilesPreviewFunc, "preview", folder_, row.params);
+  for (const Row& row : rows) {
+    Json::Value params(Json::objectValue);
+    params["item"] = row.item->file_id;
+    const plyth_test::HandlerRun run = Preview(folder_, row.size, params, row.page);
     EXPECT_EQ(RawError(run), row.error) << row.what;
     if (row.error != 0) continue;
     const std::string body = Body(run);
@@ -207,10 +203,8 @@ TEST_F(Previews, AnswerEachKindOrSayWhyNot) {
                   std::to_string(body.size()) +
                   "\r\nCache-Control: private, max-age=3600\r\nX-Content-Type-Options: nosniff\r\n\r\n")
         << row.what;
+    if (row.item == &notes) { EXPECT_EQ(body, "day one\n"); }
   }
-  Json::Value params(Json::objectValue);
-  params["item"] = notes.file_id;
-  EXPECT_EQ(Body(Raw(plyth_services::FilesPreviewFunc, "preview", folder_, params)), "day one\n");
 }
 
 TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
@@ -224,7 +218,7 @@ TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
   struct Row {
     const Item* item;
     int size;
-    Size expected;
+    std::pair<int, int> expected;
   } rows[] = {
       {.item = &photo, .size = 128, .expected = {128, 43}},
       {.item = &photo, .size = 512, .expected = {512, 171}},
@@ -235,12 +229,8 @@ TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
       {.item = &gif, .size = 128, .expected = {128, 128}},
   };
   for (const Row& row : rows) {
-    Json::Value params(Json::objectValue);
-    params["size"] = row.size;
-    const std::string body = Body(Raw(plyth_services::FilesPreviewFunc, "preview", *row.item, params));
-    const Size got = JpegSize(body);
-    EXPECT_EQ(got.width, row.expected.width) << row.item->name << " " << row.size;
-    EXPECT_EQ(got.height, row.expected.height) << row.item->name << " " << row.size;
+    const std::string body = Body(Preview(*row.item, row.size));
+    EXPECT_EQ(ImageSize(body), row.expected) << row.item->name << " " << row.size;
     EXPECT_NE(body, original);
   }
   // The previewer may not read the original by any method (however a
@@ -248,26 +238,19 @@ TEST_F(Previews, NeverExceedTheBoxNorHandOutTheOriginal) {
   const plyth_test::HandlerRun download = Raw(plyth_services::FilesDownloadFunc, "download", photo, Json::objectValue);
   EXPECT_EQ(download.answer.find(original), std::string::npos);
   EXPECT_EQ(download.stdoutBytes.find("Status: 2"), std::string::npos);
-  Json::Value whole(Json::objectValue);
-  EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", photo, whole)), 1002);
+  EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", photo, Json::objectValue)), 1002);
 }
 
 TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
   const Item photo = AddItem("alice", "/photo.png", Picture(600, 600, 3, ".png"));
   Open(photo, Role::kPreviewer);
-  Json::Value params(Json::objectValue);
-  params["size"] = 256;
-  const std::string first = Body(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params));
-  const std::string cached = root_.Host(std::string(plyth_services::kPreviewCacheDir) + "/" +
-                                        photo.hash.substr(0, 2) + "/" + photo.hash + "-256-1.jpg");
-  struct stat info;
-  ASSERT_EQ(stat(cached.c_str(), &info), 0);
-  EXPECT_EQ(static_cast<size_t>(info.st_size), first.size());
+  const std::string first = Body(Preview(photo, 256));
+  const std::string file = std::string(plyth_services::kPreviewCacheDir) + "/" + photo.hash.substr(0, 2) + "/" +
+                           photo.hash + "-256-1.jpg";
+  EXPECT_EQ(root_.ReadFile(file), first);
   // A second answer comes from the file, as it stands.
-  root_.WriteFile(std::string(plyth_services::kPreviewCacheDir) + "/" + photo.hash.substr(0, 2) + "/" + photo.hash +
-                      "-256-1.jpg",
-                  "cached bytes");
-  EXPECT_EQ(Body(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params)), "cached bytes");
+  root_.WriteFile(file, "cached bytes");
+  EXPECT_EQ(Body(Preview(photo, 256)), "cached bytes");
 
   // Over the cap, the least recently used go first.
   const std::string dir = std::string(plyth_services::kPreviewCacheDir) + "/ab/";
@@ -280,19 +263,7 @@ TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
   std::vector<bool> left;
   for (int i = 0; i < 4; ++i) left.push_back(access(root_.Host(dir + std::to_string(i)).c_str(), F_OK) == 0);
   EXPECT_EQ(left, (std::vector<bool>{false, false, true, true}));
-  EXPECT_EQ(access(cached.c_str(), F_OK), 0);
-}
-
-TEST_F(Previews, OfFilesPastTheSizeCapAreRefusedUnread) {
-  // The store says 2 GiB; the content is never opened to find out.
-  const Item photo = AddItem("alice", "/huge.jpg", Picture(64, 64, 3, ".jpg"));
-  plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
-  grow.Bind(1, static_cast<int64_t>(2) << 30).Bind(2, photo.file_id);
-  ASSERT_TRUE(grow.Run());
-  Open(photo, Role::kPreviewer);
-  Json::Value params(Json::objectValue);
-  params["size"] = 256;
-  EXPECT_EQ(RawError(Raw(plyth_services::FilesPreviewFunc, "preview", photo, params)), 1060);
+  EXPECT_EQ(access(root_.Host(file).c_str(), F_OK), 0);
 }
 
 TEST_F(Previews, InfoTellsTheViewerAndThePages) {
@@ -340,11 +311,9 @@ TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
     Json::Value params(Json::objectValue);
     params["item"] = row.item;
     params["sharing_token"] = token;
-    const plyth_test::HandlerRun run = Raw(plyth_services::FilesPreviewFunc, "preview", folder_, params);
+    const plyth_test::HandlerRun run = Preview(folder_, 0, params);
     EXPECT_EQ(RawError(run), row.error) << row.what;
-    if (row.error == 0) {
-      EXPECT_EQ(Body(run), "inside");
-    }
+    if (row.error == 0) { EXPECT_EQ(Body(run), "inside"); }
   }
 }
 
@@ -375,11 +344,10 @@ TEST_F(Listings, PutFoldersFirstThenNamesAndTellEachKind) {
             R"({"can_read":false,"offset":0,"page_size":200,"total":7})");
   std::map<std::string, std::string> kinds;
   for (const Json::Value& entry : data["items"]) kinds[entry["name"].asString()] = entry["preview"].asString();
-  EXPECT_EQ(kinds["A.jpg"], "image");
-  EXPECT_EQ(kinds["a.pdf"], "pdf");
-  EXPECT_EQ(kinds["b.txt"], "text");
-  EXPECT_EQ(kinds["clip.webm"], "none");  // a previewer gets no player
-  EXPECT_EQ(kinds["zeta"], "none");
+  EXPECT_EQ(kinds, (std::map<std::string, std::string>{{"A.jpg", "image"}, {"Beta", "none"}, {"a.pdf", "pdf"},
+                                                         {"b.txt", "text"}, {"Caf\xC3\xA9 & \"<x>\".txt", "text"},
+                                                         {"clip.webm", "none"},  // a previewer gets no player
+                                                         {"zeta", "none"}}));
   const Json::Value& first = data["items"][3];
   EXPECT_EQ(Pick(first, {"name", "type", "size", "preview"}), R"({"name":"a.pdf","preview":"pdf","size":1,"type":"file"})");
 }
@@ -533,9 +501,7 @@ TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   ASSERT_EQ(Db().Changes(), static_cast<int>(plyth_services::kArchiveMaxEntries) + 1);
 
   // Past the byte cap nothing is written.
-  plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
-  grow.Bind(1, static_cast<int64_t>(plyth_services::kArchiveMaxBytes + 1)).Bind(2, big.file_id);
-  ASSERT_TRUE(grow.Run());
+  SetSize(big, static_cast<int64_t>(plyth_services::kArchiveMaxBytes + 1));
   Json::Value params(Json::objectValue);
   params["sharing_token"] = token;
   const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, params);
