@@ -51,7 +51,6 @@ class SyslogCapture {
   SyslogCapture();
   ~SyslogCapture();
   std::vector<SyslogLine> Lines() const;
-  std::vector<std::string> Texts() const;
   void Clear();
 };
 
@@ -125,9 +124,6 @@ struct HandlerRun {
 // collects its output. Needs a live ApplianceRoot.
 // Without a live FakeIdentity the process looks root (ids 0) during the run.
 HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request);
-
-// Lines of the sync logger's file written since the last call.
-std::vector<std::string> TakeLoggerLines();
 
 // Splits "A\r\nB\r\n\r\nbody" at the first blank line.
 void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines,
