@@ -28,6 +28,7 @@ using plyth_test::ApplianceRoot;
 using plyth_test::FakeAPI;
 using plyth_test::FakeIdentity;
 using plyth_test::HandlerRun;
+using plyth_test::Parse;
 using plyth_test::SyslogCapture;
 using plyth_test::SyslogLine;
 using Lines = std::vector<SyslogLine>;
@@ -39,11 +40,6 @@ auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, o
   return os << row.description;
 }
 
-inline Json::Value Parse(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
-  return value;
-}
 
 inline std::string Text(const Json::Value& value) { return ZANT::JsonToString(value); }
 

@@ -4,6 +4,8 @@
 #include <map>
 #include <tuple>
 
+#include <gtest/gtest.h>
+
 #include "harness.h"
 
 namespace plyth_test {
@@ -42,6 +44,12 @@ struct FakeAPIRegistry {
     response->SetRawResult(result);
   }
 };
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
+  return value;
+}
 
 FakeAPI::FakeAPI(const std::string& api, int version, const std::string& method)
     : api_(api), version_(version), method_(method) {

@@ -120,6 +120,9 @@ struct HandlerRun {
   std::vector<std::string> logger;  // lines the sync logger wrote
 };
 
+// JSON text as a value; text that does not parse fails the test.
+Json::Value Parse(const std::string& text);
+
 // Runs `handler` on `request` (made current, as the framework does) and
 // collects its output. Needs a live ApplianceRoot.
 // Without a live FakeIdentity the process looks root (ids 0) during the run.
