@@ -20,7 +20,6 @@ struct IdentityState {
   gid_t egid = 0;
   bool failUid = false;
   bool failGid = false;
-  std::vector<std::string> calls;
 };
 
 IdentityState& State() {
@@ -54,9 +53,6 @@ int Set(const char* name, Id r, Id e, Id s, Id IdentityState::*target, bool Iden
   int rc = 1;  // not faked
   Locked([&](IdentityState& state) {
     if (!state.active) return;
-    state.calls.push_back(std::string(name) + "(" + std::to_string(static_cast<int>(r)) + ", " +
-                          std::to_string(static_cast<int>(e)) + ", " +
-                          std::to_string(static_cast<int>(s)) + ")");
     if (state.*fail) {
       errno = EPERM;
       rc = -1;
@@ -76,24 +72,17 @@ FakeIdentity::FakeIdentity(uid_t euid, gid_t egid) {
     s.euid = euid;
     s.egid = egid;
     s.failUid = s.failGid = false;
-    s.calls.clear();
   });
 }
 
 FakeIdentity::~FakeIdentity() {
-  Locked([](IdentityState& s) {
-    s.active = false;
-    s.calls.clear();
-  });
+  Locked([](IdentityState& s) { s.active = false; });
 }
 
 void FakeIdentity::FailSetresuid(bool fail) { Locked([&](IdentityState& s) { s.failUid = fail; }); }
 void FakeIdentity::FailSetresgid(bool fail) { Locked([&](IdentityState& s) { s.failGid = fail; }); }
 uid_t FakeIdentity::Euid() const { return Locked([](IdentityState& s) { return s.euid; }); }
 gid_t FakeIdentity::Egid() const { return Locked([](IdentityState& s) { return s.egid; }); }
-std::vector<std::string> FakeIdentity::Calls() const {
-  return Locked([](IdentityState& s) { return s.calls; });
-}
 bool FakeIdentityActive() { return Locked([](IdentityState& s) { return s.active; }); }
 
 }  // namespace plyth_test

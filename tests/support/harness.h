@@ -23,7 +23,6 @@ class ApplianceRoot {
   ApplianceRoot(const ApplianceRoot&) = delete;
   ApplianceRoot& operator=(const ApplianceRoot&) = delete;
 
-  const std::string& Path() const { return path_; }
   // `appliancePath` is absolute on the appliance ("/etc/zantinfo.conf");
   // parent directories are made as needed.
   void WriteFile(const std::string& appliancePath, const std::string& content) const;
@@ -64,8 +63,6 @@ class FakeIdentity {
   void FailSetresgid(bool fail);
   uid_t Euid() const;
   gid_t Egid() const;
-  // Every set call made, as "setresuid(-1, 0, -1)".
-  std::vector<std::string> Calls() const;
 };
 
 // Collects what the process writes to its standard output (fd 1 and stdio).
