@@ -130,8 +130,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, Answer, ::testing::ValuesIn(std::vector<AnswerCas
   {"no data", [](APIResponse& r) { r.SetSuccess(); }, kJson + "\r\n{\"success\":true}"},
   {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
    kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
-  {"no answer is error 100", [](APIResponse&) {},
-   kJson + "\r\n" + R"({"error":{"code":100},"success":false})"},
   {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
      r.SetHeader("Set-Cookie", "a=1"); r.SetHeader("location", "/x?y"); r.SetSuccess(); },
    "Status: 302 Found\r\nLocation: /x?y\r\n\r\n"},
