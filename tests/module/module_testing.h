@@ -7,7 +7,6 @@
 #include <cctype>
 #include <initializer_list>
 #include <ostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,6 +28,7 @@ using plyth_test::ApplianceRoot;
 using plyth_test::FakeAPI;
 using plyth_test::FakeIdentity;
 using plyth_test::HandlerRun;
+using plyth_test::Parse;
 using plyth_test::SyslogCapture;
 using plyth_test::SyslogLine;
 using Lines = std::vector<SyslogLine>;
@@ -40,21 +40,8 @@ auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, o
   return os << row.description;
 }
 
-inline Json::Value Parse(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
-  return value;
-}
 
 inline std::string Text(const Json::Value& value) { return ZANT::JsonToString(value); }
-
-// The words of a short table cell.
-inline Strings Tokens(const std::string& text) {
-  std::istringstream in(text);
-  Strings tokens;
-  for (std::string token; in >> token;) tokens.push_back(token);
-  return tokens;
-}
 
 inline SyslogLine Logged(int priority, const std::string& source, int line,
                          const std::string& text) {
@@ -102,26 +89,29 @@ inline std::string BodyOf(const std::string& answer) {
   return body;
 }
 
-// Link-service results in short: a failure code ("1002"), "nocode" (a failure
-// without one), "token" (the sharing token "NEW"), "nodata", or a record
-// "read", "preview" (no can_read), "noprev" (no can_preview) or "removed",
-// with ":<name>"; or "path:<display path>".
-inline Json::Value Result(const std::string& name) {
-  if (isdigit(static_cast<unsigned char>(name[0]))) return FakeAPI::Failure(std::stoi(name));
-  if (name == "nocode") return FakeAPI::FailureWithoutError();
-  if (name == "token") return FakeAPI::Success(Parse(R"({"sharing_token":"NEW"})"));
-  if (name == "nodata") return FakeAPI::SuccessWithoutData();
-  const size_t colon = name.find(':');
-  const std::string kind = name.substr(0, colon);
-  const std::string arg = colon == std::string::npos ? "" : name.substr(colon + 1);
+// Link-service results.
+inline Json::Value Failed(int code) { return FakeAPI::Failure(code); }
+inline Json::Value Unlocked() { return FakeAPI::Success(Parse(R"({"sharing_token":"NEW"})")); }
+struct Record {
+  std::string name = "a.txt", displayPath = "";
+  bool canRead = true, canPreview = true, removed = false;
+};
+inline Json::Value Found(const Record& record) {
   Json::Value file = Parse(R"({"type":"file","file_id":"F1","permanent_link":"L1"})");
-  file["name"] = kind == "path" || arg.empty() ? "a.txt" : arg;
-  file["display_path"] = kind == "path" ? arg : "";
-  file["capabilities"]["can_read"] = kind != "preview";
-  file["capabilities"]["can_preview"] = kind != "noprev";
-  if (kind == "removed") file["removed"] = true;
+  file["name"] = record.name;
+  file["display_path"] = record.displayPath;
+  file["capabilities"]["can_read"] = record.canRead;
+  file["capabilities"]["can_preview"] = record.canPreview;
+  if (record.removed) file["removed"] = true;
   return FakeAPI::Success(file);
 }
+
+// Who asks, and the USERNAME the web server hands on (null: unset).
+enum class SignIn { kAnonymous, kAlice, kWebServer, kNone };
+struct Visitor {
+  SignIn signIn = SignIn::kAnonymous;
+  const char* username = nullptr;
+};
 
 // A request of the module's methods, with the link service, texts and users.
 class LinkTest : public ::testing::Test {
@@ -136,15 +126,12 @@ class LinkTest : public ::testing::Test {
   }
   ~LinkTest() override { unsetenv("USERNAME"); }
 
-  // "alice" signed in, "-7" named by the web server, "none" no sign-in at
-  // all, else anonymous; " <name>" after any of them sets USERNAME.
-  void SetVisitor(const std::string& visitor) {
-    const Strings words = Tokens(visitor);
-    const std::string who = words.empty() ? "" : words[0];
-    if (who == "alice") request_.SetLogin("alice", 1026, ZANT::kAuthUser);
-    if (who == "-7") request_.SetLogin("", -1, ZANT::kAuthWebServer);
-    if (who == "none") request_.SetLogin("", -1, ZANT::kAuthNone);
-    if (words.size() > 1) setenv("USERNAME", words[1] == "''" ? "" : words[1].c_str(), 1);
+  void SetVisitor(const Visitor& visitor) {
+    // Anonymous is the request as it comes: no sign-in result at all.
+    if (visitor.signIn == SignIn::kAlice) request_.SetLogin("alice", 1026, ZANT::kAuthUser);
+    if (visitor.signIn == SignIn::kWebServer) request_.SetLogin("", -1, ZANT::kAuthWebServer);
+    if (visitor.signIn == SignIn::kNone) request_.SetLogin("", -1, ZANT::kAuthNone);
+    if (visitor.username != nullptr) setenv("USERNAME", visitor.username, 1);
   }
 
   ApplianceRoot root_;

@@ -19,17 +19,19 @@ const char kClear[] =
     "Set-Cookie: plyth-sharing-S1=; expires=Thu, 01 Jan 1970 00:00:00 GMT; path=/";
 const char kSetEmpty[] = "Set-Cookie: plyth-sharing-S1=; path=/";
 
-// A logger line by its short name (see SharingRow), as this process writes it.
-std::string LoggerLine(const std::string& name) {
-  const int line = std::stoi(name);
-  std::string what = line == 568 ? "advance sharing file is removed : link: L1, sharing_token: OLD."
-                                 : "cannot get file : link: L1, sharing_token: ";
-  if (line != 568) what += name == "565" ? "OLD." : name == "584" ? "NEW." : ".";
+// A logger line as this process writes it.
+std::string LoggerLine(int line, const char* level, const std::string& what) {
   char prefix[64];
   snprintf(prefix, sizeof(prefix), "(%5d:%5d) [%s] get(%d): ", static_cast<int>(getpid()),
-           static_cast<int>(syscall(SYS_gettid) % 100000), line == 568 ? "DEBUG" : "ERROR", line);
+           static_cast<int>(syscall(SYS_gettid) % 100000), level, line);
   return prefix + what;
 }
+// A failed fetch with the cookie's token (line 565) or the unlocked one (584).
+std::string CannotGet(int line, const std::string& token) {
+  return LoggerLine(line, "ERROR", "cannot get file : link: L1, sharing_token: " + token + ".");
+}
+const std::string kRemovedAtDebug =
+    LoggerLine(568, "DEBUG", "advance sharing file is removed : link: L1, sharing_token: OLD.");
 
 // The answer in a few words: "redirect <url>", "desktop" ("+token" when the
 // page script carries the sign-in token), or the mobile page's script name
@@ -82,15 +84,17 @@ class GetTest : public LinkTest {
   }
 };
 
-// Results in short (see Result) of the fetch with the cookie's token, the
-// unlock and the fetch with its token "NEW"; the cookie lines ("new",
-// "clear", "empty"); the logger lines ("565" token OLD, "584" NEW, "584-" empty,
-// "568" a removed item at the debug level).
+// The link service's results for the fetch with the cookie's token, the unlock,
+// and the fetch with the unlocked token "NEW"; the answer's Set-Cookie lines.
 struct SharingRow {
   const char* description;
-  bool phone;
-  const char *cookie /* null: none */, *cookieFetch, *unlock, *freshFetch, *cookies, *page, *log;
-  size_t unlockCalls;
+  bool phone = false;
+  const char* cookie = nullptr;  // null: no token cookie
+  Json::Value cookieFetch = {}, unlock = {}, freshFetch = {};
+  Strings cookies = {}, logger = {};
+  const char* page;
+  size_t unlockCalls = 1;
+  bool debugLevel = false;
 };
 
 class Sharing : public GetTest, public ::testing::WithParamInterface<SharingRow> {};
@@ -98,23 +102,18 @@ class Sharing : public GetTest, public ::testing::WithParamInterface<SharingRow>
 TEST_P(Sharing, AnswersAndCookies) {
   const SharingRow& row = GetParam();
   files_.Respond([&row](const Json::Value& params, const std::string&) {
-    return Result(params.get("sharing_token", "") == "NEW" ? row.freshFetch : row.cookieFetch);
+    return params.get("sharing_token", "") == "NEW" ? row.freshFetch : row.cookieFetch;
   });
-  auth_.AlwaysReturn(Result(row.unlock));
+  auth_.AlwaysReturn(row.unlock);
   if (row.cookie != nullptr) request_.SetCookie("plyth-sharing-S1", row.cookie);
-  if (std::string(row.log) == "568") {
+  if (row.debugLevel) {
     root_.WriteFile("/var/packages/BrindlexPlyth/target/etc/syncfolder.debug",
                     "default_component=debug\n");
   }
   HandlerRun run = Run(row.phone, "S1", "L1");
   EXPECT_EQ(PageOf(run), row.page);
-  Strings cookies, log;
-  for (const std::string& c : Tokens(row.cookies)) {
-    cookies.push_back(c == "new" ? kSetNew : c == "clear" ? kClear : kSetEmpty);
-  }
-  EXPECT_EQ(CookieLines(run), cookies);
-  for (const std::string& name : Tokens(row.log)) log.push_back(LoggerLine(name));
-  EXPECT_EQ(run.logger, log);
+  EXPECT_EQ(CookieLines(run), row.cookies);
+  EXPECT_EQ(run.logger, row.logger);
   EXPECT_EQ(auth_.Calls().size(), row.unlockCalls);
   for (const auto& call : files_.Calls()) EXPECT_EQ(call.user, "anonymous");
   for (const auto& call : auth_.Calls()) {
@@ -122,39 +121,71 @@ TEST_P(Sharing, AnswersAndCookies) {
   }
 }
 
-const bool D = false, P = true;
-using S = SharingRow;
+const Json::Value kRead = Found({}), kNotRead = Failed(1002);
 #define OFFICE "redirect http://nas.example:5000/oo/r/L1?sharing_link=S1"
 
-INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::Values(
-    S{"no cookie, unlocked", D, 0, "1002", "token", "read", "new", "desktop", "", 1},
-    S{"valid cookie", D, "OLD", "read", "token", "read", "", "desktop", "", 0},
-    S{"stale cookie, unlocked", D, "OLD", "1002", "token", "read", "new", "desktop", "565", 1},
-    S{"stale cookie, 1037", D, "OLD", "1002", "1037", "read", "clear", "desktop", "565", 1},
-    S{"1037 on a phone: desktop page", P, 0, "1002", "1037", "read", "", "desktop", "", 1},
-    S{"1038 on a phone", P, 0, "1002", "1038", "read", "", "expired", "", 1},
-    S{"other failure on a phone", P, 0, "1002", "1001", "read", "", "invalid", "", 1},
-    S{"empty cookie that fetches", P, "", "read", "1001", "read", "clear", "info+download", "", 1},
-    S{"empty cookie that fetches, 1038", P, "", "read", "1038", "read", "clear", "expired", "", 1},
-    S{"removed, unlock fails", P, "OLD", "removed", "1001", "read", "clear", "invalid", "", 1},
-    S{"removed, at debug level", D, "OLD", "removed", "1001", "", "clear", "desktop", "568", 1},
-    S{"removed, unlocked", P, "OLD", "removed", "token", "read", "new", "info+download", "", 1},
-    S{"phone, no can_read", P, 0, "1002", "token", "preview", "new", "info", "", 1},
+INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingRow>{
+    {.description = "no cookie, unlocked", .cookieFetch = kNotRead, .unlock = Unlocked(),
+     .freshFetch = kRead, .cookies = {kSetNew}, .page = "desktop"},
+    {.description = "valid cookie", .cookie = "OLD", .cookieFetch = kRead, .page = "desktop",
+     .unlockCalls = 0},
+    {.description = "stale cookie, unlocked", .cookie = "OLD", .cookieFetch = kNotRead,
+     .unlock = Unlocked(), .freshFetch = kRead, .cookies = {kSetNew},
+     .logger = {CannotGet(565, "OLD")}, .page = "desktop"},
+    {.description = "stale cookie, 1037", .cookie = "OLD", .cookieFetch = kNotRead,
+     .unlock = Failed(1037), .cookies = {kClear}, .logger = {CannotGet(565, "OLD")},
+     .page = "desktop"},
+    {.description = "1037 on a phone: desktop page", .phone = true, .cookieFetch = kNotRead,
+     .unlock = Failed(1037), .page = "desktop"},
+    {.description = "1038 on a phone", .phone = true, .cookieFetch = kNotRead,
+     .unlock = Failed(1038), .page = "expired"},
+    {.description = "other failure on a phone", .phone = true, .cookieFetch = kNotRead,
+     .unlock = Failed(1001), .page = "invalid"},
+    {.description = "empty cookie that fetches", .phone = true, .cookie = "", .cookieFetch = kRead,
+     .unlock = Failed(1001), .cookies = {kClear}, .page = "info+download"},
+    {.description = "empty cookie that fetches, 1038", .phone = true, .cookie = "",
+     .cookieFetch = kRead, .unlock = Failed(1038), .cookies = {kClear}, .page = "expired"},
+    {.description = "removed, unlock fails", .phone = true, .cookie = "OLD",
+     .cookieFetch = Found({.removed = true}), .unlock = Failed(1001), .cookies = {kClear},
+     .page = "invalid"},
+    {.description = "removed, at debug level", .cookie = "OLD",
+     .cookieFetch = Found({.removed = true}), .unlock = Failed(1001), .cookies = {kClear},
+     .logger = {kRemovedAtDebug}, .page = "desktop", .debugLevel = true},
+    {.description = "removed, unlocked", .phone = true, .cookie = "OLD",
+     .cookieFetch = Found({.removed = true}), .unlock = Unlocked(), .freshFetch = kRead,
+     .cookies = {kSetNew}, .page = "info+download"},
+    {.description = "phone, no can_read", .phone = true, .cookieFetch = kNotRead,
+     .unlock = Unlocked(), .freshFetch = Found({.canRead = false}), .cookies = {kSetNew},
+     .page = "info"},
     // A failed fetch right after an unlock still counts as unlocked.
-    S{"fetch fails after unlock", P, 0, "1002", "token", "1002", "new", "info", "584", 1},
-    S{"no data", P, "OLD", "1002", "nodata", "read", "empty clear", "info", "565 584-", 1},
-    S{"office after unlock", D, 0, "1002", "token", "read:r.kdoc", "new", OFFICE, "", 1},
-    S{"phone, office, no can_read", P, "OLD", "preview:d.kslides", "", "", "", OFFICE, "", 0},
-    S{"upper case", D, "OLD", "read:r.KSHEET", "", "", "", "desktop", "", 0},
-    S{"not at the end", D, "OLD", "read:r.kdoc.t", "", "", "", "desktop", "", 0},
-    S{"line feed in the name", D, "OLD", "read:a\nr.kdoc", "", "", "", "desktop", "", 0},
-    S{"carriage return in the name", D, "OLD", "read:a\rr.ksheet", "", "", "", "desktop", "", 0},
-    S{"tab in the name", D, "OLD", "read:a\tr.kslides", "", "", "", OFFICE, "", 0},
-    S{"removed office", D, "OLD", "removed:r.kdoc", "1001", "", "clear", "desktop", "", 1}));
+    {.description = "fetch fails after unlock", .phone = true, .cookieFetch = kNotRead,
+     .unlock = Unlocked(), .freshFetch = kNotRead, .cookies = {kSetNew},
+     .logger = {CannotGet(584, "NEW")}, .page = "info"},
+    {.description = "no data", .phone = true, .cookie = "OLD", .cookieFetch = kNotRead,
+     .unlock = FakeAPI::SuccessWithoutData(), .freshFetch = kRead, .cookies = {kSetEmpty, kClear},
+     .logger = {CannotGet(565, "OLD"), CannotGet(584, "")}, .page = "info"},
+    {.description = "office after unlock", .cookieFetch = kNotRead, .unlock = Unlocked(),
+     .freshFetch = Found({.name = "r.kdoc"}), .cookies = {kSetNew}, .page = OFFICE},
+    {.description = "phone, office, no can_read", .phone = true, .cookie = "OLD",
+     .cookieFetch = Found({.name = "d.kslides", .canRead = false}), .page = OFFICE,
+     .unlockCalls = 0},
+    {.description = "upper case", .cookie = "OLD", .cookieFetch = Found({.name = "r.KSHEET"}),
+     .page = "desktop", .unlockCalls = 0},
+    {.description = "not at the end", .cookie = "OLD", .cookieFetch = Found({.name = "r.kdoc.t"}),
+     .page = "desktop", .unlockCalls = 0},
+    {.description = "line feed in the name", .cookie = "OLD",
+     .cookieFetch = Found({.name = "a\nr.kdoc"}), .page = "desktop", .unlockCalls = 0},
+    {.description = "carriage return in the name", .cookie = "OLD",
+     .cookieFetch = Found({.name = "a\rr.ksheet"}), .page = "desktop", .unlockCalls = 0},
+    {.description = "tab in the name", .cookie = "OLD",
+     .cookieFetch = Found({.name = "a\tr.kslides"}), .page = OFFICE, .unlockCalls = 0},
+    {.description = "removed office", .cookie = "OLD",
+     .cookieFetch = Found({.name = "r.kdoc", .removed = true}), .unlock = Failed(1001),
+     .cookies = {kClear}, .page = "desktop"}}));
 
 TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {
-  files_.AlwaysReturn(Result("read"));
-  auth_.AlwaysReturn(Result("token"));
+  files_.AlwaysReturn(kRead);
+  auth_.AlwaysReturn(Unlocked());
   HandlerRun run = Run(false, "S1", "L1");
   Strings headers;
   std::string body;
@@ -168,7 +199,7 @@ TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {
   EXPECT_EQ(body.substr(0, page.size()), page);
   EXPECT_EQ(Text(files_.Calls().at(0).params), R"({"path":"link:L1","sharing_token":"NEW"})");
 
-  files_.AlwaysReturn(Result("read:report.kdoc"));
+  files_.AlwaysReturn(Found({.name = "report.kdoc"}));
   request_.SetServerVar("REQUEST_URI", "/alias/d/s/S1");
   run = Run(false, "S1", "L1");
   EXPECT_EQ(run.answer, std::string(kSetNew) + "\r\nStatus: 302 Found\r\nLocation: "
@@ -188,18 +219,20 @@ TEST_F(GetTest, MissingLinkIdSetsError114AndWritesTheInvalidLinkPage) {
   EXPECT_TRUE(files_.Calls().empty() && auth_.Calls().empty());
 }
 
-// The visitor as LinkTest::SetVisitor takes it; the user who fetched (empty: no fetch).
+// The visitor and the user who fetched (empty: no fetch).
 struct PermanentRow {
   const char* description;
-  bool phone;
-  const char *visitor, *fetch, *page, *fetchUser;
+  bool phone = false;
+  Visitor visitor = {};
+  Json::Value fetch = {};
+  const char *page, *fetchUser;
 };
 
 class Permanent : public GetTest, public ::testing::WithParamInterface<PermanentRow> {};
 
 TEST_P(Permanent, Answers) {
   const PermanentRow& row = GetParam();
-  files_.AlwaysReturn(Result(row.fetch));
+  files_.AlwaysReturn(row.fetch);
   SetVisitor(row.visitor);
   HandlerRun run = Run(row.phone, "", "L1");
   EXPECT_EQ(PageOf(run), row.page);
@@ -213,28 +246,53 @@ TEST_P(Permanent, Answers) {
 
 #define APP \
   "redirect http://nas.example:5000/?launchApp=ZANT.QRT.Plyth.Application&launchParam=file_id%3DF1"
-using R = PermanentRow;
+const Visitor kAlice{SignIn::kAlice}, kAnonymous{};
+const Json::Value kInHome = Found({.displayPath = "/home/a.txt"});
 
-INSTANTIATE_TEST_SUITE_P(Rows, Permanent, ::testing::Values(
-    R{"signed in, display path", D, "alice", "path:/home/a.txt", APP, "alice"},
-    R{"signed in, no display path", D, "alice", "read", "desktop", "alice"},
-    R{"signed in, path without /", D, "alice", "path:home/a.txt", "desktop", "alice"},
-    R{"anonymous, display path", D, "", "path:/home/a.txt", "desktop", "anonymous"},
-    R{"office: no office redirect here", D, "alice", "read:r.kdoc", "desktop", "alice"},
-    R{"phone, readable", P, "alice", "path:/home/a.txt", "info+download", "alice"},
-    R{"phone, preview only", P, "alice", "preview", "info", "alice"},
-    R{"phone, anonymous, 1002", P, "", "1002", "anonymous", "anonymous"},
-    R{"phone, signed in, 1002", P, "alice", "1002", "perm", "alice"},
-    R{"phone, signed in, not previewable", P, "alice", "noprev", "perm", "alice"},
-    R{"phone, other failure", P, "alice", "1001", "invalid", "alice"},
-    R{"phone, removed", P, "alice", "removed", "invalid", "alice"},
-    R{"-7, enabled user, phone", P, "-7 bob", "read", "info+download", "bob"},
-    R{"-7, enabled user: token", D, "-7 bob", "read", "desktop+token", "bob"},
-    R{"-2, disabled user: no fetch", P, "-7 carol", "read", "invalid", ""},
-    R{"-2, disabled user, desktop", D, "-7 carol", "read", "desktop", ""},
-    R{"-1, empty name", P, "-7 ''", "read", "invalid", ""},
-    R{"web server auth without USERNAME", P, "-7", "1002", "anonymous", "anonymous"},
-    R{"USERNAME without web server auth", P, "none bob", "1002", "anonymous", "anonymous"},
-    R{"signed in ignores USERNAME", D, "alice bob", "read", "desktop", "alice"}));
+INSTANTIATE_TEST_SUITE_P(Rows, Permanent, ::testing::ValuesIn(std::vector<PermanentRow>{
+    {.description = "signed in, display path", .visitor = kAlice, .fetch = kInHome, .page = APP,
+     .fetchUser = "alice"},
+    {.description = "signed in, no display path", .visitor = kAlice, .fetch = kRead,
+     .page = "desktop", .fetchUser = "alice"},
+    {.description = "signed in, path without /", .visitor = kAlice,
+     .fetch = Found({.displayPath = "home/a.txt"}), .page = "desktop", .fetchUser = "alice"},
+    {.description = "anonymous, display path", .visitor = kAnonymous, .fetch = kInHome,
+     .page = "desktop", .fetchUser = "anonymous"},
+    {.description = "office: no office redirect here", .visitor = kAlice,
+     .fetch = Found({.name = "r.kdoc"}), .page = "desktop", .fetchUser = "alice"},
+    {.description = "phone, readable", .phone = true, .visitor = kAlice, .fetch = kInHome,
+     .page = "info+download", .fetchUser = "alice"},
+    {.description = "phone, preview only", .phone = true, .visitor = kAlice,
+     .fetch = Found({.canRead = false}), .page = "info", .fetchUser = "alice"},
+    {.description = "phone, anonymous, 1002", .phone = true, .visitor = kAnonymous,
+     .fetch = kNotRead, .page = "anonymous", .fetchUser = "anonymous"},
+    {.description = "phone, signed in, 1002", .phone = true, .visitor = kAlice, .fetch = kNotRead,
+     .page = "perm", .fetchUser = "alice"},
+    {.description = "phone, signed in, not previewable", .phone = true, .visitor = kAlice,
+     .fetch = Found({.canPreview = false}), .page = "perm", .fetchUser = "alice"},
+    {.description = "phone, other failure", .phone = true, .visitor = kAlice,
+     .fetch = Failed(1001), .page = "invalid", .fetchUser = "alice"},
+    {.description = "phone, removed", .phone = true, .visitor = kAlice,
+     .fetch = Found({.removed = true}), .page = "invalid", .fetchUser = "alice"},
+    {.description = "web server names an enabled user, phone", .phone = true,
+     .visitor = {SignIn::kWebServer, "bob"}, .fetch = kRead, .page = "info+download",
+     .fetchUser = "bob"},
+    {.description = "web server names an enabled user: token",
+     .visitor = {SignIn::kWebServer, "bob"}, .fetch = kRead, .page = "desktop+token",
+     .fetchUser = "bob"},
+    {.description = "disabled user: no fetch", .phone = true,
+     .visitor = {SignIn::kWebServer, "carol"}, .fetch = kRead, .page = "invalid", .fetchUser = ""},
+    {.description = "disabled user, desktop", .visitor = {SignIn::kWebServer, "carol"},
+     .fetch = kRead, .page = "desktop", .fetchUser = ""},
+    {.description = "web server names nobody", .phone = true, .visitor = {SignIn::kWebServer, ""},
+     .fetch = kRead, .page = "invalid", .fetchUser = ""},
+    {.description = "web server auth without USERNAME", .phone = true,
+     .visitor = {SignIn::kWebServer}, .fetch = kNotRead, .page = "anonymous",
+     .fetchUser = "anonymous"},
+    {.description = "USERNAME without web server auth", .phone = true,
+     .visitor = {SignIn::kNone, "bob"}, .fetch = kNotRead, .page = "anonymous",
+     .fetchUser = "anonymous"},
+    {.description = "signed in ignores USERNAME", .visitor = {SignIn::kAlice, "bob"},
+     .fetch = kRead, .page = "desktop", .fetchUser = "alice"}}));
 
 }  // namespace

@@ -56,21 +56,25 @@ TEST_F(GetJSTest, LinkThatIsNoTextGetsTheFrameworksError114) {
   EXPECT_TRUE(files_.Calls().empty() && auth_.Calls().empty());
 }
 
-// The visitor as LinkTest::SetVisitor takes it; results in short (see Result); the
-// cookie's value (null: no cookie line); the user who fetched and the token sent.
+// The link service's results; the token cookie's value (null: no cookie line);
+// the user who fetched (null: no fetch) and the token sent.
 struct Row {
-  const char *description, *sharingLink /* empty: absent */, *cookie /* null: none */, *visitor;
-  const char *unlock, *fetch, *errCode, *link;
-  bool hasFile;
-  const char *cookieLine, *fetchCall;
+  const char* description;
+  const char* sharingLink = "";  // empty: absent
+  const char* cookie = nullptr;  // null: none
+  Visitor visitor = {};
+  Json::Value unlock = {}, fetch = {};
+  const char *errCode = "0", *link = "P1";
+  bool hasFile = true;
+  const char *cookieLine = nullptr, *fetchUser = "anonymous", *fetchToken = nullptr;
 };
 
 class Script : public GetJSTest, public ::testing::WithParamInterface<Row> {};
 
 TEST_P(Script, TellsThePage) {
   const Row& row = GetParam();
-  files_.AlwaysReturn(Result(row.fetch));
-  auth_.AlwaysReturn(Result(row.unlock));
+  files_.AlwaysReturn(row.fetch);
+  auth_.AlwaysReturn(row.unlock);
   request_.SetParam("permanent_link", "P1");
   if (*row.sharingLink != '\0') request_.SetParam("sharing_link", row.sharingLink);
   if (row.cookie != nullptr) request_.SetCookie("plyth-sharing-S1", row.cookie);
@@ -89,33 +93,47 @@ TEST_P(Script, TellsThePage) {
   EXPECT_EQ(Returned(body, "getPlythErrCode"), row.errCode);
   EXPECT_EQ(Returned(body, "getPlythLink"), "\"" + std::string(row.link) + "\"");
   EXPECT_EQ(Returned(body, "getPlythSharingLink"), "\"" + std::string(row.sharingLink) + "\"");
-  EXPECT_EQ(Returned(body, "getPlythFile"), row.hasFile ? Text(Result(row.fetch)["data"]) : "");
-  const Strings who = Tokens(row.fetchCall);
+  EXPECT_EQ(Returned(body, "getPlythFile"), row.hasFile ? Text(row.fetch["data"]) : "");
   Json::Value sent = Parse(R"({"path":"link:P1"})");
-  if (who.size() > 1) sent["sharing_token"] = who[1];
-  EXPECT_EQ(files_.Calls().size(), who.empty() ? 0u : 1u);
-  for (const auto& c : files_.Calls()) EXPECT_EQ(c.user + Text(c.params), who[0] + Text(sent));
+  if (row.fetchToken != nullptr) sent["sharing_token"] = row.fetchToken;
+  EXPECT_EQ(files_.Calls().size(), row.fetchUser == nullptr ? 0u : 1u);
+  for (const auto& c : files_.Calls()) EXPECT_EQ(c.user + Text(c.params), row.fetchUser + Text(sent));
   for (const auto& c : auth_.Calls()) {
     EXPECT_EQ(c.user + Text(c.params), R"(anonymous{"password":"","sharing_link":"S1"})");
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Script, ::testing::Values(
-    Row{"anonymous", "", 0, "", "", "read", "0", "P1", true, 0, "anonymous"},
-    Row{"signed in", "", 0, "alice bob", "", "read", "0", "P1", true, 0, "alice"},
-    Row{"-7 with USERNAME", "", 0, "-7 bob", "", "read", "0", "P1", true, 0, "bob"},
-    Row{"-7 without USERNAME", "", 0, "-7", "", "read", "0", "P1", true, 0, "anonymous"},
-    Row{"USERNAME without -7", "", 0, "none bob", "", "read", "0", "P1", true, 0, "anonymous"},
-    Row{"1002", "", 0, "", "", "1002", "1002", "P1", false, 0, "anonymous"},
-    Row{"removed: no link", "", 0, "", "", "removed", "0", "", false, 0, "anonymous"},
-    Row{"not previewable", "", 0, "", "", "noprev", "0", "P1", false, 0, "anonymous"},
-    Row{"unlocked", "S1", 0, "", "token", "read", "0", "P1", true, "NEW", "anonymous NEW"},
-    Row{"cookie", "S1", "OLD", "alice", "1037", "read", "0", "P1", true, 0, "anonymous OLD"},
-    Row{"empty cookie", "S1", "", "", "token", "read", "0", "P1", true, "NEW", "anonymous NEW"},
-    Row{"stale cookie", "S1", "OLD", "", "", "1002", "1002", "P1", false, 0, "anonymous OLD"},
-    Row{"1037", "S1", 0, "", "1037", "read", "1037", "P1", false, 0, ""},
-    Row{"1038", "S1", 0, "", "1038", "read", "1038", "P1", false, 0, ""},
-    Row{"other unlock failures: 1036", "S1", 0, "", "1002", "read", "1036", "P1", false, 0, ""},
-    Row{"no code: unlocked", "S1", 0, "", "nocode", "read", "0", "P1", true, "", "anonymous"}));
+const Json::Value kRead = Found({});
+
+INSTANTIATE_TEST_SUITE_P(Rows, Script, ::testing::ValuesIn(std::vector<Row>{
+    {.description = "anonymous", .fetch = kRead},
+    {.description = "signed in", .visitor = {SignIn::kAlice, "bob"}, .fetch = kRead,
+     .fetchUser = "alice"},
+    {.description = "web server names a user", .visitor = {SignIn::kWebServer, "bob"},
+     .fetch = kRead, .fetchUser = "bob"},
+    {.description = "web server auth without USERNAME", .visitor = {SignIn::kWebServer},
+     .fetch = kRead},
+    {.description = "USERNAME without web server auth", .visitor = {SignIn::kNone, "bob"},
+     .fetch = kRead},
+    {.description = "1002", .fetch = Failed(1002), .errCode = "1002", .hasFile = false},
+    {.description = "removed: no link", .fetch = Found({.removed = true}), .link = "",
+     .hasFile = false},
+    {.description = "not previewable", .fetch = Found({.canPreview = false}), .hasFile = false},
+    {.description = "unlocked", .sharingLink = "S1", .unlock = Unlocked(), .fetch = kRead,
+     .cookieLine = "NEW", .fetchToken = "NEW"},
+    {.description = "cookie", .sharingLink = "S1", .cookie = "OLD", .visitor = {SignIn::kAlice},
+     .unlock = Failed(1037), .fetch = kRead, .fetchToken = "OLD"},
+    {.description = "empty cookie", .sharingLink = "S1", .cookie = "", .unlock = Unlocked(),
+     .fetch = kRead, .cookieLine = "NEW", .fetchToken = "NEW"},
+    {.description = "stale cookie", .sharingLink = "S1", .cookie = "OLD", .fetch = Failed(1002),
+     .errCode = "1002", .hasFile = false, .fetchToken = "OLD"},
+    {.description = "1037", .sharingLink = "S1", .unlock = Failed(1037), .fetch = kRead,
+     .errCode = "1037", .hasFile = false, .fetchUser = nullptr},
+    {.description = "1038", .sharingLink = "S1", .unlock = Failed(1038), .fetch = kRead,
+     .errCode = "1038", .hasFile = false, .fetchUser = nullptr},
+    {.description = "other unlock failures: 1036", .sharingLink = "S1", .unlock = Failed(1002),
+     .fetch = kRead, .errCode = "1036", .hasFile = false, .fetchUser = nullptr},
+    {.description = "no code: unlocked", .sharingLink = "S1",
+     .unlock = FakeAPI::FailureWithoutError(), .fetch = kRead, .cookieLine = ""}}));
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <climits>
+#include <sstream>
 
 #include "init.h"
 #include "module_testing.h"
@@ -125,15 +126,16 @@ TEST_F(InitTest, MissingDirectoryFailsWith117) {
   }
 }
 
-// Signed in or not; a user named by the web server ("-7") only when the
-// referer shows the appliance's own host and port.
+// Signed in or not; a user named by the web server only when the referer
+// shows the appliance's own host and port.
 struct SessionRow {
-  const char *description, *visitor;  // as LinkTest::SetVisitor takes it
-  const char *host, *referer /* null: unset */;
-  const char* connections;  // relay connections table; null: none; "DIR": unreadable
-  const char *formats /* null: no file */, *session;
-  bool relayQueried;  // with root ids held at line 59
-  bool logged;  // line 89
+  const char* description;
+  Visitor visitor = {};
+  const char *host = "nas:5000", *referer = nullptr;  // null: unset
+  const char* connections = nullptr;  // relay connections table; null: none; "DIR": unreadable
+  const char *formats = F /* null: no file */, *session;
+  bool relayQueried = false;  // with root ids held at line 59
+  bool logged = false;  // line 89
 };
 
 class Session : public InitTest, public ::testing::WithParamInterface<SessionRow> {};
@@ -165,23 +167,30 @@ TEST_P(Session, Facts) {
   R"("time_format":)" time "}"
 #define OUT GUEST(R"("d/m/Y")", R"("h:i a")")
 const char k32[] = "* * * * 32\n";
-using S = SessionRow;
+const Visitor kBob{SignIn::kWebServer, "bob"};
 
-INSTANTIATE_TEST_SUITE_P(Rows, Session, ::testing::Values(
-    S{"signed in: token, no formats", "alice", "nas:5000", 0, 0, F, IN, false, false},
-    S{"anonymous: formats", "", "nas:5000", 0, 0, F, OUT, false, false},
-    S{"no format file", "", "nas:5000", 0, 0, 0, GUEST(R"("Y-m-d")", R"("H:i")"), false, true},
-    S{"time format missing: null", "", "nas:5000", 0, 0, R"({"date_format":"Y.m.d"})",
-      GUEST(R"("Y.m.d")", "null"), false, false},
-    S{"-7, same host and port", "-7 bob", "nas:5000", "https://nas:5000/p", 0, F, IN, true, false},
-    S{"-7, other port", "-7 bob", "nas:5000", "http://nas:5001/", 0, F, OUT, true, false},
-    S{"-7, no referer: no relay query", "-7 bob", "nas:5000", nullptr, 0, F, OUT, false, false},
-    S{"-7, letter case differs", "-7 bob", "NAS:5000", "http://nas:5000/", 0, F, OUT, true, false},
-    S{"-7, relay table unreadable", "-7 bob", "nas:5000", "http://nas:5000/", "DIR", F, OUT, true,
-      false},
-    S{"-7, type 32: the host is https", "-7 bob", "nas", "https://nas/", k32, F, IN, true, false},
-    S{"-7, type 32, referer scheme ignored", "-7 bob", "nas", "http://nas:443/", k32, F, IN, true,
-      false},
-    S{"-7, type 32, http referer", "-7 bob", "nas", "http://nas/", k32, F, OUT, true, false}));
+INSTANTIATE_TEST_SUITE_P(Rows, Session, ::testing::ValuesIn(std::vector<SessionRow>{
+    {.description = "signed in: token, no formats", .visitor = {SignIn::kAlice}, .session = IN},
+    {.description = "anonymous: formats", .session = OUT},
+    {.description = "no format file", .formats = nullptr,
+     .session = GUEST(R"("Y-m-d")", R"("H:i")"), .logged = true},
+    {.description = "time format missing: null", .formats = R"({"date_format":"Y.m.d"})",
+     .session = GUEST(R"("Y.m.d")", "null")},
+    {.description = "web server user, same host and port", .visitor = kBob,
+     .referer = "https://nas:5000/p", .session = IN, .relayQueried = true},
+    {.description = "web server user, other port", .visitor = kBob, .referer = "http://nas:5001/",
+     .session = OUT, .relayQueried = true},
+    {.description = "web server user, no referer: no relay query", .visitor = kBob,
+     .session = OUT},
+    {.description = "web server user, letter case differs", .visitor = kBob, .host = "NAS:5000",
+     .referer = "http://nas:5000/", .session = OUT, .relayQueried = true},
+    {.description = "web server user, relay table unreadable", .visitor = kBob,
+     .referer = "http://nas:5000/", .connections = "DIR", .session = OUT, .relayQueried = true},
+    {.description = "relay type 32: the host is https", .visitor = kBob, .host = "nas",
+     .referer = "https://nas/", .connections = k32, .session = IN, .relayQueried = true},
+    {.description = "relay type 32, referer scheme ignored", .visitor = kBob, .host = "nas",
+     .referer = "http://nas:443/", .connections = k32, .session = IN, .relayQueried = true},
+    {.description = "relay type 32, http referer", .visitor = kBob, .host = "nas",
+     .referer = "http://nas/", .connections = k32, .session = OUT, .relayQueried = true}}));
 
 }  // namespace

@@ -18,13 +18,10 @@
 
 namespace {
 
+using plyth_test::Parse;
+
 const char kConf[] = "/etc/test.conf";
 
-Json::Value J(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
-  return value;
-}
 
 template <typename Case>
 class RootTable : public ::testing::TestWithParam<Case> {
@@ -155,7 +152,7 @@ using Texts = RootTable<TextsCase>;
 
 TEST_P(Texts, Parses) {
   root_.WriteFile(std::string(kTexts) + "/strings", GetParam().content);
-  EXPECT_EQ(J(GetParam().expected), ParseTexts(kTexts)) << GetParam().d;
+  EXPECT_EQ(Parse(GetParam().expected), ParseTexts(kTexts)) << GetParam().d;
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Texts, ::testing::ValuesIn(std::vector<TextsCase>{
@@ -179,7 +176,7 @@ class JsonText : public ::testing::TestWithParam<ToStringCase> {};
 TEST_P(JsonText, Compact) { EXPECT_EQ(GetParam().expected, ZANT::JsonToString(GetParam().value)); }
 
 INSTANTIATE_TEST_SUITE_P(Rows, JsonText, ::testing::ValuesIn(std::vector<ToStringCase>{
-  {J(R"({ "p" : "link:A", "a" : [ 1, true, null, -3, 1.5, 4294967296 ] })"),
+  {Parse(R"({ "p" : "link:A", "a" : [ 1, true, null, -3, 1.5, 4294967296 ] })"),
    R"({"a":[1,true,null,-3,1.5,4294967296],"p":"link:A"})"},
   {Json::Value("\xe6\x97\xa5\xc3\xa9 </script>"), "\"\xe6\x97\xa5\xc3\xa9 </script>\""},
   {Json::Value("a\"b\\c\nd\x01"), "\"a\\\"b\\\\c\\nd\\u0001\""},

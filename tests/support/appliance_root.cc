@@ -1,11 +1,7 @@
 // A throw-away appliance root that ZANT_ROOT names while it lives.
-#include <errno.h>
-#include <ftw.h>
 #include <stdlib.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -15,35 +11,7 @@
 
 namespace plyth_test {
 
-namespace {
-
-void MakeDirs(const std::string& hostPath) {
-  for (size_t pos = hostPath.find('/', 1); ; pos = hostPath.find('/', pos + 1)) {
-    std::string prefix = hostPath.substr(0, pos);
-    if (!prefix.empty() && mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) {
-      ADD_FAILURE() << "cannot make " << prefix;
-      return;
-    }
-    if (pos == std::string::npos) return;
-  }
-}
-
-std::string Parent(const std::string& path) {
-  size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
-int RemoveOne(const char* path, const struct stat* /*st*/, int /*flag*/, struct FTW* /*ftw*/) {
-  return remove(path);
-}
-
-void RemoveTree(const std::string& hostPath) {
-  struct stat st;
-  if (lstat(hostPath.c_str(), &st) != 0) return;
-  nftw(hostPath.c_str(), RemoveOne, 16, FTW_DEPTH | FTW_PHYS);
-}
-
-}  // namespace
+namespace fs = std::filesystem;
 
 ApplianceRoot::ApplianceRoot() {
   char pattern[] = "/tmp/plyth-root-XXXXXX";
@@ -57,17 +25,14 @@ ApplianceRoot::ApplianceRoot() {
 }
 
 ApplianceRoot::~ApplianceRoot() {
-  if (hadPrevious_) {
-    setenv("ZANT_ROOT", previous_.c_str(), 1);
-  } else {
-    unsetenv("ZANT_ROOT");
-  }
-  RemoveTree(path_);
+  if (hadPrevious_) setenv("ZANT_ROOT", previous_.c_str(), 1);
+  else unsetenv("ZANT_ROOT");
+  Remove("");
 }
 
 void ApplianceRoot::WriteFile(const std::string& appliancePath, const std::string& content) const {
-  std::string host = Host(appliancePath);
-  MakeDirs(Parent(host));
+  MakeDir(fs::path(appliancePath).parent_path());
+  const std::string host = Host(appliancePath);
   std::ofstream out(host, std::ios::binary | std::ios::trunc);
   out << content;
   if (!out) ADD_FAILURE() << "cannot write " << host;
@@ -80,8 +45,15 @@ std::string ApplianceRoot::ReadFile(const std::string& appliancePath) const {
   return text.str();
 }
 
-void ApplianceRoot::MakeDir(const std::string& appliancePath) const { MakeDirs(Host(appliancePath)); }
+void ApplianceRoot::MakeDir(const std::string& appliancePath) const {
+  std::error_code error;
+  fs::create_directories(Host(appliancePath), error);
+  if (error) ADD_FAILURE() << "cannot make " << Host(appliancePath) << ": " << error.message();
+}
 
-void ApplianceRoot::Remove(const std::string& appliancePath) const { RemoveTree(Host(appliancePath)); }
+void ApplianceRoot::Remove(const std::string& appliancePath) const {
+  std::error_code ignored;  // symbolic links are removed, never followed
+  fs::remove_all(Host(appliancePath), ignored);
+}
 
 }  // namespace plyth_test

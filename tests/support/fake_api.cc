@@ -4,6 +4,8 @@
 #include <map>
 #include <tuple>
 
+#include <gtest/gtest.h>
+
 #include "harness.h"
 
 namespace plyth_test {
@@ -18,38 +20,36 @@ struct FakeAPIRegistry {
 
   static void Handle(ZANT::APIRequest* request, ZANT::APIResponse* response) {
     auto it = Fakes().find(Key(request->GetAPI(), request->GetVersion(), request->GetMethod()));
-    if (it == Fakes().end()) {
-      response->SetError(ZANT::kErrNoSuchMethod);
-      return;
-    }
+    if (it == Fakes().end()) return response->SetError(ZANT::kErrNoSuchMethod);
     FakeAPI& fake = *it->second;
     fake.calls_.push_back(FakeCall{request->GetParams(), request->GetLoginUserName()});
-    Json::Value result = fake.answer_ ? fake.answer_(request->GetParams(), request->GetLoginUserName())
-                                      : FakeAPI::Failure(ZANT::kErrUnknown);
-    Answer(result, response);
+    Answer(fake.answer_ ? fake.answer_(request->GetParams(), request->GetLoginUserName())
+                        : FakeAPI::Failure(ZANT::kErrUnknown),
+           response);
   }
 
   // The usual shapes go through SetSuccess/SetError like a real handler's;
   // only the odd ones need the raw result.
   static void Answer(const Json::Value& result, ZANT::APIResponse* response) {
-    if (result == FakeAPI::SuccessWithoutData()) {
-      response->SetSuccess();
-      return;
-    }
+    if (result == FakeAPI::SuccessWithoutData()) return response->SetSuccess();
     if (result.isObject() && result.size() == 2 && result.isMember("data") &&
         result["success"] == Json::Value(true) && !result["data"].isNull()) {
-      response->SetSuccess(result["data"]);
-      return;
+      return response->SetSuccess(result["data"]);
     }
     if (result.isObject() && result.size() == 2 && result["success"] == Json::Value(false) &&
         result["error"].isObject() && result["error"].size() == 1 &&
         result["error"]["code"].isInt()) {
-      response->SetError(result["error"]["code"].asInt());
-      return;
+      return response->SetError(result["error"]["code"].asInt());
     }
     response->SetRawResult(result);
   }
 };
+
+Json::Value Parse(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
+  return value;
+}
 
 FakeAPI::FakeAPI(const std::string& api, int version, const std::string& method)
     : api_(api), version_(version), method_(method) {
@@ -68,10 +68,9 @@ void FakeAPI::AlwaysReturn(const Json::Value& result) {
 
 void FakeAPI::Respond(Answer answer) { answer_ = std::move(answer); }
 
-Json::Value FakeAPI::Success(const Json::Value& data) {
+Json::Value FakeAPI::FailureWithoutError() {
   Json::Value result(Json::objectValue);
-  result["success"] = true;
-  result["data"] = data;
+  result["success"] = false;
   return result;
 }
 
@@ -81,16 +80,15 @@ Json::Value FakeAPI::SuccessWithoutData() {
   return result;
 }
 
-Json::Value FakeAPI::Failure(int code) {
-  Json::Value result(Json::objectValue);
-  result["success"] = false;
-  result["error"]["code"] = code;
+Json::Value FakeAPI::Success(const Json::Value& data) {
+  Json::Value result = SuccessWithoutData();
+  result["data"] = data;
   return result;
 }
 
-Json::Value FakeAPI::FailureWithoutError() {
-  Json::Value result(Json::objectValue);
-  result["success"] = false;
+Json::Value FakeAPI::Failure(int code) {
+  Json::Value result = FailureWithoutError();
+  result["error"]["code"] = code;
   return result;
 }
 

@@ -23,7 +23,6 @@ class ApplianceRoot {
   ApplianceRoot(const ApplianceRoot&) = delete;
   ApplianceRoot& operator=(const ApplianceRoot&) = delete;
 
-  const std::string& Path() const { return path_; }
   // `appliancePath` is absolute on the appliance ("/etc/zantinfo.conf");
   // parent directories are made as needed.
   void WriteFile(const std::string& appliancePath, const std::string& content) const;
@@ -51,7 +50,6 @@ class SyslogCapture {
   SyslogCapture();
   ~SyslogCapture();
   std::vector<SyslogLine> Lines() const;
-  std::vector<std::string> Texts() const;
   void Clear();
 };
 
@@ -65,8 +63,6 @@ class FakeIdentity {
   void FailSetresgid(bool fail);
   uid_t Euid() const;
   gid_t Egid() const;
-  // Every set call made, as "setresuid(-1, 0, -1)".
-  std::vector<std::string> Calls() const;
 };
 
 // Collects what the process writes to its standard output (fd 1 and stdio).
@@ -121,13 +117,13 @@ struct HandlerRun {
   std::vector<std::string> logger;  // lines the sync logger wrote
 };
 
+// JSON text as a value; text that does not parse fails the test.
+Json::Value Parse(const std::string& text);
+
 // Runs `handler` on `request` (made current, as the framework does) and
 // collects its output. Needs a live ApplianceRoot.
 // Without a live FakeIdentity the process looks root (ids 0) during the run.
 HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request);
-
-// Lines of the sync logger's file written since the last call.
-std::vector<std::string> TakeLoggerLines();
 
 // Splits "A\r\nB\r\n\r\nbody" at the first blank line.
 void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines,

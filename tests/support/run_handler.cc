@@ -12,41 +12,28 @@ bool FakeIdentityActive();  // fake_identity.cc
 
 namespace {
 
-struct LoggerCursor {
-  std::string path;
-  std::streamoff offset = 0;
-};
-
-LoggerCursor& Cursor() {
-  static LoggerCursor cursor;
-  return cursor;
+// Lines of the sync logger's file written since the last call.
+std::vector<std::string> TakeLoggerLines() {
+  static std::string lastPath;
+  static size_t offset = 0;
+  const std::string path = Logger::LogFilePath();
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream all;
+  if (in) all << in.rdbuf();
+  const std::string text = all.str();
+  // Another file, or one cut to its newest half: start over.
+  if (path != lastPath || text.size() < offset) {
+    lastPath = path;
+    offset = 0;
+  }
+  std::vector<std::string> lines;
+  for (size_t end; (end = text.find('\n', offset)) != std::string::npos; offset = end + 1) {
+    lines.push_back(text.substr(offset, end - offset));
+  }
+  return lines;  // a partial last line waits
 }
 
 }  // namespace
-
-std::vector<std::string> TakeLoggerLines() {
-  LoggerCursor& cursor = Cursor();
-  std::string path = Logger::LogFilePath();
-  std::ifstream in(path, std::ios::binary);
-  std::string text;
-  if (in) {
-    std::ostringstream all;
-    all << in.rdbuf();
-    text = all.str();
-  }
-  // Another file, or one cut to its newest half: start over.
-  if (path != cursor.path || static_cast<std::streamoff>(text.size()) < cursor.offset) {
-    cursor.path = path;
-    cursor.offset = 0;
-  }
-  std::vector<std::string> lines;
-  size_t from = static_cast<size_t>(cursor.offset);
-  for (size_t end; (end = text.find('\n', from)) != std::string::npos; from = end + 1) {
-    lines.push_back(text.substr(from, end - from));
-  }
-  cursor.offset = static_cast<std::streamoff>(from);  // a partial last line waits
-  return lines;
-}
 
 HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request) {
   HandlerRun run;

@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <stdarg.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <syslog.h>
 
 #include <map>
@@ -29,18 +30,11 @@ SyslogState& State() {
 }
 
 std::string Format(const char* format, va_list args) {
-  if (format == nullptr) return std::string();
-  va_list copy;
-  va_copy(copy, args);
-  char small[512];
-  int n = vsnprintf(small, sizeof(small), format, copy);
-  va_end(copy);
-  if (n < 0) return std::string();
-  if (static_cast<size_t>(n) < sizeof(small)) return std::string(small, n);
-  std::string text(static_cast<size_t>(n) + 1, '\0');
-  vsnprintf(&text[0], text.size(), format, args);
-  text.resize(n);
-  return text;
+  char* text = nullptr;
+  if (format == nullptr || vasprintf(&text, format, args) < 0) return std::string();
+  std::string line(text);
+  free(text);
+  return line;
 }
 
 using VsyslogFn = void (*)(int, const char*, va_list);
@@ -50,21 +44,17 @@ void RealVsyslog(int priority, const char* format, va_list args) {
   if (real != nullptr) real(priority, format, args);
 }
 
-// True when a capture took the line.
-bool Capture(int priority, const char* format, va_list args) {
-  SyslogState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
-  if (state.starts.empty()) return false;
-  state.lines.push_back(SyslogLine{priority, Format(format, args)});
-  return true;
-}
-
 void Route(int priority, const char* format, va_list args) {
   va_list copy;
   va_copy(copy, args);
-  bool captured = Capture(priority, format, copy);
+  std::string text = Format(format, copy);
   va_end(copy);
-  if (!captured) RealVsyslog(priority, format, args);
+  {
+    SyslogState& state = State();
+    std::lock_guard<std::mutex> lock(state.mutex);
+    if (!state.starts.empty()) return state.lines.push_back(SyslogLine{priority, std::move(text)});
+  }
+  RealVsyslog(priority, format, args);
 }
 
 }  // namespace
@@ -88,12 +78,6 @@ std::vector<SyslogLine> SyslogCapture::Lines() const {
   auto start = state.starts.find(this);
   size_t from = start == state.starts.end() ? state.lines.size() : start->second;
   return std::vector<SyslogLine>(state.lines.begin() + static_cast<long>(from), state.lines.end());
-}
-
-std::vector<std::string> SyslogCapture::Texts() const {
-  std::vector<std::string> texts;
-  for (const SyslogLine& line : Lines()) texts.push_back(line.text);
-  return texts;
 }
 
 void SyslogCapture::Clear() {

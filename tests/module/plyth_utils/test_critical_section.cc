@@ -9,34 +9,26 @@ namespace {
 
 const char kSource[] = "server/ui-web/webapi/plyth/shard/init";
 
-// "g100" is setresgid(-1, 100, -1).
-std::string Call(const std::string& token) {
-  return std::string("setres") + token[0] + "id(-1, " + token.substr(1) + ", -1)";
+SyslogLine Line(int priority, const std::string& text) { return Logged(priority, kSource, 64, text); }
+SyslogLine Raised(const std::string& call) { return Line(38, "WARNING: " + call); }
+SyslogLine Refused(const std::string& call) {
+  return Line(35, "ERROR: " + call + " [Operation not permitted]");
 }
-// "u0" logged as raised, "!u0" as refused, "ENTER"/"LEAVE" as the failed switch.
-Lines Log(const std::string& text) {
-  Lines lines;
-  auto add = [&lines](int priority, const std::string& s) {
-    lines.push_back(Logged(priority, kSource, 64, s));
-  };
-  for (const std::string& t : Tokens(text)) {
-    if (t == "ENTER" || t == "LEAVE") add(35, "ERROR: " + t + "CriticalSection");
-    else if (t[0] == '!') add(35, "ERROR: " + Call(t.substr(1)) + " [Operation not permitted]");
-    else add(38, "WARNING: " + Call(t));
-  }
-  return lines;
-}
+const std::string kGid0 = "setresgid(-1, 0, -1)", kUid0 = "setresuid(-1, 0, -1)";
+const SyslogLine kEnterFailed = Line(35, "ERROR: ENTERCriticalSection"),
+                 kLeaveFailed = Line(35, "ERROR: LEAVECriticalSection");
 
+// Ids before, refused calls, and what entering and leaving leave behind.
 struct RoundTrip {
   const char* description;
   uid_t uid;
   gid_t gid;
-  bool failUid, failGid;
-  const char* enterLog;
-  int enterErrno;
-  uid_t uidInside;
-  gid_t gidInside;
-  const char* leaveLog;
+  bool failUid = false, failGid = false;
+  Lines enterLog = {};
+  int enterErrno = 0;
+  uid_t uidInside = 0;
+  gid_t gidInside = 0;
+  Lines leaveLog = {};
 };
 
 class EnterLeave : public ::testing::TestWithParam<RoundTrip> {};
@@ -51,36 +43,43 @@ TEST_P(EnterLeave, RaisesThenRestores) {
   errno = 42;
   ENTERCriticalSection(saved, kSource, 64);
   EXPECT_EQ(errno, c.enterErrno);
-  EXPECT_EQ(log.Lines(), Log(c.enterLog));
+  EXPECT_EQ(log.Lines(), c.enterLog);
   EXPECT_EQ(identity.Euid(), c.uidInside);
   EXPECT_EQ(identity.Egid(), c.gidInside);
   log.Clear();
   errno = 42;
   LEAVECriticalSection(saved, kSource, 64);
   EXPECT_EQ(errno, 0);
-  EXPECT_EQ(log.Lines(), Log(c.leaveLog));
+  EXPECT_EQ(log.Lines(), c.leaveLog);
   EXPECT_EQ(identity.Euid(), c.uid);
   EXPECT_EQ(identity.Egid(), c.gid);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, EnterLeave, ::testing::Values(
-    RoundTrip{"root: no call", 0, 0, true, true, "", 0, 0, 0, ""},
+INSTANTIATE_TEST_SUITE_P(Rows, EnterLeave, ::testing::ValuesIn(std::vector<RoundTrip>{
+    {.description = "root: no call", .uid = 0, .gid = 0, .failUid = true, .failGid = true},
     // Putting back 1000 and 100 is not logged; retaking root is.
-    RoundTrip{"user", 1000, 100, false, false, "g0 u0", 0, 0, 0, "u0"},
-    RoundTrip{"root uid", 0, 100, false, false, "g0", 0, 0, 0, ""},
-    RoundTrip{"root gid", 1000, 0, false, false, "u0", 0, 0, 0, "u0"},
-    RoundTrip{"gid refused", 1000, 100, false, true, "!g0 ENTER", 1, 1000, 100, ""},
-    RoundTrip{"uid refused", 1000, 100, true, false, "g0 !u0 ENTER", 1, 1000, 0, ""},
-    RoundTrip{"root gid, uid refused", 1000, 0, true, false, "!u0 ENTER", 1, 1000, 0, ""}));
+    {.description = "user", .uid = 1000, .gid = 100, .enterLog = {Raised(kGid0), Raised(kUid0)},
+     .leaveLog = {Raised(kUid0)}},
+    {.description = "root uid", .uid = 0, .gid = 100, .enterLog = {Raised(kGid0)}},
+    {.description = "root gid", .uid = 1000, .gid = 0, .enterLog = {Raised(kUid0)},
+     .leaveLog = {Raised(kUid0)}},
+    {.description = "gid refused", .uid = 1000, .gid = 100, .failGid = true,
+     .enterLog = {Refused(kGid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000,
+     .gidInside = 100},
+    {.description = "uid refused", .uid = 1000, .gid = 100, .failUid = true,
+     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1,
+     .uidInside = 1000},
+    {.description = "root gid, uid refused", .uid = 1000, .gid = 0, .failUid = true,
+     .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000}}));
 
 struct Leave {
   const char* description;
   PlythSavedIds saved;
   uid_t uidNow;
   gid_t gidNow;
-  bool failUid, failGid;
-  const char* log;
-  int errnoAfter;
+  bool failUid = false, failGid = false;
+  Lines log = {};
+  int errnoAfter = 0;
   uid_t uidAfter;
   gid_t gidAfter;
 };
@@ -95,17 +94,25 @@ TEST_P(LeaveOnly, PutsSavedIdsBack) {
   SyslogCapture log;
   errno = 42;
   LEAVECriticalSection(c.saved, kSource, 64);
-  EXPECT_EQ(log.Lines(), Log(c.log));
+  EXPECT_EQ(log.Lines(), c.log);
   EXPECT_EQ(errno, c.errnoAfter);
   EXPECT_EQ(identity.Euid(), c.uidAfter);
   EXPECT_EQ(identity.Egid(), c.gidAfter);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, LeaveOnly, ::testing::Values(
-    Leave{"unchanged: no call", {1000, 100}, 1000, 100, true, true, "", 0, 1000, 100},
-    Leave{"back to root", {0, 0}, 1000, 100, false, false, "u0 g0 u0", 0, 0, 0},
-    Leave{"retaking root refused", {1000, 100}, 0, 0, true, false, "!u0 LEAVE", 1, 0, 0},
-    Leave{"gid refused", {1000, 100}, 0, 0, false, true, "u0 !g100 LEAVE", 1, 0, 0},
-    Leave{"gid refused, same uid", {0, 100}, 0, 0, false, true, "!g100 LEAVE", 1, 0, 0}));
+INSTANTIATE_TEST_SUITE_P(Rows, LeaveOnly, ::testing::ValuesIn(std::vector<Leave>{
+    {.description = "unchanged: no call", .saved = {1000, 100}, .uidNow = 1000, .gidNow = 100,
+     .failUid = true, .failGid = true, .uidAfter = 1000, .gidAfter = 100},
+    {.description = "back to root", .saved = {0, 0}, .uidNow = 1000, .gidNow = 100,
+     .log = {Raised(kUid0), Raised(kGid0), Raised(kUid0)}, .uidAfter = 0, .gidAfter = 0},
+    {.description = "retaking root refused", .saved = {1000, 100}, .uidNow = 0, .gidNow = 0,
+     .failUid = true, .log = {Refused(kUid0), kLeaveFailed}, .errnoAfter = 1, .uidAfter = 0,
+     .gidAfter = 0},
+    {.description = "gid refused", .saved = {1000, 100}, .uidNow = 0, .gidNow = 0, .failGid = true,
+     .log = {Raised(kUid0), Refused("setresgid(-1, 100, -1)"), kLeaveFailed}, .errnoAfter = 1,
+     .uidAfter = 0, .gidAfter = 0},
+    {.description = "gid refused, same uid", .saved = {0, 100}, .uidNow = 0, .gidNow = 0,
+     .failGid = true, .log = {Refused("setresgid(-1, 100, -1)"), kLeaveFailed}, .errnoAfter = 1,
+     .uidAfter = 0, .gidAfter = 0}}));
 
 }  // namespace
