@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include "harness.h"
 #include "content_store.h"
 #include "items.h"
+#include "plythctl.h"
 #include "service_errors.h"
 #include "sharing.h"
 #include "store.h"
@@ -81,6 +83,16 @@ inline plyth_test::HandlerRun RunFiles(ZANT::APIHandler handler, const char* met
   return plyth_test::RunHandler(handler, request);
 }
 
+struct CtlRun { int code; std::string out, err; };
+
+// plythctl run in-process, `input` its standard input.
+inline CtlRun Ctl(const std::vector<std::string>& args, const std::string& input = "") {
+  std::istringstream in(input);
+  std::ostringstream out, err;
+  const int code = plyth_services::RunPlythctl(args, in, out, err);
+  return {code, out.str(), err.str()};
+}
+
 // The compact JSON of `keys` of `data`.
 inline std::string Pick(const Json::Value& data, std::initializer_list<const char*> keys) {
   Json::Value picked(Json::objectValue);
@@ -92,6 +104,8 @@ class ServicesTest : public ::testing::Test {
  protected:
   void SetUp() override {
     gNow = 1700000000;
+    setenv("TZ", "UTC", 1);  // plythctl prints and parses local times
+    tzset();
     plyth_services::SetClock(&ReadNow);
     // Every row of the library's tables, registered the way the framework does.
     for (ZANTAPITableEntry* row = GetAPITable(); row->api != nullptr; ++row) {
