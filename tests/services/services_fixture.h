@@ -45,18 +45,23 @@ inline Json::Value Call(const char* api, const char* method, const Json::Value& 
   return result;
 }
 
-inline Json::Value FileGet(const std::string& path, const std::string& user, const std::string& token = "") {
+// Call parameters: the members given, less those that are null.
+inline Json::Value Params(std::initializer_list<std::pair<const char*, Json::Value>> members) {
   Json::Value params(Json::objectValue);
-  params["path"] = path;
-  if (!token.empty()) params["sharing_token"] = token;
-  return Call("ZANT.BrindlexPlyth.Files", "get", params, user);
+  for (const auto& [name, value] : members) {
+    if (!value.isNull()) params[name] = value;
+  }
+  return params;
+}
+
+inline Json::Value FileGet(const std::string& path, const std::string& user, const std::string& token = "") {
+  const Json::Value given = token.empty() ? Json::Value() : Json::Value(token);
+  return Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", path}, {"sharing_token", given}}), user);
 }
 
 inline Json::Value Auth(const std::string& link, const Json::Value& password) {
-  Json::Value params(Json::objectValue);
-  params["sharing_link"] = link;
-  params["password"] = password;
-  return Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", params, "anonymous");
+  return Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", Params({{"sharing_link", link}, {"password", password}}),
+              "anonymous");
 }
 
 // The token of a link that needs no password (or of `password`).

@@ -101,9 +101,7 @@ TEST_F(ServicesTest, PathsAnswerTheirCode) {
       {.path = "id:NoSuchFile1234", .user = "alice", .code = 408},
   };
   for (const Row& row : rows) {
-    Json::Value params(Json::objectValue);
-    if (!row.path.isNull()) params["path"] = row.path;
-    EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", params, row.user)), row.code)
+    EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", row.path}}), row.user)), row.code)
         << ZANT::JsonToString(row.path) << " by " << row.user;
   }
 }

@@ -6,10 +6,8 @@ namespace services_test {
 namespace {
 
 Json::Value RequestAccess(const std::string& path, const std::string& user, const std::string& message = "") {
-  Json::Value params(Json::objectValue);
-  params["path"] = path;
-  if (!message.empty()) params["message"] = message;
-  return Call("ZANT.BrindlexPlyth.AccessRequest", "create", params, user);
+  const Json::Value given = message.empty() ? Json::Value() : Json::Value(message);
+  return Call("ZANT.BrindlexPlyth.AccessRequest", "create", Params({{"path", path}, {"message", given}}), user);
 }
 
 class AccessRequests : public ServicesTest {

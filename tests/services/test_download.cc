@@ -76,16 +76,14 @@ class Download : public ServicesTest {
  protected:
   plyth_test::HandlerRun Get(const Item& item, const std::string& user, const std::string& range,
                              const std::string& token = "") {
-    Json::Value params(Json::objectValue);
-    params["path"] = "link:" + item.permanent_link;
-    if (!token.empty()) params["sharing_token"] = token;
+    const Json::Value params = Params({{"path", "link:" + item.permanent_link},
+                                       {"sharing_token", token.empty() ? Json::Value() : Json::Value(token)}});
     return RunFiles(plyth_services::FilesDownloadFunc, "download", params, user, {{"HTTP_RANGE", range}});
   }
   // A visitor's "download" of `path` ("" for none) as a fetch of `mode`.
   plyth_test::HandlerRun Navigate(const std::string& path, const std::string& mode) {
-    Json::Value params(Json::objectValue);
-    params["path"] = path;
-    return RunFiles(plyth_services::FilesDownloadFunc, "download", params, "anonymous", {{"HTTP_SEC_FETCH_MODE", mode}});
+    return RunFiles(plyth_services::FilesDownloadFunc, "download", Params({{"path", path}}), "anonymous",
+                    {{"HTTP_SEC_FETCH_MODE", mode}});
   }
 };
 

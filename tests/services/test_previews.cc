@@ -174,9 +174,7 @@ TEST_F(Previews, AnswerEachKindOrSayWhyNot) {
       {.what = "page of an image", .item = &photo, .size = 256, .page = 2, .error = 101},
   };
   for (const Row& row : rows) {
-    Json::Value params(Json::objectValue);
-    params["item"] = row.item->file_id;
-    const plyth_test::HandlerRun run = Preview(folder_, row.size, params, row.page);
+    const plyth_test::HandlerRun run = Preview(folder_, row.size, Params({{"item", row.item->file_id}}), row.page);
     EXPECT_EQ(RawError(run), row.error) << row.what;
     if (row.error != 0) continue;
     const std::string body = Body(run);
@@ -252,9 +250,8 @@ TEST_F(Previews, InfoTellsTheViewerAndThePages) {
   };
   for (const Row& row : rows) {
     Open(*row.item, row.role);
-    Json::Value params(Json::objectValue);
-    params["path"] = "link:" + row.item->permanent_link;
-    const Json::Value result = Call("ZANT.BrindlexPlyth.Files", "preview_info", params, "anonymous");
+    const Json::Value result =
+        Call("ZANT.BrindlexPlyth.Files", "preview_info", Params({{"path", "link:" + row.item->permanent_link}}), "anonymous");
     EXPECT_EQ(ZANT::JsonToString(result["data"]), row.answer) << row.item->name;
   }
 }
@@ -278,10 +275,7 @@ TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
       {.what = "unknown", .item = "AAAAAAAAAAAAAAAA", .error = 408},
   };
   for (const Row& row : rows) {
-    Json::Value params(Json::objectValue);
-    params["item"] = row.item;
-    params["sharing_token"] = token;
-    const plyth_test::HandlerRun run = Preview(folder_, 0, params);
+    const plyth_test::HandlerRun run = Preview(folder_, 0, Params({{"item", row.item}, {"sharing_token", token}}));
     EXPECT_EQ(RawError(run), row.error) << row.what;
     if (row.error == 0) { EXPECT_EQ(Body(run), "inside"); }
   }
@@ -332,10 +326,7 @@ TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
       {.offset = 201, .count = 0, .first = ""},
   };
   for (const Row& row : rows) {
-    Json::Value params(Json::objectValue);
-    params["item"] = deep.file_id;
-    params["offset"] = Json::Int64(row.offset);
-    const Json::Value data = List(folder_, params)["data"];
+    const Json::Value data = List(folder_, Params({{"item", deep.file_id}, {"offset", Json::Int64(row.offset)}}))["data"];
     EXPECT_EQ(data["items"].size(), row.count) << row.offset;
     EXPECT_EQ(data["items"][0]["name"].asString(), row.first) << row.offset;
     EXPECT_EQ(data["total"].asInt(), 201);
@@ -346,18 +337,15 @@ TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
   struct Refusal {
     const char* what;
     Json::Value offset;
-    std::string item;
+    Json::Value item = Json::nullValue;  // none given
     int error;
   } refusals[] = {
-      {.what = "negative offset", .offset = -1, .item = "", .error = 101},
-      {.what = "offset of another type", .offset = Json::arrayValue, .item = "", .error = 101},
+      {.what = "negative offset", .offset = -1, .error = 101},
+      {.what = "offset of another type", .offset = Json::arrayValue, .error = 101},
       {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f001.txt").file_id, .error = 1005},
   };
   for (const Refusal& row : refusals) {
-    Json::Value params(Json::objectValue);
-    params["offset"] = row.offset;
-    if (!row.item.empty()) params["item"] = row.item;
-    EXPECT_EQ(ErrorCode(List(folder_, params)), row.error) << row.what;
+    EXPECT_EQ(ErrorCode(List(folder_, Params({{"offset", row.offset}, {"item", row.item}}))), row.error) << row.what;
   }
   Open(folder_, Role::kNone);
   EXPECT_EQ(ErrorCode(List(folder_, Json::objectValue)), 1002);
@@ -398,8 +386,7 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
   AddItem("alice", "/Tripping/beside.txt", "no");
   const std::string token = TokenFor(Share(folder_));
 
-  Json::Value whole(Json::objectValue);
-  whole["sharing_token"] = token;
+  const Json::Value whole = Params({{"sharing_token", token}});
   const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, whole);
   const std::string body = Body(run);
   EXPECT_EQ(run.stdoutBytes.substr(0, run.stdoutBytes.size() - body.size()),
@@ -437,17 +424,15 @@ TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   };
   rows[2].items.append(beside.file_id);
   for (const Row& row : rows) {
-    Json::Value params(Json::objectValue);
-    params["sharing_token"] = row.role == Role::kViewer ? token : TokenFor(Share(folder_, "", 0, row.role));
-    if (!row.items.isNull()) params["items"] = row.items;
+    const std::string given = row.role == Role::kViewer ? token : TokenFor(Share(folder_, "", 0, row.role));
+    const Json::Value params = Params({{"sharing_token", given}, {"items", row.items}});
     EXPECT_EQ(RawError(Raw(plyth_services::FilesArchiveFunc, "archive", folder_, params)), row.error) << row.what;
   }
   // Past either cap nothing is written: the byte cap first, then the entry
   // cap (its rows made in one statement).
   auto expectNothingWritten = [&](const char* what) {
-    Json::Value params(Json::objectValue);
-    params["sharing_token"] = token;
-    const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, params);
+    const plyth_test::HandlerRun run =
+        Raw(plyth_services::FilesArchiveFunc, "archive", folder_, Params({{"sharing_token", token}}));
     EXPECT_EQ(RawError(run), 1061) << what;
     EXPECT_EQ(run.stdoutBytes, "") << what;
   };

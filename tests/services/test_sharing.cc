@@ -122,9 +122,8 @@ TEST_F(Sharing, UnknownRevokedAndMissingLinks) {
   ASSERT_EQ(plyth_services::RevokeSharingLink(Db(), link), 0);
   EXPECT_EQ(ErrorCode(Auth(link, "")), 1036);
   EXPECT_EQ(Open(token), 1040) << "its tokens end with it";
-  Json::Value params(Json::objectValue);
-  params["password"] = "";
-  EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", params, "anonymous")), 101);
+  EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", Params({{"password", ""}}), "anonymous")),
+            101);
 }
 
 // Expiry at second E: the link works up to E - 1; at E it has expired, which
