@@ -55,6 +55,27 @@ std::pair<int, int> ImageSize(const std::string& bytes) {
   return size;
 }
 
+// Entry names and contents of a ZIP.
+std::map<std::string, std::string> Unzip(const std::string& zip) {
+  std::map<std::string, std::string> entries;
+  // The reader hands out names in the locale's character set.
+  setlocale(LC_CTYPE, "C.UTF-8");
+  struct archive* reader = archive_read_new();
+  archive_read_support_format_zip(reader);
+  EXPECT_EQ(archive_read_open_memory(reader, zip.data(), zip.size()), ARCHIVE_OK);
+  archive_entry* entry;
+  while (archive_read_next_header(reader, &entry) == ARCHIVE_OK) {
+    std::string content;
+    char buffer[4096];
+    la_ssize_t got;
+    while ((got = archive_read_data(reader, buffer, sizeof(buffer))) > 0) content.append(buffer, got);
+    const char* name = archive_entry_pathname_utf8(entry);
+    entries[name ? name : archive_entry_pathname(entry)] = content;
+  }
+  archive_read_free(reader);
+  return entries;
+}
+
 class Previews : public ServicesTest {
  protected:
   void SetUp() override {
@@ -85,6 +106,10 @@ class Previews : public ServicesTest {
     if (size != 0) params["size"] = size;
     if (page != 0) params["page"] = page;
     return Raw(plyth_services::FilesPreviewFunc, "preview", shared, params);
+  }
+  Json::Value List(const Item& shared, Json::Value params, const std::string& user = "anonymous") {
+    params["path"] = "link:" + shared.permanent_link;
+    return Call("ZANT.BrindlexPlyth.Files", "list", params, user);
   }
   void SetSize(const Item& item, int64_t size) {
     plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
@@ -267,13 +292,7 @@ TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
   }
 }
 
-class Listings : public Previews {
- protected:
-  Json::Value List(const Item& shared, Json::Value params, const std::string& user = "anonymous") {
-    params["path"] = "link:" + shared.permanent_link;
-    return Call("ZANT.BrindlexPlyth.Files", "list", params, user);
-  }
-};
+using Listings = Previews;
 
 TEST_F(Listings, PutFoldersFirstThenNamesAndTellEachKind) {
   for (const char* path : {"/Trip/b.txt", "/Trip/A.jpg", "/Trip/zeta/x.txt", "/Trip/Beta/y.txt", "/Trip/clip.webm",
@@ -338,29 +357,7 @@ TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
   EXPECT_EQ(ErrorCode(List(folder_, Json::objectValue, "alice")), 0);
 }
 
-class Archives : public Previews {
- protected:
-  // Entry names and contents of a ZIP.
-  static std::map<std::string, std::string> Unzip(const std::string& zip) {
-    std::map<std::string, std::string> entries;
-    // The reader hands out names in the locale's character set.
-    setlocale(LC_CTYPE, "C.UTF-8");
-    struct archive* reader = archive_read_new();
-    archive_read_support_format_zip(reader);
-    EXPECT_EQ(archive_read_open_memory(reader, zip.data(), zip.size()), ARCHIVE_OK);
-    archive_entry* entry;
-    while (archive_read_next_header(reader, &entry) == ARCHIVE_OK) {
-      std::string content;
-      char buffer[4096];
-      la_ssize_t got;
-      while ((got = archive_read_data(reader, buffer, sizeof(buffer))) > 0) content.append(buffer, got);
-      const char* name = archive_entry_pathname_utf8(entry);
-      entries[name ? name : archive_entry_pathname(entry)] = content;
-    }
-    archive_read_free(reader);
-    return entries;
-  }
-};
+using Archives = Previews;
 
 TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
   const Item notes = AddItem("alice", "/Trip/notes.txt", std::string(5000, 'n'));
