@@ -7,15 +7,6 @@
 #include "fuzz_support.h"
 #include "zant/relay.h"
 
-namespace {
-
-void CheckSuffix(const std::string& suffix) {
-  FUZZ_CHECK(suffix.size() == 16 && suffix[0] == '.');
-  for (unsigned char c : suffix) FUZZ_CHECK(std::tolower(c) == c);
-}
-
-}  // namespace
-
 FUZZ_DATA_TARGET(FuzzedDataProvider& in) {
   std::string ends[4];
   for (std::string& end : ends) end = in.ConsumeRandomLengthString(24);
@@ -25,6 +16,8 @@ FUZZ_DATA_TARGET(FuzzedDataProvider& in) {
   FUZZ_CHECK(ZANTRelayServiceGetConnectionTypeByAddr(ends[0].c_str(), ends[1].c_str(), ends[2].c_str(),
                                                      ends[3].c_str(), &type) == 0);
   FUZZ_CHECK(type == ZANT_RELAY_CONN_DIRECT || type == ZANT_RELAY_CONN_RELAY || type == ZANT_RELAY_CONN_TUNNEL);
-  CheckSuffix(ZANT::RelayGlobalSuffix());
-  CheckSuffix(ZANT::RelayChinaSuffix());
+  for (const std::string& suffix : {ZANT::RelayGlobalSuffix(), ZANT::RelayChinaSuffix()}) {
+    FUZZ_CHECK(suffix.size() == 16 && suffix[0] == '.');
+    for (unsigned char c : suffix) FUZZ_CHECK(std::tolower(c) == c);
+  }
 }

@@ -5,14 +5,13 @@
 
 #include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 #include <string>
 
@@ -66,12 +65,9 @@ inline const std::string& ScratchRoot() {
 inline void WriteApplianceFile(const std::string& appliancePath, const std::string& bytes) {
   const std::string path = ScratchRoot() + appliancePath;
   static std::set<std::string> made;
-  if (made.insert(path.substr(0, path.rfind('/'))).second) {
-    for (size_t slash = path.find('/', ScratchRoot().size() + 1); slash != std::string::npos;
-         slash = path.find('/', slash + 1)) {
-      if (mkdir(path.substr(0, slash).c_str(), 0700) != 0 && errno != EEXIST) Fail(__FILE__, __LINE__, "mkdir");
-    }
-  }
+  const std::string dir = path.substr(0, path.rfind('/'));
+  std::error_code error;
+  if (made.insert(dir).second) FUZZ_CHECK(std::filesystem::create_directories(dir, error) || !error);
   // Rewritten in place and cut to size afterwards: truncating a file to
   // nothing first makes some file systems flush it on close, which slows
   // every run down to the disk's pace.

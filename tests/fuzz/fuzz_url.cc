@@ -13,9 +13,8 @@ bool IsHostByte(unsigned char c) {
 }
 
 bool IsPort(const std::string& port) {
-  if (port.empty()) return true;
-  return port.size() <= 5 && port[0] != '0' && port.find_first_not_of("0123456789") == std::string::npos &&
-         std::stoi(port) <= 65535;
+  return port.empty() || (port.size() <= 5 && port[0] != '0' &&
+                           port.find_first_not_of("0123456789") == std::string::npos && std::stoi(port) <= 65535);
 }
 
 }  // namespace

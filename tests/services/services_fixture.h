@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include "harness.h"
 #include "content_store.h"
 #include "items.h"
+#include "plythctl.h"
 #include "service_errors.h"
 #include "sharing.h"
 #include "store.h"
@@ -43,18 +45,23 @@ inline Json::Value Call(const char* api, const char* method, const Json::Value& 
   return result;
 }
 
-inline Json::Value FileGet(const std::string& path, const std::string& user, const std::string& token = "") {
+// Call parameters: the members given, less those that are null.
+inline Json::Value Params(std::initializer_list<std::pair<const char*, Json::Value>> members) {
   Json::Value params(Json::objectValue);
-  params["path"] = path;
-  if (!token.empty()) params["sharing_token"] = token;
-  return Call("ZANT.BrindlexPlyth.Files", "get", params, user);
+  for (const auto& [name, value] : members) {
+    if (!value.isNull()) params[name] = value;
+  }
+  return params;
+}
+
+inline Json::Value FileGet(const std::string& path, const std::string& user, const std::string& token = "") {
+  const Json::Value given = token.empty() ? Json::Value() : Json::Value(token);
+  return Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", path}, {"sharing_token", given}}), user);
 }
 
 inline Json::Value Auth(const std::string& link, const Json::Value& password) {
-  Json::Value params(Json::objectValue);
-  params["sharing_link"] = link;
-  params["password"] = password;
-  return Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", params, "anonymous");
+  return Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", Params({{"sharing_link", link}, {"password", password}}),
+              "anonymous");
 }
 
 // The token of a link that needs no password (or of `password`).
@@ -81,6 +88,16 @@ inline plyth_test::HandlerRun RunFiles(ZANT::APIHandler handler, const char* met
   return plyth_test::RunHandler(handler, request);
 }
 
+struct CtlRun { int code; std::string out, err; };
+
+// plythctl run in-process, `input` its standard input.
+inline CtlRun Ctl(const std::vector<std::string>& args, const std::string& input = "") {
+  std::istringstream in(input);
+  std::ostringstream out, err;
+  const int code = plyth_services::RunPlythctl(args, in, out, err);
+  return {code, out.str(), err.str()};
+}
+
 // The compact JSON of `keys` of `data`.
 inline std::string Pick(const Json::Value& data, std::initializer_list<const char*> keys) {
   Json::Value picked(Json::objectValue);
@@ -92,6 +109,8 @@ class ServicesTest : public ::testing::Test {
  protected:
   void SetUp() override {
     gNow = 1700000000;
+    setenv("TZ", "UTC", 1);  // plythctl prints and parses local times
+    tzset();
     plyth_services::SetClock(&ReadNow);
     // Every row of the library's tables, registered the way the framework does.
     for (ZANTAPITableEntry* row = GetAPITable(); row->api != nullptr; ++row) {

@@ -1,22 +1,10 @@
 // plythctl run in-process: exit codes, what it prints, and what it changes.
-#include <sstream>
-
 #include "access_requests.h"
-#include "plythctl.h"
 #include "services_fixture.h"
 #include "zant_host/session.h"
 
 namespace services_test {
 namespace {
-
-struct CtlRun { int code; std::string out, err; };
-
-CtlRun Ctl(const std::vector<std::string>& args, const std::string& input = "") {
-  std::istringstream in(input);
-  std::ostringstream out, err;
-  const int code = plyth_services::RunPlythctl(args, in, out, err);
-  return {code, out.str(), err.str()};
-}
 
 const std::string kA = "alice:/docs/a.txt";
 const std::string kUsage =
@@ -47,8 +35,6 @@ class Plythctl : public ServicesTest {
  protected:
   void SetUp() override {
     ServicesTest::SetUp();
-    setenv("TZ", "UTC", 1);
-    tzset();
     a_ = AddItem("alice", "/docs/a.txt", "alice's");
     AddItem("bob", "/docs/a.txt", "bob's");
   }
