@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,9 +13,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <condition_variable>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -161,52 +167,97 @@ void SetRequestEnvironment(const zant_host::CgiVars& vars) {
 }
 
 // Passes what the handler writes to fd 1 (stdio, iostreams, raw writes) on
-// to the web server while the handler runs, through a pipe read by a thread
-// of its own: a download or an archive goes out as it is written instead of
-// piling up in memory, and every piece sent counts as progress, so that an
-// answer that keeps flowing is not taken for a hung request.
+// to the web server while the handler runs: fd 1 is, for the worker's whole
+// life, the writing end of one pipe that one thread of the worker reads. A
+// download or an archive goes out as it is written instead of piling up in
+// memory, and every piece sent counts as progress, so that an answer that
+// keeps flowing is not taken for a hung request. Neither the pipe nor the
+// thread is made per request: a request only names the stream its output
+// goes to, and at its end waits until the thread has passed on everything
+// the handler wrote.
 class StdoutForward {
  public:
-  StdoutForward() { saved_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3); }
-  bool Ok() const { return saved_ >= 0; }
-
-  bool Begin(FCGX_Stream* out, std::atomic<long long>* progress) {
-    std::cout.flush();
-    fflush(stdout);
+  // Call before any request, after the modules are loaded.
+  bool Start() {
     int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return false;
-    dup2(fds[1], STDOUT_FILENO);  // fd 1 becomes the only writer (dup2 drops CLOEXEC)
+    if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+    // The writing end is blocking: a handler that writes faster than the
+    // visitor reads waits on the full pipe. The reading end is not: the
+    // thread polls, then reads until the pipe is empty.
+    if (fcntl(fds[1], F_SETFL, 0) != 0 || dup2(fds[1], STDOUT_FILENO) < 0) return false;
     close(fds[1]);
-    const int readFd = fds[0];
-    thread_ = std::thread([readFd, out, progress] {
-      char buffer[65536];
-      for (;;) {
-        ssize_t n = read(readFd, buffer, sizeof(buffer));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        // A visitor who left makes this fail; the handler is still read to
-        // its end, so that it never blocks on a full pipe.
-        FCGX_PutStr(buffer, static_cast<int>(n), out);
-        progress->store(MonotonicMs());
-      }
-      close(readFd);
-    });
+    readFd_ = fds[0];
+    endFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (endFd_ < 0) return false;
+    // Signals belong to the main thread (its accept and reads must see them).
+    sigset_t all, previous;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &previous);
+    std::thread(&StdoutForward::Pump, this).detach();
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     return true;
   }
 
-  // Puts fd 1 back, which closes the pipe's writing end: the thread reads
-  // what is left and ends.
+  void Begin(FCGX_Stream* out, std::atomic<long long>* progress) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    out_ = out;
+    progress_ = progress;
+    ended_ = false;
+  }
+
+  // Everything the handler wrote is in the pipe once it has returned and
+  // stdio is flushed: the thread empties the pipe, then lets go of `out`.
   void End() {
     std::cout.flush();
     fflush(stdout);
     clearerr(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    if (thread_.joinable()) thread_.join();
+    const uint64_t one = 1;
+    if (write(endFd_, &one, sizeof(one)) != static_cast<ssize_t>(sizeof(one))) _exit(1);
+    std::unique_lock<std::mutex> lock(mutex_);
+    endedCv_.wait(lock, [this] { return ended_; });
+    out_ = nullptr;
   }
 
  private:
-  int saved_ = -1;
-  std::thread thread_;
+  // Passes on what the pipe holds; the caller holds mutex_.
+  void Drain() {
+    char buffer[65536];
+    for (;;) {
+      ssize_t n = read(readFd_, buffer, sizeof(buffer));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) return;
+      // Written outside a request (nobody should): dropped. A visitor who
+      // left makes the put fail; the pipe is still emptied, so that the
+      // handler never blocks on it.
+      if (out_ == nullptr) continue;
+      FCGX_PutStr(buffer, static_cast<int>(n), out_);
+      progress_->store(MonotonicMs());
+    }
+  }
+
+  void Pump() {
+    struct pollfd fds[2] = {{readFd_, POLLIN, 0}, {endFd_, POLLIN, 0}};
+    for (;;) {
+      if (poll(fds, 2, -1) < 0) continue;
+      std::lock_guard<std::mutex> lock(mutex_);
+      Drain();
+      if (fds[1].revents != 0) {
+        uint64_t count;
+        if (read(endFd_, &count, sizeof(count)) < 0) continue;
+        Drain();  // what came between the first look and the end
+        ended_ = true;
+        endedCv_.notify_one();
+      }
+    }
+  }
+
+  int readFd_ = -1;
+  int endFd_ = -1;
+  std::mutex mutex_;
+  std::condition_variable endedCv_;
+  FCGX_Stream* out_ = nullptr;
+  std::atomic<long long>* progress_ = nullptr;
+  bool ended_ = false;
 };
 
 void Serve(FCGX_Request* request, StdoutForward* forward, Slot* slot, const zant_host::Limits& limits) {
@@ -217,11 +268,7 @@ void Serve(FCGX_Request* request, StdoutForward* forward, Slot* slot, const zant
     int chunk = size > (1u << 20) ? (1 << 20) : static_cast<int>(size);
     return FCGX_GetStr(buffer, chunk, in);
   };
-  if (!forward->Begin(request->out, &slot->busySince)) {
-    zant_host::HostLog(true, "cannot pass output on: %s", strerror(errno));
-    FCGX_PutS("Status: 500 Internal Server Error\r\n\r\n", request->out);
-    return;
-  }
+  forward->Begin(request->out, &slot->busySince);
   const std::string answer = zant_host::HandleRequest(vars, reader, limits);
   forward->End();
   FCGX_PutStr(answer.data(), static_cast<int>(answer.size()), request->out);
@@ -327,7 +374,7 @@ void RunWorker(const WorkerSetup& setup) {
                      report.modules, report.methods, report.failures);
 
   StdoutForward forward;
-  if (!forward.Ok() || FCGX_Init() != 0) {
+  if (!forward.Start() || FCGX_Init() != 0) {
     zant_host::HostLog(true, "worker %d cannot set up its output", setup.slot);
     _exit(1);
   }
