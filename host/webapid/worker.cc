@@ -356,6 +356,9 @@ class StdoutForward {
           connection = -1;
           const char done = 1;
           if (send(control, &done, 1, MSG_NOSIGNAL) != 1) _exit(0);
+          // What the pipe holds from here on is the next request's, which
+          // may come before its connection does: look again.
+          continue;
         }
       }
       if (fds[1].revents != 0) drain();
