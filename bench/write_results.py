@@ -177,15 +177,23 @@ def load_tables(rows):
             f"{r['p50']} | {r['p99']} | {fmt_us(r['worker_us'])} ({fmt_us(c and c['worker_us'])}) | "
             f"{fmt_us(r['nginx_us'])} ({fmt_us(c and c['nginx_us'])}) | {r['rss_kb'] / 1024:.1f} MiB | "
             f"{r['errors'] + (c['errors'] if c else 0)} |")
-    growth = [r for r in runs if r["group"] == "growth"]
-    glines = [
-        "| Store | Requests/s | Ratio to the smallest | p50 | p99 | Worker CPU µs/request | Errors |",
+    return lines, {group: growth_table(runs, group, first) for group, first in GROWTH_TABLES}
+
+
+# Growth tables: manifest group, heading of the first column.
+GROWTH_TABLES = [("growth", "Store"), ("growth-init", "Web root"), ("growth-texts", "UI texts")]
+
+
+def growth_table(runs, group, first):
+    growth = [r for r in runs if r["group"] == group]
+    lines = [
+        f"| {first} | Requests/s | Ratio to the smallest | p50 | p99 | Worker CPU µs/request | Errors |",
         "|---|---:|---:|---:|---:|---:|---:|",
     ]
     for r in growth:
-        glines.append(f"| {r['label']} | {fmt_rate(r)} | {ratio(r, growth[0])} | {r['p50']} | "
-                      f"{r['p99']} | {fmt_us(r['worker_us'])} | {r['errors']} |")
-    return lines, glines
+        lines.append(f"| {r['label']} | {fmt_rate(r)} | {ratio(r, growth[0])} | {r['p50']} | "
+                     f"{r['p99']} | {fmt_us(r['worker_us'])} | {r['errors']} |")
+    return lines
 
 
 def cgi_table(rows):
@@ -283,7 +291,8 @@ def main():
         "nginx with the same configuration, answering the bytes captured from our",
         f"server for that address. Each run: `wrk -t{args.threads} -c{args.connections} -d{args.duration}s --latency`",
         f"after a {args.warmup} s warm-up, the ceiling first. CPU is user + system time from `/proc`",
-        "over the measured run, divided by the requests served. Errors are non-2xx/3xx",
+        "over the measured run, divided by the requests served (a worker of ours counts",
+        "with its forwarding process). Errors are non-2xx/3xx",
         "answers plus socket errors of both runs.",
         "",
     ]
@@ -306,7 +315,27 @@ def main():
         "with SQL.",
         "",
     ]
-    out += growth_lines
+    out += growth_lines["growth"]
+    out += [
+        "",
+        "## Growth: init against the module directories",
+        "",
+        "init, no session, while the web root holds that many module directories",
+        "(`webman/modules/*`, each with its configuration and its script), all read",
+        "on every request.",
+        "",
+    ]
+    out += growth_lines["growth-init"]
+    out += [
+        "",
+        "## Growth: the page script against the size of the UI texts",
+        "",
+        "getjs of the sharing link with its token cookie while the link pages' English",
+        "texts have that size (grown with further sections); the texts are parsed once",
+        "per change and written into every answer.",
+        "",
+    ]
+    out += growth_lines["growth-texts"]
     analysis = os.path.join(os.path.dirname(os.path.abspath(__file__)), "analysis.md")
     if os.path.exists(analysis):
         with open(analysis) as f:

@@ -83,12 +83,12 @@ std::string BuildScript(int errorCode, const std::string& permanentLink,
   body += "window.getPlythSharingLink=function(){return \"" + sharingLink + "\";}\r\n";
   body += "window.getPlythFile=function(){return " +
           (noRecord ? std::string() : ZANT::JsonToString(file)) + ";}\r\n";
-  body += "window.getPlythTexts=function(){return " +
-          ZANT::JsonToString(ZANT::QRT::LocalizedStringParser::ParseTexts(kPlythTextsDir + language)) +
-          ";}\r\n";
-  body += "window.getOfficeTexts=function(){return " +
-          ZANT::JsonToString(ZANT::QRT::LocalizedStringParser::ParseTexts(kOfficeTextsDir + language)) +
-          ";}";
+  body += "window.getPlythTexts=function(){return ";
+  body += *ZANT::QRT::LocalizedStringParser::TextsJson(kPlythTextsDir + language);
+  body += ";}\r\n";
+  body += "window.getOfficeTexts=function(){return ";
+  body += *ZANT::QRT::LocalizedStringParser::TextsJson(kOfficeTextsDir + language);
+  body += ";}";
   return body;
 }
 

@@ -1,10 +1,10 @@
 #include "preview.h"
 
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#include <vips/vips.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "download.h"
+#include "preview_render.h"
 #include "service_errors.h"
 #include "store.h"
 #include "zant/appliance.h"
@@ -23,6 +24,9 @@ namespace plyth_services {
 const char kPreviewCacheDir[] = "/var/packages/BrindlexPlyth/target/var/cache/previews";
 
 namespace {
+
+// Relative to the directory of the link service's library.
+const char kRenderLibrary[] = "../plyth/render.so";
 
 struct KindRow {
   PreviewKind kind;
@@ -38,11 +42,6 @@ const KindRow kKinds[] = {
     {PreviewKind::kVideo, "video", " mp4 m4v webm ogv mov "},
 };
 
-// Which loader may open a rendition's source: a name says what it is, and
-// the content must agree, so that no other decoder is reached through a
-// misnamed file.
-const char* const kImageLoaders[] = {"jpegload", "pngload", "gifload", "webpload", "heifload", "tiffload"};
-
 // The lower-cased text after the last dot; none when it holds a blank,
 // which the blank-separated tables would otherwise match across entries.
 std::string Extension(const std::string& name) {
@@ -53,57 +52,21 @@ std::string Extension(const std::string& name) {
   return extension;
 }
 
-// libvips once per process, kept small: one worker thread (the FastCGI
-// workers are the parallelism) and no operation cache (the files are
-// cached instead).
-bool VipsReady() {
-  static const bool ready = [] {
-    if (VIPS_INIT("plyth-services") != 0) return false;
-    // A damaged file is answered with an error code; its decoder's
-    // warnings would only fill the server's log, once per thumbnail.
-    g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING, [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {},
-                      nullptr);
-    vips_concurrency_set(1);
-    vips_cache_set_max(0);
-    return true;
+// The rendering library: linked into the program, or loaded from beside
+// the library this code is in, once.
+const RenderFunctions* Renderer() {
+  static const RenderFunctions* functions = []() -> const RenderFunctions* {
+    if (PlythRenderFunctions != nullptr) return PlythRenderFunctions();
+    Dl_info self;
+    if (dladdr(reinterpret_cast<void*>(&Renderer), &self) == 0 || self.dli_fname == nullptr) return nullptr;
+    std::string path = self.dli_fname;
+    path = path.substr(0, path.rfind('/') + 1) + kRenderLibrary;
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) return nullptr;
+    auto get = reinterpret_cast<const RenderFunctions* (*)()>(dlsym(library, "PlythRenderFunctions"));
+    return get != nullptr ? get() : nullptr;
   }();
-  return ready;
-}
-
-bool LoaderFits(const std::string& file, PreviewKind kind) {
-  const char* loader = vips_foreign_find_load(file.c_str());
-  if (loader == nullptr) {
-    vips_error_clear();
-    return false;
-  }
-  // The loader comes as its class name ("VipsForeignLoadJpegFile"); the
-  // table holds nicknames ("jpegload").
-  const char* nick = vips_nickname_find(g_type_from_name(loader));
-  const std::string nickname = nick != nullptr ? nick : "";
-  if (kind == PreviewKind::kPdf) return nickname == "pdfload";
-  return std::any_of(std::begin(kImageLoaders), std::end(kImageLoaders),
-                     [&](const char* allowed) { return nickname == allowed; });
-}
-
-struct Unref {
-  void operator()(void* object) const {
-    if (object) g_object_unref(object);
-  }
-};
-using ImagePtr = std::unique_ptr<VipsImage, Unref>;
-
-// Header only: the size to check before any pixel is decoded.
-bool HeaderFits(const std::string& file, PreviewKind kind, int page, int* pages) {
-  VipsImage* raw = kind == PreviewKind::kPdf
-                       ? vips_image_new_from_file(file.c_str(), "page", page - 1, nullptr)
-                       : vips_image_new_from_file(file.c_str(), "access", VIPS_ACCESS_SEQUENTIAL, nullptr);
-  ImagePtr head(raw);
-  if (!head) return false;
-  if (pages != nullptr && (vips_image_get_typeof(head.get(), "n-pages") == 0 ||
-                           vips_image_get_int(head.get(), "n-pages", pages) != 0)) {
-    *pages = 1;
-  }
-  return static_cast<double>(head->Xsize) * head->Ysize <= kMaxPreviewPixels;
+  return functions;
 }
 
 // Opens the source of a rendition after the checks every one of them
@@ -111,41 +74,10 @@ bool HeaderFits(const std::string& file, PreviewKind kind, int page, int* pages)
 int CheckSource(const Item& item, PreviewKind kind, std::string* file) {
   if (kind != PreviewKind::kImage && kind != PreviewKind::kPdf) return kErrNoPreview;
   if (item.size == 0 || item.size > kMaxPreviewSource) return kErrNoPreview;
-  if (!VipsReady()) return kErrStore;
+  if (Renderer() == nullptr) return kErrStore;
   *file = Store::ContentFile(item.hash);
   if (access(file->c_str(), R_OK) != 0) return kErrStore;
-  return LoaderFits(*file, kind) ? kOk : kErrNoPreview;
-}
-
-int Render(const std::string& file, PreviewKind kind, int size, int page, std::string* jpeg) {
-  if (!HeaderFits(file, kind, page, nullptr)) return kErrNoPreview;
-  // Load options ride on the file name, as libvips reads them.
-  const std::string source = kind == PreviewKind::kPdf ? file + "[page=" + std::to_string(page - 1) + "]" : file;
-  // Vector pages are drawn at the box's scale; pictures only ever shrink,
-  // so that a rendition never holds more detail than was asked for.
-  const VipsSize fit = kind == PreviewKind::kPdf ? VIPS_SIZE_BOTH : VIPS_SIZE_DOWN;
-  VipsImage* raw = nullptr;
-  if (vips_thumbnail(source.c_str(), &raw, size, "height", size, "size", fit, "fail-on", VIPS_FAIL_ON_ERROR,
-                     nullptr) != 0) {
-    return kErrNoPreview;
-  }
-  ImagePtr image(raw);
-  if (vips_image_hasalpha(image.get())) {
-    VipsArrayDouble* white = vips_array_double_newv(1, 255.0);
-    VipsImage* flat = nullptr;
-    const int rc = vips_flatten(image.get(), &flat, "background", white, nullptr);
-    vips_area_unref(VIPS_AREA(white));
-    if (rc != 0) return kErrNoPreview;
-    image.reset(flat);
-  }
-  void* buffer = nullptr;
-  size_t length = 0;
-  if (vips_jpegsave_buffer(image.get(), &buffer, &length, "Q", 80, "strip", TRUE, nullptr) != 0) {
-    return kErrNoPreview;
-  }
-  jpeg->assign(static_cast<const char*>(buffer), length);
-  g_free(buffer);
-  return kOk;
+  return Renderer()->sourceFits(*file, kind);
 }
 
 std::string CacheFile(const Item& item, int size, int page) {
@@ -279,8 +211,7 @@ int Rendition(const Item& item, PreviewKind kind, int size, int page, std::strin
   std::string source;
   int rc = CheckSource(item, kind, &source);
   if (rc != kOk) return rc;
-  rc = Render(source, kind, size, page, jpeg);
-  vips_error_clear();
+  rc = Renderer()->render(source, kind, size, page, jpeg);
   if (rc == kOk) Keep(cached, *jpeg);
   return rc;
 }
@@ -289,9 +220,7 @@ int PdfPageCount(const Item& item, int* pages) {
   std::string source;
   int rc = CheckSource(item, PreviewKind::kPdf, &source);
   if (rc != kOk) return rc;
-  const bool fits = HeaderFits(source, PreviewKind::kPdf, 1, pages);
-  vips_error_clear();
-  return fits ? kOk : kErrNoPreview;
+  return Renderer()->pdfPages(source, pages) ? kOk : kErrNoPreview;
 }
 
 void PruneRenditionCache(uint64_t cap) {

@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -14,7 +16,6 @@
 #include <cstring>
 #include <iostream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "webapid.h"
@@ -35,6 +36,7 @@ Shared* gShared = nullptr;
 int gListenFd = -1;
 pid_t gMaster = 0;
 int gOrphanLimitSeconds = 0;
+int gSlotIndex = 0;
 timer_t gReadTimer;    // SIGALRM: the request's parameters are late
 timer_t gOrphanTimer;  // SIGKILL: a worker without a master ran out of time
 
@@ -161,55 +163,213 @@ void SetRequestEnvironment(const zant_host::CgiVars& vars) {
 }
 
 // Passes what the handler writes to fd 1 (stdio, iostreams, raw writes) on
-// to the web server while the handler runs, through a pipe read by a thread
-// of its own: a download or an archive goes out as it is written instead of
-// piling up in memory, and every piece sent counts as progress, so that an
-// answer that keeps flowing is not taken for a hung request.
+// to the web server while the handler runs: fd 1 of a worker is, for its
+// whole life, the writing end of one pipe that a small forwarding process of
+// its own reads, wrapping what it reads in FastCGI output records on the
+// request's connection. A download or an archive goes out as it is written
+// instead of piling up in memory, and every piece sent counts as progress,
+// so that an answer that keeps flowing is not taken for a hung request.
+//
+// A process, not a thread: the modules switch their ids around their
+// link-service calls, and with a second thread in the worker the C library
+// makes every thread switch with them (a signal to the other thread and a
+// wait for its answer, ten times a landing).
 class StdoutForward {
  public:
-  StdoutForward() { saved_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3); }
-  bool Ok() const { return saved_ >= 0; }
-
-  bool Begin(FCGX_Stream* out, std::atomic<long long>* progress) {
-    std::cout.flush();
-    fflush(stdout);
-    int fds[2];
-    if (pipe2(fds, O_CLOEXEC) != 0) return false;
-    dup2(fds[1], STDOUT_FILENO);  // fd 1 becomes the only writer (dup2 drops CLOEXEC)
-    close(fds[1]);
-    const int readFd = fds[0];
-    thread_ = std::thread([readFd, out, progress] {
-      char buffer[65536];
-      for (;;) {
-        ssize_t n = read(readFd, buffer, sizeof(buffer));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        // A visitor who left makes this fail; the handler is still read to
-        // its end, so that it never blocks on a full pipe.
-        FCGX_PutStr(buffer, static_cast<int>(n), out);
-        progress->store(MonotonicMs());
-      }
-      close(readFd);
-    });
+  // Forks the forwarding process; call before the modules are loaded.
+  bool Start(int listenFd, std::atomic<long long>* progress) {
+    int pipeFds[2];
+    int control[2];
+    if (pipe2(pipeFds, O_CLOEXEC) != 0) return false;
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, control) != 0) return false;
+    const pid_t worker = getpid();
+    const pid_t pid = fork();
+    if (pid < 0) return false;
+    if (pid == 0) {
+      close(pipeFds[1]);
+      close(control[0]);
+      close(listenFd);
+      RunForwarder(worker, pipeFds[0], control[1], progress);
+    }
+    close(pipeFds[0]);
+    close(control[1]);
+    control_ = control[0];
+    pipeWrite_ = pipeFds[1];
     return true;
   }
 
-  // Puts fd 1 back, which closes the pipe's writing end: the thread reads
-  // what is left and ends.
+  // Once the modules are loaded (what they print while loading goes where it
+  // always went).
+  bool TakeStdout() {
+    if (dup2(pipeWrite_, STDOUT_FILENO) < 0) return false;  // dup2 drops CLOEXEC
+    close(pipeWrite_);
+    pipeWrite_ = -1;
+    return true;
+  }
+
+  // Hands the request's connection to the forwarding process.
+  bool Begin(FCGX_Request* request) {
+    Message message{Message::kBegin, request->requestId};
+    char space[CMSG_SPACE(sizeof(int))];
+    memset(space, 0, sizeof(space));
+    struct iovec part = {&message, sizeof(message)};
+    struct msghdr header;
+    memset(&header, 0, sizeof(header));
+    header.msg_iov = &part;
+    header.msg_iovlen = 1;
+    header.msg_control = space;
+    header.msg_controllen = sizeof(space);
+    struct cmsghdr* rights = CMSG_FIRSTHDR(&header);
+    rights->cmsg_level = SOL_SOCKET;
+    rights->cmsg_type = SCM_RIGHTS;
+    rights->cmsg_len = CMSG_LEN(sizeof(int));
+    memcpy(CMSG_DATA(rights), &request->ipcFd, sizeof(int));
+    return SendAll(control_, &header);
+  }
+
+  // Everything the handler wrote is in the pipe once it has returned and
+  // stdio is flushed: the forwarding process empties the pipe, lets go of
+  // the connection and says so. Nothing was put on the request's output
+  // stream before, so the framework's answer follows the handler's output.
   void End() {
     std::cout.flush();
     fflush(stdout);
     clearerr(stdout);
-    dup2(saved_, STDOUT_FILENO);
-    if (thread_.joinable()) thread_.join();
+    const Message message{Message::kEnd, 0};
+    char done;
+    if (send(control_, &message, sizeof(message), MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof(message)) ||
+        RecvRetrying(control_, &done, 1) != 1) {
+      zant_host::HostLog(true, "the output of worker %d (pid %d) went with its forwarding process",
+                         gSlotIndex, static_cast<int>(getpid()));
+      _exit(1);
+    }
   }
 
  private:
-  int saved_ = -1;
-  std::thread thread_;
+  struct Message {
+    enum Kind : int { kBegin, kEnd } kind;
+    int requestId;
+  };
+
+  static bool SendAll(int fd, struct msghdr* header) {
+    for (;;) {
+      if (sendmsg(fd, header, MSG_NOSIGNAL) >= 0) return true;
+      if (errno != EINTR) return false;
+    }
+  }
+
+  static ssize_t RecvRetrying(int fd, void* buffer, size_t size) {
+    for (;;) {
+      const ssize_t n = recv(fd, buffer, size, 0);
+      if (n >= 0 || errno != EINTR) return n;
+    }
+  }
+
+  // FastCGI output records of one request, written whole; false once the
+  // web server is gone.
+  static bool PutRecords(int connection, int requestId, const char* data, size_t size) {
+    while (size > 0) {
+      const size_t chunk = size > 65535 ? 65535 : size;
+      const unsigned char head[8] = {1, 6 /* stdout */, static_cast<unsigned char>(requestId >> 8),
+                                     static_cast<unsigned char>(requestId & 0xff),
+                                     static_cast<unsigned char>(chunk >> 8),
+                                     static_cast<unsigned char>(chunk & 0xff), 0, 0};
+      struct iovec parts[2] = {{const_cast<unsigned char*>(head), sizeof(head)},
+                               {const_cast<char*>(data), chunk}};
+      size_t left = sizeof(head) + chunk;
+      int first = 0;
+      while (left > 0) {
+        const ssize_t n = writev(connection, parts + first, 2 - first);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        left -= static_cast<size_t>(n);
+        size_t moved = static_cast<size_t>(n);
+        while (first < 2 && moved >= parts[first].iov_len) moved -= parts[first++].iov_len;
+        if (first < 2) {
+          parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + moved;
+          parts[first].iov_len -= moved;
+        }
+      }
+      data += chunk;
+      size -= chunk;
+    }
+    return true;
+  }
+
+  // The forwarding process: lives as long as its worker, runs no module code.
+  [[noreturn]] static void RunForwarder(pid_t worker, int pipeRead, int control,
+                                        std::atomic<long long>* progress) {
+    // It keeps no way back to the ids the worker may raise (changing ids
+    // clears the parent-death signal: asked for after).
+    const gid_t gid = getegid();
+    const uid_t uid = geteuid();
+    if (setresgid(gid, gid, gid) != 0 || setresuid(uid, uid, uid) != 0) _exit(1);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != worker) _exit(0);
+    // Stops and deadlines are the worker's: this process ends with it.
+    for (int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGALRM, SIGPIPE}) signal(number, SIG_IGN);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    fcntl(pipeRead, F_SETFL, O_NONBLOCK);
+    int connection = -1;
+    int requestId = 0;
+    bool flowing = false;  // the web server still takes the output
+    static char buffer[65535];
+    // Passes on what the pipe holds; a visitor who left makes the writes
+    // fail, and the pipe is still emptied, so that the handler never blocks
+    // on it.
+    auto drain = [&] {
+      for (;;) {
+        const ssize_t n = read(pipeRead, buffer, sizeof(buffer));
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        if (connection < 0 || !flowing) continue;  // written outside a request: dropped
+        flowing = PutRecords(connection, requestId, buffer, static_cast<size_t>(n));
+        progress->store(MonotonicMs());
+      }
+    };
+    struct pollfd fds[2] = {{control, POLLIN, 0}, {pipeRead, POLLIN, 0}};
+    for (;;) {
+      if (poll(fds, 2, -1) < 0) continue;
+      if (fds[0].revents != 0) {
+        Message message;
+        char space[CMSG_SPACE(sizeof(int))];
+        struct iovec part = {&message, sizeof(message)};
+        struct msghdr header;
+        memset(&header, 0, sizeof(header));
+        header.msg_iov = &part;
+        header.msg_iovlen = 1;
+        header.msg_control = space;
+        header.msg_controllen = sizeof(space);
+        const ssize_t n = recvmsg(control, &header, MSG_CMSG_CLOEXEC);
+        if (n < 0 && errno == EINTR) continue;
+        if (n != static_cast<ssize_t>(sizeof(message))) _exit(0);  // the worker is gone
+        struct cmsghdr* rights = CMSG_FIRSTHDR(&header);
+        if (message.kind == Message::kBegin && rights != nullptr && rights->cmsg_type == SCM_RIGHTS) {
+          memcpy(&connection, CMSG_DATA(rights), sizeof(int));
+          requestId = message.requestId;
+          flowing = true;
+        } else if (message.kind == Message::kEnd) {
+          drain();
+          if (connection >= 0) close(connection);
+          connection = -1;
+          const char done = 1;
+          if (send(control, &done, 1, MSG_NOSIGNAL) != 1) _exit(0);
+          // What the pipe holds from here on is the next request's, which
+          // may come before its connection does: look again.
+          continue;
+        }
+      }
+      if (fds[1].revents != 0) drain();
+    }
+  }
+
+  int control_ = -1;
+  int pipeWrite_ = -1;
 };
 
-void Serve(FCGX_Request* request, StdoutForward* forward, Slot* slot, const zant_host::Limits& limits) {
+void Serve(FCGX_Request* request, StdoutForward* forward, const zant_host::Limits& limits) {
   const zant_host::CgiVars vars = zant_host::ServerVarsFromEnviron(request->envp);
   SetRequestEnvironment(vars);
   FCGX_Stream* in = request->in;
@@ -217,7 +377,7 @@ void Serve(FCGX_Request* request, StdoutForward* forward, Slot* slot, const zant
     int chunk = size > (1u << 20) ? (1 << 20) : static_cast<int>(size);
     return FCGX_GetStr(buffer, chunk, in);
   };
-  if (!forward->Begin(request->out, &slot->busySince)) {
+  if (!forward->Begin(request)) {
     zant_host::HostLog(true, "cannot pass output on: %s", strerror(errno));
     FCGX_PutS("Status: 500 Internal Server Error\r\n\r\n", request->out);
     return;
@@ -296,6 +456,7 @@ void RunWorker(const WorkerSetup& setup) {
   gListenFd = setup.listenFd;
   gMaster = setup.master;
   gOrphanLimitSeconds = setup.timeoutSeconds + kStopGraceSeconds;
+  gSlotIndex = setup.slot;
   Shared* shared = setup.shared;
   Slot* slot = &shared->slots[setup.slot];
   const ServiceIdentity& identity = setup.identity;
@@ -319,6 +480,12 @@ void RunWorker(const WorkerSetup& setup) {
   umask(startUmask);
   int cwd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 
+  StdoutForward forward;
+  if (!forward.Start(gListenFd, &slot->busySince)) {
+    zant_host::HostLog(true, "worker %d cannot start its output forwarding: %s", setup.slot, strerror(errno));
+    _exit(1);
+  }
+
   // A worker answers request after request: the files every request reads are
   // looked at on disk at most once a second (a change is seen within that).
   ZANT::FileCache::SetRevalidateSeconds(1);
@@ -326,8 +493,7 @@ void RunWorker(const WorkerSetup& setup) {
   zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", setup.slot,
                      report.modules, report.methods, report.failures);
 
-  StdoutForward forward;
-  if (!forward.Ok() || FCGX_Init() != 0) {
+  if (!forward.TakeStdout() || FCGX_Init() != 0) {
     zant_host::HostLog(true, "worker %d cannot set up its output", setup.slot);
     _exit(1);
   }
@@ -347,7 +513,7 @@ void RunWorker(const WorkerSetup& setup) {
     const ReadResult read = ReadRequest(&request, fd, setup.readTimeoutSeconds);
     if (read == ReadResult::kRequest) {
       NoteRequest(slot, &request);
-      Serve(&request, &forward, slot, limits);
+      Serve(&request, &forward, limits);
       EndConnection(&request, setup.readTimeoutSeconds);
       slot->served.fetch_add(1);
     } else if (read == ReadResult::kLate) {

@@ -5,6 +5,7 @@
 #include "keyvalue_file.h"
 #include "zant/appliance.h"
 #include "zant/file_cache.h"
+#include "zant/json_util.h"
 #include "zant/qrt.h"
 
 namespace ZANT {
@@ -95,6 +96,13 @@ Json::Value ParseStrings(const FileCache::Content& content) {
 
 Json::Value LocalizedStringParser::ParseTexts(std::string directory) {
   return *FileCache::Derived<Json::Value>(StringsFile(directory), "texts", ParseStrings);
+}
+
+std::shared_ptr<const std::string> LocalizedStringParser::TextsJson(std::string directory) {
+  return FileCache::Derived<std::string>(StringsFile(directory), "texts-json",
+                                         [](const FileCache::Content& content) {
+                                           return JsonToString(ParseStrings(content));
+                                         });
 }
 
 }  // namespace QRT

@@ -345,9 +345,24 @@ def test_sigterm_finishes_requests_in_hand(stack):
     expect_eq(stack.curl(ECHO + "echo").status, 502, "after the stop")
 
 
+def test_forwarders_end_with_their_workers(stack):
+    """Each worker passes its handler's output on through one process of its
+    own, which keeps no way back to root and dies with its worker."""
+    worker = children(stack.daemon.pid)[0]
+    forwarders = children(worker)
+    expect_eq(len(forwarders), 1, "forwarding processes of a worker")
+    uids = status_field(forwarders[0], "Uid").split()
+    expect_eq(len(set(uids)), 1, "real, effective, saved and file uid of the forwarding process alike")
+    os.kill(worker, signal.SIGKILL)
+    wait_for(lambda: status_field(forwarders[0], "State") is None, "forwarding process gone", seconds=2)
+    wait_for(lambda: len(children(stack.daemon.pid)) == 2, "worker replaced")
+    expect_eq(stack.curl(ECHO + "echo&n=3").text, ok('{"n":3}'), "answers after the replacement")
+
+
 if __name__ == "__main__":
     sys.exit(base.main(Stack, ("--test-module",), [
         test_answers, test_front_door, test_security_headers, test_crashed_worker_is_replaced,
-        test_hung_worker_is_killed, test_long_answers_flow_through, test_stalled_clients_are_dropped,
+        test_hung_worker_is_killed, test_long_answers_flow_through, test_forwarders_end_with_their_workers,
+        test_stalled_clients_are_dropped,
         test_killed_master_leaves_no_worker, test_orphan_with_a_hung_request_ends, test_one_master_per_socket,
         test_options, test_sigterm_finishes_requests_in_hand]))

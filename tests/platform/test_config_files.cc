@@ -170,6 +170,21 @@ TEST_F(Texts, MissingDirectoryIsEmptyObject) {
   EXPECT_EQ(Json::Value(Json::objectValue), ParseTexts("/no/dir"));
 }
 
+// The serialised form pages write into their answers, made once per change.
+TEST_P(Texts, AsJsonTextWrittenLikeTheValue) {
+  root_.WriteFile(std::string(kTexts) + "/strings", GetParam().content);
+  EXPECT_EQ(ZANT::JsonToString(J(GetParam().expected)), *ZANT::QRT::LocalizedStringParser::TextsJson(kTexts))
+      << GetParam().d;
+}
+
+TEST_F(Texts, AsJsonTextFollowsTheFileAndAMissingOneIsEmpty) {
+  EXPECT_EQ("{}", *ZANT::QRT::LocalizedStringParser::TextsJson("/no/dir"));
+  root_.WriteFile(std::string(kTexts) + "/strings", "[a]\nk = \"1\"\n");
+  EXPECT_EQ(R"({"a":{"k":"1"}})", *ZANT::QRT::LocalizedStringParser::TextsJson(kTexts));
+  root_.WriteFile(std::string(kTexts) + "/strings", "[b]\nk = \"22\"\n");
+  EXPECT_EQ(R"({"b":{"k":"22"}})", *ZANT::QRT::LocalizedStringParser::TextsJson(kTexts));
+}
+
 struct ToStringCase { Json::Value value; std::string expected; };
 class JsonText : public ::testing::TestWithParam<ToStringCase> {};
 

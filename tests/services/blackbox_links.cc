@@ -108,4 +108,19 @@ TEST(Plythctl, ErrorsGoToStandardErrorWithTheirExitCode) {
   EXPECT_EQ(out, gRoot + "/var/packages/BrindlexPlyth/target/var/plyth.db");
 }
 
+// The image library comes in only with the first rendition, from beside
+// the link service's library in the appliance root.
+TEST(Previews, ARenditionThroughTheRenderingLibraryOfTheRoot) {
+  const std::string icon = gRoot + "/usr/zant/zantman/webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/pdf.png";
+  std::string out, link;
+  ASSERT_EQ(Ctl("file add alice /icon.png --from " + icon, &out), 0);
+  ASSERT_EQ(Ctl("link make alice:/icon.png --visibility anyone", &link), 0);
+  const std::string jpeg = Cgi("api=ZANT.BrindlexPlyth.Files&version=1&method=preview&path=%22link:" + link +
+                               "%22&size=128");
+  const size_t body = jpeg.find("\r\n\r\n");
+  ASSERT_NE(body, std::string::npos) << jpeg;
+  EXPECT_EQ(jpeg.substr(0, jpeg.find("\r\nContent-Length")), "Status: 200 OK\r\nContent-Type: image/jpeg");
+  EXPECT_EQ(jpeg.substr(body + 4, 3), "\xFF\xD8\xFF") << "a JPEG";
+}
+
 }  // namespace

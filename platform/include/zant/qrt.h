@@ -1,6 +1,7 @@
 // UI texts of one language.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include <json/json.h>
@@ -17,6 +18,10 @@ class LocalizedStringParser {
   // starting with "#" or ";" are skipped. A missing directory or file gives
   // an empty object.
   static Json::Value ParseTexts(std::string directory);
+  // The same as compact JSON text (JsonToString of ParseTexts), made once
+  // per change of the file: a page that writes the texts into every answer
+  // neither copies nor serialises them again.
+  static std::shared_ptr<const std::string> TextsJson(std::string directory);
 };
 
 }  // namespace QRT
