@@ -3,6 +3,7 @@
 // with its plythctl, zant-webapid on a unix socket and nginx with the
 // rendered deploy configuration on 127.0.0.1.
 import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import fs from 'node:fs';
 import net from 'node:net';
 import path from 'node:path';
@@ -26,16 +27,12 @@ export function findStage() {
   return { stage, missing: missing.length ? `${stage} lacks ${missing.join(', ')}` : '' };
 }
 
-function freePort() {
-  return new Promise((resolve, reject) => {
-    const server = net.createServer();
-    server.unref();
-    server.on('error', reject);
-    server.listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
+async function freePort() {
+  const server = net.createServer().listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const { port } = server.address();
+  await new Promise((resolve) => server.close(resolve));
+  return port;
 }
 
 // Resolves once `options` (a socket path or a port) takes a connection;
@@ -44,27 +41,21 @@ async function listening(options, what, child) {
   const deadline = Date.now() + 10000;
   for (;;) {
     if (child.exitCode !== null) throw new Error(`${what}: exited with ${child.exitCode}`);
-    const up = await new Promise((resolve) => {
-      const socket = net.connect(options, () => resolve(true));
-      socket.once('error', () => resolve(false));
-      socket.once('connect', () => socket.destroy());
-    });
+    const socket = net.connect(options);
+    const up = await once(socket, 'connect').then(() => true, () => false);
+    socket.destroy();
     if (up) return;
     if (Date.now() > deadline) throw new Error(`timed out waiting for ${what}`);
     await new Promise((resolve) => setTimeout(resolve, 50));
   }
 }
 
-function stopChild(child) {
-  if (!child || child.exitCode !== null || child.signalCode !== null) return Promise.resolve();
-  return new Promise((resolve) => {
-    const timer = setTimeout(() => child.kill('SIGKILL'), 5000);
-    child.once('exit', () => {
-      clearTimeout(timer);
-      resolve();
-    });
-    child.kill('SIGTERM');
-  });
+async function stopChild(child) {
+  if (!child || child.exitCode !== null || child.signalCode !== null) return;
+  const timer = setTimeout(() => child.kill('SIGKILL'), 5000);
+  child.kill('SIGTERM');
+  await once(child, 'exit');
+  clearTimeout(timer);
 }
 
 // Makes the root in dir/root and starts the servers. Returns
@@ -99,11 +90,13 @@ export async function startAppliance({ dir, stage }) {
   const socket = path.join(runDir, 'zant-webapid.sock');
   const daemonLog = path.join(dir, 'webapid.log');
   const nginxLog = path.join(dir, 'nginx.log');
+  // Standard output and error of a server, appended to `file`.
+  const into = (file) => ['ignore', fs.openSync(file, 'a'), fs.openSync(file, 'a')];
 
   const daemon = spawn(
     path.join(root, 'usr/zant/bin/zant-webapid'),
     ['--root', root, '--socket', socket, '--workers', '2'],
-    { cwd: root, stdio: ['ignore', fs.openSync(daemonLog, 'a'), fs.openSync(daemonLog, 'a')] },
+    { cwd: root, stdio: into(daemonLog) },
   );
   let nginx = null;
   const stop = async () => {
@@ -120,9 +113,7 @@ export async function startAppliance({ dir, stage }) {
         '--root', root, '--port', String(port), '--socket', socket, '--run-dir', nginxDir,
       ]),
     );
-    nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], {
-      stdio: ['ignore', fs.openSync(nginxLog, 'a'), fs.openSync(nginxLog, 'a')],
-    });
+    nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], { stdio: into(nginxLog) });
     await listening({ port, host: '127.0.0.1' }, 'nginx port', nginx);
     return {
       root,

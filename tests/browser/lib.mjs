@@ -5,7 +5,6 @@
 // they log, axe-core and a screenshot per page state, the closing checks.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import { createRequire } from 'node:module';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
@@ -13,13 +12,7 @@ import { after, before, test } from 'node:test';
 import { findStage, startAppliance } from './appliance.mjs';
 
 const playwright = await import('playwright-core').catch(() => null);
-const axeSource = (() => {
-  try {
-    return fs.readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
-  } catch {
-    return null;
-  }
-})();
+const axeSource = (await import('axe-core').catch(() => null))?.default.source;
 const { stage, missing } = findStage();
 if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
 
@@ -111,7 +104,7 @@ function pageHelpers(suite) {
       return page;
     },
 
-    // A screenshot of the page state, named `state`.
+    // A screenshot of the page state, named `state`, without axe-core.
     shoot: (page, state) => page.screenshot({ path: path.join(suite.shots, `${state}.png`), fullPage: true }),
 
     // axe-core on the page as it stands (evaluated by the driver, so the
