@@ -104,24 +104,6 @@ describe('landing pages on a running appliance', { skip }, () => {
       await page.context().close();
     });
 
-    const messageCases = [
-      { what: 'an expired link', url: () => sharePath(s.links.expired), view: 'expired', title: 'Link expired' },
-      { what: 'a removed item', url: () => sharePath(s.links.goneShare, s.links.gone), view: 'unavailable',
-        title: 'This item is no longer available' },
-      { what: 'an unknown sharing link', url: () => sharePath('NoSuchLink000000'), view: 'invalid',
-        title: 'Link not available' },
-    ];
-    for (const { what, url, view, title } of messageCases) {
-      test(`${what} says so`, async () => {
-        const page = await s.open('desktop', url());
-        await page.waitForSelector(`#plyth-share-root[data-view="${view}"]`);
-        assert.equal(await page.textContent('.plyth-share-title'), title);
-        assert.equal(await page.$('#plyth-download'), null);
-        await s.look(page, `desktop-${view}`);
-        await page.context().close();
-      });
-    }
-
   });
 
   describe('phone', () => {
@@ -171,14 +153,16 @@ describe('landing pages on a running appliance', { skip }, () => {
       await page.context().close();
     });
 
-    test('a private link asks an anonymous visitor to sign in; a wrong password is refused', async () => {
+    test('a private link offers the app or the sign-in page; without the app, the sign-in page follows', async () => {
       const page = await s.open('phone', `/d/f/${s.links.plan}`);
       await page.waitForSelector('#plyth-open-link');
+      const signInPage = `/?redirect=${encodeURIComponent(`/d/f/${s.links.plan}`)}`;
       assert.deepEqual((await buttons(page)).map(([text]) => text), ['Open in the app', 'Continue in the browser']);
       assert.equal(await page.textContent('.plyth-mobile-desc'), 'How would you like to open this link?');
       await s.look(page, 'phone-sign-in-choice');
-
-      await Promise.all([page.waitForURL(/\/\?redirect=/), page.click('#plyth-open-link')]);
+      // The app address goes nowhere here.
+      await page.click('#plyth-open-app');
+      await page.waitForURL(s.origin + signInPage, { timeout: 10000 });
       await page.waitForSelector('#zant-signin-form');
       await s.signIn(page, 'alice', 'not-her-password');
       await page.waitForSelector('#zant-signin-error:not([hidden])');
@@ -186,23 +170,28 @@ describe('landing pages on a running appliance', { skip }, () => {
       await page.context().close();
     });
 
-    const statusCases = [
-      { what: 'an expired sharing link', url: () => sharePath(s.links.expired), status: 'expired',
-        title: 'Link expired', state: 'phone-expired' },
-      { what: 'an unknown sharing link', url: () => sharePath('NoSuchLink000000'), status: 'invalid',
-        title: 'Link not available', state: 'phone-unknown' },
-    ];
-    for (const { what, url, status, title, state } of statusCases) {
-      test(`${what} gets the ${status} page`, async () => {
-        const page = await s.open('phone', url());
-        await page.waitForSelector(`.plyth-mobile-status-${status}`);
-        assert.equal(await page.textContent('.plyth-mobile-title'), title);
-        assert.deepEqual(await buttons(page), []);
-        await s.look(page, state);
-        await page.context().close();
-      });
-    }
   });
+
+  // What a dead link shows: a title and nothing to download or open.
+  const deadLinks = [
+    { state: 'desktop-expired', url: () => sharePath(s.links.expired), ready: '[data-view="expired"]', title: 'Link expired' },
+    { state: 'desktop-unavailable', url: () => sharePath(s.links.goneShare, s.links.gone), ready: '[data-view="unavailable"]',
+      title: 'This item is no longer available' },
+    { state: 'desktop-invalid', url: () => sharePath('NoSuchLink000000'), ready: '[data-view="invalid"]', title: 'Link not available' },
+    { state: 'phone-expired', url: () => sharePath(s.links.expired), ready: '.plyth-mobile-status-expired', title: 'Link expired' },
+    { state: 'phone-unknown', url: () => sharePath('NoSuchLink000000'), ready: '.plyth-mobile-status-invalid',
+      title: 'Link not available' },
+  ];
+  for (const { state, url, ready, title } of deadLinks) {
+    test(`${state}: says so, offers nothing`, async () => {
+      const page = await s.open(state.split('-')[0], url());
+      await page.waitForSelector(ready);
+      assert.equal(await page.textContent('.plyth-share-title, .plyth-mobile-title'), title);
+      assert.equal(await page.$('#plyth-download, #plyth-mobile-actions > *'), null);
+      await s.look(page, state);
+      await page.context().close();
+    });
+  }
 
   s.closingChecks();
 });

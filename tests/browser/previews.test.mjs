@@ -2,16 +2,14 @@
 // phone (390x844, iPhone user agent): the picture, the PDF page by page,
 // the text, the audio and video players; a folder share browsed with its
 // breadcrumbs and downloaded as a ZIP whose entries match the folder; and a
-// preview-only link that shows the preview while no address hands out a
-// byte of the original.
+// preview-only link that shows the preview and offers no download.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { describe, test } from 'node:test';
 
-import { repoRoot } from './appliance.mjs';
-import { DEVICES, applianceSuite, skip } from './lib.mjs';
+import { DEVICES, applianceSuite, repoRoot, skip } from './lib.mjs';
 
 // Where each page draws the content: the desktop panel or the phone's main box.
 const CONTENT = { desktop: '#plyth-share-content', phone: '#plyth-mobile-content' };
@@ -72,10 +70,9 @@ describe('previews and folder shares', { skip }, () => {
     })) {
       links[key] = { permanent: linkOf(p), sharing: ctl('share', 'make', `alice:${p}`) };
     }
-    const previewOf = (key, p) =>
-      ({ permanent: links[key].permanent, sharing: ctl('share', 'make', `alice:${p}`, '--role', 'previewer') });
-    links.photoPreview = previewOf('photo', '/Trip/photo.jpg');
-    links.tripPreview = previewOf('trip', '/Trip');
+    const previewer = ['--role', 'previewer'];
+    links.photoPreview = { ...links.photo, sharing: ctl('share', 'make', 'alice:/Trip/photo.jpg', ...previewer) };
+    links.tripPreview = { ...links.trip, sharing: ctl('share', 'make', 'alice:/Trip', ...previewer) };
     return links;
   });
   const share = ({ sharing, permanent }) => `/d/s/${sharing}/${permanent}`;
