@@ -1,7 +1,7 @@
 // Hostile link identifiers and sign-in redirects in a real browser, through
 // nginx and zant-webapid with the deploy configuration: the /d/ addresses and
-// the page-script address of "getjs", with identifiers that would close a
-// quote, end a script, break a line or flood a page. No probe may run script
+// the page-script address of "getjs", with identifiers that would close an
+// attribute or a string, break a line or flood a page. No probe may run script
 // or add an element or a cookie, and each one is answered by the door that
 // should answer it (nginx's 404 for a /d/ address that is no identifier, the
 // framework's refusal 120 otherwise).

@@ -169,7 +169,6 @@ describe('landing pages on a running appliance', { skip }, () => {
       await s.look(page, 'phone-sign-in-failed');
       await page.context().close();
     });
-
   });
 
   // What a dead link shows: a title and nothing to download or open.
