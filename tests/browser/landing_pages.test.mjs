@@ -103,7 +103,6 @@ describe('landing pages on a running appliance', { skip }, () => {
       await s.look(page, 'desktop-password-throttled');
       await page.context().close();
     });
-
   });
 
   describe('phone', () => {
