@@ -1,25 +1,142 @@
 // The prelude every browser suite shares: Debian's Chromium driven by
 // playwright-core (never a downloaded browser), the desktop and phone
-// contexts, and a suite's life on a running appliance (appliance.mjs):
-// its items and links made before the tests, pages that record every error
-// they log, axe-core and a screenshot per page state, the closing checks.
+// contexts, and a suite's life on a running appliance: a throw-away root
+// made by scripts/mkroot from a build's staging tree, zant-webapid on a unix
+// socket and nginx with the rendered deploy configuration on 127.0.0.1, its
+// users, items and links made with its plythctl before the tests; pages
+// that record every error they log, axe-core and a screenshot per page
+// state, the closing checks.
 import assert from 'node:assert/strict';
+import { spawn, spawnSync } from 'node:child_process';
+import { once } from 'node:events';
 import fs from 'node:fs';
-import { createRequire } from 'node:module';
+import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 import { after, before, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
 
-import { findStage, startAppliance } from './appliance.mjs';
+
+export const repoRoot = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..', '..');
+
+const stagePrograms = [
+  'usr/zant/zantman/webapi/entry.cgi',
+  'usr/zant/bin/zant-webapid',
+  'usr/zant/bin/plythctl',
+  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Shard.so',
+  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Services.so',
+];
+
+// The staging tree to use ($PLYTH_STAGE, else the dev preset's), and why it
+// cannot be used when a program is missing.
+function findStage() {
+  const stage = process.env.PLYTH_STAGE || path.join(repoRoot, 'build', 'dev', 'stage');
+  const missing = stagePrograms.filter((file) => !fs.existsSync(path.join(stage, file)));
+  return { stage, missing: missing.length ? `${stage} lacks ${missing.join(', ')}` : '' };
+}
+
+async function freePort() {
+  const server = net.createServer().listen(0, '127.0.0.1');
+  await once(server, 'listening');
+  const { port } = server.address();
+  await new Promise((resolve) => server.close(resolve));
+  return port;
+}
+
+// Resolves once `options` (a socket path or a port) takes a connection;
+// fails when `child` exits first or after 10 s.
+async function listening(options, what, child) {
+  const deadline = Date.now() + 10000;
+  for (;;) {
+    if (child.exitCode !== null) throw new Error(`${what}: exited with ${child.exitCode}`);
+    const socket = net.connect(options);
+    const up = await once(socket, 'connect').then(() => true, () => false);
+    socket.destroy();
+    if (up) return;
+    if (Date.now() > deadline) throw new Error(`timed out waiting for ${what}`);
+    await new Promise((resolve) => setTimeout(resolve, 50));
+  }
+}
+
+async function stopChild(child) {
+  if (!child || child.exitCode !== null || child.signalCode !== null) return;
+  const timer = setTimeout(() => child.kill('SIGKILL'), 5000);
+  child.kill('SIGTERM');
+  await once(child, 'exit');
+  clearTimeout(timer);
+}
+
+// Makes the root in dir/root and starts the servers. Returns
+// { root, origin, ctl (plythctl(...args)), stop() }; the servers log into dir.
+async function startAppliance({ dir, stage }) {
+  const root = path.join(dir, 'root');
+  const run = (cmd, args, options = {}) => {
+    const result = spawnSync(cmd, args, { encoding: 'utf8', ...options });
+    if (result.status !== 0) {
+      throw new Error(`${path.basename(cmd)} ${args.join(' ')} exited ${result.status}: ${result.stderr}`);
+    }
+    return result.stdout;
+  };
+  run(path.join(repoRoot, 'scripts', 'mkroot'), ['--stage', stage, root]);
+  fs.chmodSync(root, 0o755);
+
+  // Started as root, zant-webapid serves as www-data: the store it writes
+  // (tokens, failed passwords) must be that user's, as after plythctl.
+  const serviceUser = process.getuid && process.getuid() === 0 ? 'www-data' : '';
+  const storeDir = path.join(root, 'var/packages/BrindlexPlyth/target/var');
+  const plythctlPath = path.join(root, 'usr/zant/bin/plythctl');
+  const plythctl = (...args) => {
+    const out = run(plythctlPath, ['--root', root, ...args], { env: { ...process.env, TZ: 'UTC' } });
+    if (serviceUser) run('chown', ['-R', `${serviceUser}:${serviceUser}`, storeDir]);
+    return out.trim();
+  };
+  plythctl('init');
+
+  const runDir = path.join(root, 'run');
+  const nginxDir = path.join(runDir, 'nginx');
+  fs.mkdirSync(nginxDir, { recursive: true });
+  const socket = path.join(runDir, 'zant-webapid.sock');
+  const daemonLog = path.join(dir, 'webapid.log');
+  const nginxLog = path.join(dir, 'nginx.log');
+  // Standard output and error of a server, appended to `file`.
+  const into = (file) => ['ignore', fs.openSync(file, 'a'), fs.openSync(file, 'a')];
+
+  const daemon = spawn(
+    path.join(root, 'usr/zant/bin/zant-webapid'),
+    ['--root', root, '--socket', socket, '--workers', '2'],
+    { cwd: root, stdio: into(daemonLog) },
+  );
+  let nginx = null;
+  const stop = async () => {
+    await stopChild(nginx);
+    await stopChild(daemon);
+  };
+  try {
+    await listening({ path: socket }, 'zant-webapid socket', daemon);
+    const port = await freePort();
+    const conf = path.join(runDir, 'nginx.conf');
+    fs.writeFileSync(
+      conf,
+      run(path.join(repoRoot, 'deploy', 'render-nginx-conf'), [
+        '--root', root, '--port', String(port), '--socket', socket, '--run-dir', nginxDir,
+      ]),
+    );
+    nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], { stdio: into(nginxLog) });
+    await listening({ port, host: '127.0.0.1' }, 'nginx port', nginx);
+    return {
+      root,
+      origin: `http://127.0.0.1:${port}`,
+      ctl: plythctl,
+      stop,
+    };
+  } catch (error) {
+    await stop();
+    throw error;
+  }
+}
 
 const playwright = await import('playwright-core').catch(() => null);
-const axeSource = (() => {
-  try {
-    return fs.readFileSync(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
-  } catch {
-    return null;
-  }
-})();
+const axeSource = (await import('axe-core').catch(() => null))?.default.source;
 const { stage, missing } = findStage();
 if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
 
@@ -48,32 +165,26 @@ const chromiumArgs = [
 ];
 
 // Registers the hooks of a suite (call it inside describe) and answers the
-// suite, filled in by `before`: { dir, origin, ctl (plythctl), links (what
-// `setup(ctl, suite)` answered), browser } and the page helpers below.
+// suite, filled in by `before`: { dir, root, origin, ctl (plythctl), stop,
+// links (what `setup(ctl, suite)` answered), browser } and the page helpers
+// below.
 // Screenshots go to $PLYTH_SCREENSHOTS, else the temporary directory, which
 // PLYTH_KEEP_BROWSER_TMP keeps with the servers' logs.
 export function applianceSuite(prefix, setup) {
   const suite = { problems: [], violations: [] };
-  let appliance;
   before(async () => {
     suite.dir = fs.mkdtempSync(path.join(os.tmpdir(), prefix));
     fs.chmodSync(suite.dir, 0o755);
     suite.shots = process.env.PLYTH_SCREENSHOTS || path.join(suite.dir, 'screenshots');
     fs.mkdirSync(suite.shots, { recursive: true });
-    appliance = await startAppliance({ dir: suite.dir, stage });
-    suite.origin = appliance.origin;
-    suite.root = appliance.root;
-    suite.ctl = appliance.plythctl;
+    Object.assign(suite, await startAppliance({ dir: suite.dir, stage }));
     suite.links = await setup(suite.ctl, suite);
     suite.browser = await playwright.chromium.launch({ executablePath: '/usr/bin/chromium', args: chromiumArgs });
   });
   after(async () => {
     const keep = process.env.PLYTH_KEEP_BROWSER_TMP;
     if (suite.browser) await suite.browser.close();
-    if (appliance) {
-      if (keep) console.log(appliance.logs());
-      await appliance.stop();
-    }
+    if (suite.stop) await suite.stop();
     if (keep) console.log(`# kept ${suite.dir}`);
     else if (suite.dir) fs.rmSync(suite.dir, { recursive: true, force: true });
   });
@@ -111,7 +222,7 @@ function pageHelpers(suite) {
       return page;
     },
 
-    // A screenshot of the page state, named `state`.
+    // A screenshot of the page state, named `state`, without axe-core.
     shoot: (page, state) => page.screenshot({ path: path.join(suite.shots, `${state}.png`), fullPage: true }),
 
     // axe-core on the page as it stands (evaluated by the driver, so the
