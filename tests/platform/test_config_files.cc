@@ -173,7 +173,7 @@ TEST_F(Texts, MissingDirectoryIsEmptyObject) {
 // The serialised form pages write into their answers, made once per change.
 TEST_P(Texts, AsJsonTextWrittenLikeTheValue) {
   root_.WriteFile(std::string(kTexts) + "/strings", GetParam().content);
-  EXPECT_EQ(ZANT::JsonToString(J(GetParam().expected)), *ZANT::QRT::LocalizedStringParser::TextsJson(kTexts))
+  EXPECT_EQ(ZANT::JsonToString(Parse(GetParam().expected)), *ZANT::QRT::LocalizedStringParser::TextsJson(kTexts))
       << GetParam().d;
 }
 
