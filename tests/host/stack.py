@@ -45,6 +45,15 @@ class Stack:
             shutil.rmtree(self.root, ignore_errors=True)
 
 
+def read(path, missing=""):
+    """The text of `path`; `missing` when there is no such file."""
+    try:
+        with open(path) as f:
+            return f.read()
+    except FileNotFoundError:
+        return missing
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))

@@ -21,11 +21,6 @@ using Response = ZANT::APIResponse;
 
 void Echo(Request* request, Response* response) { response->SetSuccess(request->GetParams()); }
 
-void Redirect(Request*, Response* response) {
-  response->SetSuccess();
-  response->SetHeader("Location", "http://example.test/next?a=1");
-}
-
 // A raw cookie line with the output left on, then a redirect.
 void CookieRedirect(Request*, Response* response) {
   printf("Set-Cookie: a=b; path=/\r\n");
@@ -85,7 +80,6 @@ struct Row {
 
 const Row kRows[] = {
     {1, "echo", Echo, Allow},
-    {1, "redirect", Redirect, Allow},
     {1, "cookie_redirect", CookieRedirect, Allow},
     {1, "raw", Raw, Allow},
     {1, "sleep", Sleep, Allow},
