@@ -162,7 +162,7 @@ def test_security_headers(stack):
                              ["DENY", CSP, "nosniff", "same-origin"]),
                             (["/webman/login.js", ECHO + "echo", "/d/f/P1"], [None, None, "nosniff", "same-origin"])]:
         for path in paths:
-            expect_eq([stack.curl(path).headers.get(name) for name in SECURITY], expected, "security headers of " + path)
+            expect_eq([stack.curl(path).headers.get(name) for name in SECURITY], expected, "headers of " + path)
 
 
 def test_crashed_worker_is_replaced(stack):
