@@ -45,13 +45,13 @@ class Stack:
             shutil.rmtree(self.root, ignore_errors=True)
 
 
-def read(path, missing=""):
-    """The text of `path`; `missing` when there is no such file."""
+def read(path):
+    """The text of `path`; empty when there is no such file (or process)."""
     try:
         with open(path) as f:
             return f.read()
-    except FileNotFoundError:
-        return missing
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
 
 
 def free_port():

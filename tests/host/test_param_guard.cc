@@ -148,8 +148,6 @@ INSTANTIATE_TEST_SUITE_P(
         RequestRow{.name = "fraction", .query = kShard + "get&link_id=1.5", .answer = kRefused},
         RequestRow{.name = "array", .query = kShard + "get&link_id=%5B%22a%22%5D", .answer = kRefused},
         RequestRow{.name = "any_method", .query = kShard + "init&link_id=%3C", .answer = kRefused},
-        RequestRow{.name = "in_the_form_body", .query = kShard + "get", .body = "link_id=%22%3E%22",
-                   .answer = kRefused},
         RequestRow{.name = "selectors_in_the_body", .query = "",
                    .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%20b",
                    .answer = kRefused}),
