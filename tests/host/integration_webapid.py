@@ -203,8 +203,8 @@ def test_killed_master_leaves_no_worker(stack):
     ready, before = stack.log().count(" ready: "), sleeps_started(stack)
     stack.start_daemon()
     wait_for(lambda: stack.log().count(" ready: ") == ready + 2, "both workers ready")
-    workers = [int(pid) for pid in subprocess.run(["pgrep", "-P", str(stack.daemon.pid)],
-                                                   capture_output=True).stdout.split()]
+    parent_of = lambda pid: base.read("/proc/%s/stat" % pid).rsplit(")", 1)[-1].split()[1:2]
+    workers = [int(pid) for pid in os.listdir("/proc") if pid.isdigit() and parent_of(pid) == [str(stack.daemon.pid)]]
     expect_eq(len(workers), 2, "workers of the master")
     if os.geteuid() == 0:
         expect_eq([os.stat("/proc/%d" % pid).st_uid for pid in workers], [pwd.getpwnam("www-data").pw_uid] * 2,
