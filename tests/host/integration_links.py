@@ -35,7 +35,9 @@ class Stack(base.Stack):
         return done.stdout.strip()
 
     def start(self):
-        self.plythctl("user", "add", "alice", "--password", "alice")
+        # Before the workers start: they look at the user database at most once a second.
+        for user in ("alice", "bob"):
+            self.plythctl("user", "add", user, "--password", user)
         self.plythctl("file", "add", "alice", "/locked.txt")
         self.open_link = self.plythctl("file", "add", "alice", "/open.txt").split("\t")[1]
         super().start()
@@ -111,7 +113,6 @@ def test_guess_bursts_count_per_address(stack):
     the limit answered and recorded as failures; then the right password is
     refused to that address and accepted from another."""
     share = stack.plythctl("share", "make", "alice:/locked.txt", "--password", "right")
-    stack.plythctl("user", "add", "bob", "--password", "bob")
     rows = [
         dict(what="link password", call=dict(AUTH, sharing_link=share), wrong=dict(password="wrong"),
              right=dict(password="right"), codes=(1037, 1039),
