@@ -2,7 +2,6 @@
 // root (scripts/mkroot --with-fixture plus the test module), exact bytes on
 // standard output.
 #include <cstdio>
-#include <cstring>
 #include <fstream>
 #include <map>
 #include <regex>
@@ -51,9 +50,7 @@ CgiRun Cgi(const Env& env, const std::string& body = "") {
 }
 
 Env BaseEnv(const std::string& query) {
-  return Env{{"ZANT_ROOT", gRoot},        {"PATH", "/usr/bin:/bin"},         {"GATEWAY_INTERFACE", "CGI/1.1"},
-             {"REQUEST_METHOD", "GET"},   {"SERVER_NAME", "nas.test"},       {"SERVER_PORT", "5000"},
-             {"QUERY_STRING", query},     {"HTTP_HOST", "nas.test:5000"},    {"REQUEST_URI", "/webapi/entry.cgi"}};
+  return Env{{"ZANT_ROOT", gRoot}, {"REQUEST_METHOD", "GET"}, {"QUERY_STRING", query}};
 }
 
 const std::string kTest = "api=ZANT.HostTest&version=1&method=";
@@ -65,7 +62,6 @@ std::string Error(int code) {
 }
 const std::string kRefused = "Content-Type: application/json; charset=\"UTF-8\"\r\nStatus: 400 Bad Request\r\n\r\n"
                              "{\"error\":{\"code\":120},\"success\":false}";
-const std::string kShard = "api=ZANT.BrindlexPlyth.Shard&version=1&method=";
 const std::string kPadHead = kTest + "echo&pad=";
 // The "pad" value that makes an echo request of exactly `size` bytes.
 std::string Pad(size_t size) { return std::string(size - kPadHead.size(), 'x'); }
@@ -73,8 +69,8 @@ std::string Pad(size_t size) { return std::string(size - kPadHead.size(), 'x'); 
 struct Row {
   const char* name;
   std::string query;
-  const char* body = nullptr;  // nullptr: a GET; else a POST of a form body
-  Env extra = {};              // replaces variables of the same name
+  std::string body = "";  // a POST of a form body when not empty
+  Env extra = {};         // replaces variables of the same name
   std::string expected;
 };
 
@@ -83,81 +79,45 @@ class Answers : public ::testing::TestWithParam<Row> {};
 TEST_P(Answers, ExactBytes) {
   const Row& row = GetParam();
   Env env = BaseEnv(row.query);
-  if (row.body != nullptr) {
+  if (!row.body.empty()) {
     env["REQUEST_METHOD"] = "POST";
     env["CONTENT_TYPE"] = "application/x-www-form-urlencoded";
-    env["CONTENT_LENGTH"] = std::to_string(strlen(row.body));
+    env["CONTENT_LENGTH"] = std::to_string(row.body.size());
   }
   for (const auto& var : row.extra) env[var.first] = var.second;
-  const CgiRun run = Cgi(env, row.body != nullptr ? row.body : "");
+  const CgiRun run = Cgi(env, row.body);
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out, row.expected);
 }
 
-const std::string kOverMiB(1048577, 'a');
-const std::string kBodyOfMiB = kPadHead + Pad(1048576);
 const std::string kDemo = "api=ZANT.Demo.Files&version=1&method=get&path=";
 
+// What only the real program shows: the variables and standard input it
+// reads, the default limits, output written by the handler itself, and the
+// modules and fixture of the root.
 INSTANTIATE_TEST_SUITE_P(
     EntryCgi, Answers,
     ::testing::Values(
-        Row{.name = "decoding",
-            .query = kTest + "echo&a=%22abc%22&b=abc&c=1&d=%7B%22x%22%3A%5B1%2Ctrue%5D%7D&e=a+b%20c"
-                             "&f=00123&g=&h&i=null&j=%5B1%2C%5D&l=-0.5e3&a=2&&",
-            .expected = Ok(
-                "{\"a\":\"abc\",\"b\":\"abc\",\"c\":1,\"d\":{\"x\":[1,true]},\"e\":\"a b c\",\"f\":\"00123\","
-                "\"g\":\"\",\"h\":\"\",\"i\":null,\"j\":\"[1,]\",\"l\":-500.0}")},
-        Row{.name = "selectors_as_json_strings", .query = "api=%22ZANT.HostTest%22&version=%221%22&method=%22echo%22",
-            .expected = Ok("{}")},
-        Row{.name = "second_version", .query = "api=ZANT.HostTest&version=2&method=echo",
-            .expected = Ok("\"version 2\"")},
         Row{.name = "query_before_body", .query = kTest + "echo&a=query", .body = "b=%22x%22&a=body",
             .extra = {{"CONTENT_TYPE", "Application/X-WWW-Form-Urlencoded; charset=UTF-8"}},
             .expected = Ok("{\"a\":\"query\",\"b\":\"x\"}")},
         Row{.name = "selectors_in_unsized_body", .query = "",
             .body = "api=ZANT.HostTest&version=1&method=echo&x=%5B%5D",
             .extra = {{"CONTENT_LENGTH", ""}}, .expected = Ok("{\"x\":[]}")},
-        Row{.name = "binary_body", .query = kTest + "echo", .body = "a=\x01\x02",
-            .expected = Ok("{\"a\":\"\\u0001\\u0002\"}")},
-        Row{.name = "binary_cookies", .query = kTest + "echo",
-            .extra = {{"HTTP_COOKIE", "\x01\x7f\xfe=1; a=\xff\xfe\x80; ;;=; b=\x1b[0m; \xc3\xa9=2"}},
-            .expected = Ok("{}")},
         Row{.name = "query_of_64_kib", .query = kPadHead + Pad(65536),
             .expected = Ok("{\"pad\":\"" + Pad(65536) + "\"}")},
         Row{.name = "query_over_64_kib", .query = kPadHead + Pad(65537), .expected = Error(108)},
-        Row{.name = "cookie_over_64_kib", .query = kTest + "echo",
-            .extra = {{"HTTP_COOKIE", "a=" + std::string(65535, 'c')}}, .expected = Error(108)},
-        Row{.name = "body_of_1_mib", .query = "", .body = kBodyOfMiB.c_str(),
+        Row{.name = "body_of_1_mib", .query = "", .body = kPadHead + Pad(1048576),
             .expected = Ok("{\"pad\":\"" + Pad(1048576) + "\"}")},
-        Row{.name = "length_over_1_mib", .query = kTest + "echo", .body = "", .extra = {{"CONTENT_LENGTH", "1048577"}},
-            .expected = Error(108)},
-        Row{.name = "body_over_1_mib_unsized", .query = kTest + "echo", .body = kOverMiB.c_str(),
-            .extra = {{"CONTENT_LENGTH", ""}}, .expected = Error(108)},
-        Row{.name = "length_not_a_number", .query = kTest + "echo", .body = "a=1", .extra = {{"CONTENT_LENGTH", "3a"}},
-            .expected = Error(101)},
-        Row{.name = "bad_escape_in_query", .query = kTest + "echo&a=%zz", .expected = Error(101)},
-        Row{.name = "bad_escape_in_body", .query = kTest + "echo", .body = "a=%%", .expected = Error(101)},
-        Row{.name = "empty_request", .query = "", .expected = Error(101)},
-        Row{.name = "unknown_api", .query = "api=ZANT.Nope&version=1&method=echo", .expected = Error(102)},
-        Row{.name = "unknown_method", .query = kTest + "nope", .expected = Error(103)},
-        Row{.name = "unsupported_version", .query = "api=ZANT.HostTest&version=3&method=echo", .expected = Error(104)},
-        Row{.name = "check_answers_0", .query = kTest + "denied", .expected = Error(105)},
+        Row{.name = "length_over_1_mib", .query = kTest + "echo", .body = "a=1",
+            .extra = {{"CONTENT_LENGTH", "1048577"}}, .expected = Error(108)},
         Row{.name = "check_answers_2", .query = kTest + "two", .expected = Error(105)},
         Row{.name = "no_check_row", .query = kTest + "nocheck", .expected = Error(105)},
-        Row{.name = "handler_error", .query = kTest + "error", .expected = Error(117)},
-        Row{.name = "handler_without_answer", .query = kTest + "noanswer", .expected = Error(100)},
-        Row{.name = "redirect", .query = kTest + "redirect",
-            .expected = "Status: 302 Found\r\nLocation: http://example.test/next?a=1\r\n\r\n"},
         Row{.name = "raw_cookie_line_then_redirect", .query = kTest + "cookie_redirect",
             .expected =
                 "Set-Cookie: a=b; path=/\r\nStatus: 302 Found\r\nLocation: http://example.test/landing\r\n\r\n"},
         Row{.name = "raw_output", .query = kTest + "raw",
             .expected = "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"},
-        Row{.name = "script_breaking_link_refused",
-            .query = kShard + "getjs&permanent_link=%22%7D%3Bdocument.title%3D%22X%22%3Bif(0)%7B%22",
-            .expected = kRefused},
-        Row{.name = "quote_in_posted_link_refused", .query = "",
-            .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=get&link_id=a%22b", .expected = kRefused},
         Row{.name = "fixture_answer", .query = kDemo + "%22link:P1%22", .expected = Ok("{\"name\":\"report.kdoc\"}")},
         Row{.name = "fixture_params_differ", .query = kDemo + "link:P1&x=1", .expected = Error(119)},
         Row{.name = "fixture_user_differs", .query = kDemo + "link:P2", .expected = Error(119)}),
@@ -189,11 +149,9 @@ TEST(EntryCgi, ParamRulesFileIsReadOnEveryRun) {
   const std::string rules = gRoot + "/usr/zant/etc/param_guard.conf";
   const std::string saved = Slurp(rules);
   std::ofstream(rules) << "ZANT.HostTest echo a [0-9]{1,2}\n";
-  EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&a=12")).out, Ok("{\"a\":12}"));
   EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&a=123")).out, kRefused);
-  EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&b=123")).out, Ok("{\"b\":123}"));
   std::ofstream(rules) << "";
-  const CgiRun unguarded = Cgi(BaseEnv(kShard + "getjs&permanent_link=a%22b"));
+  const CgiRun unguarded = Cgi(BaseEnv("api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%22b"));
   EXPECT_NE(unguarded.out.find("a\"b"), std::string::npos) << "the module answered: " << unguarded.out;
   if (saved.empty()) {
     std::remove(rules.c_str());

@@ -45,6 +45,15 @@ class Stack:
             shutil.rmtree(self.root, ignore_errors=True)
 
 
+def read(path):
+    """The text of `path`; empty when there is no such file (or process)."""
+    try:
+        with open(path) as f:
+            return f.read()
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))
