@@ -67,6 +67,11 @@ def alive(pids):
     return [pid for pid, stat in zip(pids, stats) if stat and stat.rsplit(")", 1)[1].split()[0] != "Z"]
 
 
+def children(parent):
+    parent_of = lambda pid: base.read("/proc/%s/stat" % pid).rsplit(")", 1)[-1].split()[1:2]
+    return [int(pid) for pid in os.listdir("/proc") if pid.isdigit() and parent_of(pid) == [str(parent)]]
+
+
 def sleeps_started(stack):
     """How many "sleep" requests the test module has begun to serve."""
     return base.read(stack.root + "/var/log/hosttest-sleep.log").count("started")
@@ -203,8 +208,7 @@ def test_killed_master_leaves_no_worker(stack):
     ready, before = stack.log().count(" ready: "), sleeps_started(stack)
     stack.start_daemon()
     wait_for(lambda: stack.log().count(" ready: ") == ready + 2, "both workers ready")
-    parent_of = lambda pid: base.read("/proc/%s/stat" % pid).rsplit(")", 1)[-1].split()[1:2]
-    workers = [int(pid) for pid in os.listdir("/proc") if pid.isdigit() and parent_of(pid) == [str(stack.daemon.pid)]]
+    workers = children(stack.daemon.pid)
     expect_eq(len(workers), 2, "workers of the master")
     if os.geteuid() == 0:
         expect_eq([os.stat("/proc/%d" % pid).st_uid for pid in workers], [pwd.getpwnam("www-data").pw_uid] * 2,
@@ -294,10 +298,11 @@ def test_forwarders_end_with_their_workers(stack):
     worker = children(stack.daemon.pid)[0]
     forwarders = children(worker)
     expect_eq(len(forwarders), 1, "forwarding processes of a worker")
-    uids = status_field(forwarders[0], "Uid").split()
+    status = base.read("/proc/%d/status" % forwarders[0])
+    uids = next(line for line in status.splitlines() if line.startswith("Uid:")).split()[1:]
     expect_eq(len(set(uids)), 1, "real, effective, saved and file uid of the forwarding process alike")
     os.kill(worker, signal.SIGKILL)
-    wait_for(lambda: status_field(forwarders[0], "State") is None, "forwarding process gone", seconds=2)
+    wait_for(lambda: not alive(forwarders), "forwarding process gone", seconds=2)
     wait_for(lambda: len(children(stack.daemon.pid)) == 2, "worker replaced")
     expect_eq(stack.curl(ECHO + "echo&n=3").text, ok('{"n":3}'), "answers after the replacement")
 
