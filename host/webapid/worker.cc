@@ -209,22 +209,14 @@ class StdoutForward {
 
   // Hands the request's connection to the forwarding process.
   bool Begin(FCGX_Request* request) {
-    Message message{Message::kBegin, request->requestId};
-    char space[CMSG_SPACE(sizeof(int))];
-    memset(space, 0, sizeof(space));
-    struct iovec part = {&message, sizeof(message)};
-    struct msghdr header;
-    memset(&header, 0, sizeof(header));
-    header.msg_iov = &part;
-    header.msg_iovlen = 1;
-    header.msg_control = space;
-    header.msg_controllen = sizeof(space);
-    struct cmsghdr* rights = CMSG_FIRSTHDR(&header);
+    ControlMessage sent;
+    sent.message = {Message::kBegin, request->requestId};
+    struct cmsghdr* rights = CMSG_FIRSTHDR(&sent.header);
     rights->cmsg_level = SOL_SOCKET;
     rights->cmsg_type = SCM_RIGHTS;
     rights->cmsg_len = CMSG_LEN(sizeof(int));
     memcpy(CMSG_DATA(rights), &request->ipcFd, sizeof(int));
-    return SendAll(control_, &header);
+    return SendAll(control_, &sent.header);
   }
 
   // Everything the handler wrote is in the pipe once it has returned and
@@ -249,6 +241,18 @@ class StdoutForward {
   struct Message {
     enum Kind : int { kBegin, kEnd } kind;
     int requestId;
+  };
+
+  // A message of the control socket with room for one descriptor; refers to
+  // itself, so it stays where it was made.
+  struct ControlMessage {
+    Message message{};
+    char space[CMSG_SPACE(sizeof(int))] = {};
+    struct iovec part = {&message, sizeof(message)};
+    struct msghdr header = {nullptr, 0, &part, 1, space, sizeof(space), 0};
+    ControlMessage() = default;
+    ControlMessage(const ControlMessage&) = delete;
+    ControlMessage& operator=(const ControlMessage&) = delete;
   };
 
   static bool SendAll(int fd, struct msghdr* header) {
@@ -333,19 +337,12 @@ class StdoutForward {
     for (;;) {
       if (poll(fds, 2, -1) < 0) continue;
       if (fds[0].revents != 0) {
-        Message message;
-        char space[CMSG_SPACE(sizeof(int))];
-        struct iovec part = {&message, sizeof(message)};
-        struct msghdr header;
-        memset(&header, 0, sizeof(header));
-        header.msg_iov = &part;
-        header.msg_iovlen = 1;
-        header.msg_control = space;
-        header.msg_controllen = sizeof(space);
-        const ssize_t n = recvmsg(control, &header, MSG_CMSG_CLOEXEC);
+        ControlMessage received;
+        const Message& message = received.message;
+        const ssize_t n = recvmsg(control, &received.header, MSG_CMSG_CLOEXEC);
         if (n < 0 && errno == EINTR) continue;
         if (n != static_cast<ssize_t>(sizeof(message))) _exit(0);  // the worker is gone
-        struct cmsghdr* rights = CMSG_FIRSTHDR(&header);
+        struct cmsghdr* rights = CMSG_FIRSTHDR(&received.header);
         if (message.kind == Message::kBegin && rights != nullptr && rights->cmsg_type == SCM_RIGHTS) {
           memcpy(&connection, CMSG_DATA(rights), sizeof(int));
           requestId = message.requestId;
