@@ -167,7 +167,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingR
     {.description = "removed office", .cookie = "OLD", .fetch = Found({.name = "r.kdoc", .removed = true}),
      .unlock = Failed(1001), .cookies = kGone}}));
 
-TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {
+TEST_F(GetTest, CookieStandsBeforeThePageHeaders) {
   files_.AlwaysReturn(kRead);
   auth_.AlwaysReturn(Unlocked());
   HandlerRun run = Run(false, "S1", "L1");
@@ -182,12 +182,6 @@ TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {
       "&sharing_link=%22S1%22&v=";
   EXPECT_EQ(body.substr(0, page.size()), page);
   EXPECT_EQ(Text(files_.Calls().at(0).params), R"({"path":"link:L1","sharing_token":"NEW"})");
-
-  files_.AlwaysReturn(Found({.name = "report.kdoc"}));
-  request_.SetServerVar("REQUEST_URI", "/alias/d/s/S1");
-  run = Run(false, "S1", "L1");
-  EXPECT_EQ(run.answer, std::string(kSetNew) + "\r\nStatus: 302 Found\r\nLocation: "
-                            "http://nas.example:5000/alias/oo/r/L1?sharing_link=S1\r\n\r\n");
 }
 
 TEST_F(GetTest, MissingLinkIdSetsError114AndWritesTheInvalidLinkPage) {
