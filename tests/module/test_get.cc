@@ -84,16 +84,19 @@ class GetTest : public LinkTest {
   }
 };
 
+const Json::Value kRead = Found({}), kNotRead = Failed(1002), kRemoved = Found({.removed = true});
+#define OFFICE "redirect http://nas.example:5000/oo/r/L1?sharing_link=S1"
+
 // The link service's results for the fetch with the cookie's token, the unlock,
 // and the fetch with the unlocked token "NEW"; the answer's Set-Cookie lines.
 struct SharingRow {
   const char* description;
   bool phone = false;
   const char* cookie = nullptr;  // null: no token cookie
-  Json::Value cookieFetch = {}, unlock = {}, freshFetch = {};
+  Json::Value fetch = kNotRead, unlock = Unlocked(), fresh = kRead;
   Strings cookies = {}, logger = {};
-  const char* page;
-  size_t unlockCalls = 1;
+  const char* page = "desktop";
+  size_t unlocks = 1;
   bool debugLevel = false;
 };
 
@@ -102,7 +105,7 @@ class Sharing : public GetTest, public ::testing::WithParamInterface<SharingRow>
 TEST_P(Sharing, AnswersAndCookies) {
   const SharingRow& row = GetParam();
   files_.Respond([&row](const Json::Value& params, const std::string&) {
-    return params.get("sharing_token", "") == "NEW" ? row.freshFetch : row.cookieFetch;
+    return params.get("sharing_token", "") == "NEW" ? row.fresh : row.fetch;
   });
   auth_.AlwaysReturn(row.unlock);
   if (row.cookie != nullptr) request_.SetCookie("plyth-sharing-S1", row.cookie);
@@ -114,76 +117,57 @@ TEST_P(Sharing, AnswersAndCookies) {
   EXPECT_EQ(PageOf(run), row.page);
   EXPECT_EQ(CookieLines(run), row.cookies);
   EXPECT_EQ(run.logger, row.logger);
-  EXPECT_EQ(auth_.Calls().size(), row.unlockCalls);
+  EXPECT_EQ(auth_.Calls().size(), row.unlocks);
   for (const auto& call : files_.Calls()) EXPECT_EQ(call.user, "anonymous");
   for (const auto& call : auth_.Calls()) {
     EXPECT_EQ(call.user + Text(call.params), R"(anonymous{"password":"","sharing_link":"S1"})");
   }
 }
 
-const Json::Value kRead = Found({}), kNotRead = Failed(1002);
-#define OFFICE "redirect http://nas.example:5000/oo/r/L1?sharing_link=S1"
+const Strings kNew = {kSetNew}, kGone = {kClear};
+// A valid cookie whose record carries this name: no unlock.
+SharingRow Named(const char* description, const char* name, const char* page, bool phone = false) {
+  return {.description = description, .phone = phone, .cookie = "OLD",
+          .fetch = Found({.name = name, .canRead = !phone}), .page = page, .unlocks = 0};
+}
 
 INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingRow>{
-    {.description = "no cookie, unlocked", .cookieFetch = kNotRead, .unlock = Unlocked(),
-     .freshFetch = kRead, .cookies = {kSetNew}, .page = "desktop"},
-    {.description = "valid cookie", .cookie = "OLD", .cookieFetch = kRead, .page = "desktop",
-     .unlockCalls = 0},
-    {.description = "stale cookie, unlocked", .cookie = "OLD", .cookieFetch = kNotRead,
-     .unlock = Unlocked(), .freshFetch = kRead, .cookies = {kSetNew},
-     .logger = {CannotGet(565, "OLD")}, .page = "desktop"},
-    {.description = "stale cookie, 1037", .cookie = "OLD", .cookieFetch = kNotRead,
-     .unlock = Failed(1037), .cookies = {kClear}, .logger = {CannotGet(565, "OLD")},
-     .page = "desktop"},
-    {.description = "1037 on a phone: desktop page", .phone = true, .cookieFetch = kNotRead,
-     .unlock = Failed(1037), .page = "desktop"},
-    {.description = "1038 on a phone", .phone = true, .cookieFetch = kNotRead,
-     .unlock = Failed(1038), .page = "expired"},
-    {.description = "other failure on a phone", .phone = true, .cookieFetch = kNotRead,
-     .unlock = Failed(1001), .page = "invalid"},
-    {.description = "empty cookie that fetches", .phone = true, .cookie = "", .cookieFetch = kRead,
-     .unlock = Failed(1001), .cookies = {kClear}, .page = "info+download"},
-    {.description = "empty cookie that fetches, 1038", .phone = true, .cookie = "",
-     .cookieFetch = kRead, .unlock = Failed(1038), .cookies = {kClear}, .page = "expired"},
-    {.description = "removed, unlock fails", .phone = true, .cookie = "OLD",
-     .cookieFetch = Found({.removed = true}), .unlock = Failed(1001), .cookies = {kClear},
-     .page = "invalid"},
-    {.description = "removed, at debug level", .cookie = "OLD",
-     .cookieFetch = Found({.removed = true}), .unlock = Failed(1001), .cookies = {kClear},
-     .logger = {kRemovedAtDebug}, .page = "desktop", .debugLevel = true},
-    {.description = "removed, unlocked", .phone = true, .cookie = "OLD",
-     .cookieFetch = Found({.removed = true}), .unlock = Unlocked(), .freshFetch = kRead,
-     .cookies = {kSetNew}, .page = "info+download"},
-    {.description = "phone, no can_read", .phone = true, .cookieFetch = kNotRead,
-     .unlock = Unlocked(), .freshFetch = Found({.canRead = false}), .cookies = {kSetNew},
+    {.description = "no cookie, unlocked", .cookies = kNew},
+    {.description = "valid cookie", .cookie = "OLD", .fetch = kRead, .unlocks = 0},
+    {.description = "stale cookie, unlocked", .cookie = "OLD", .cookies = kNew, .logger = {CannotGet(565, "OLD")}},
+    {.description = "stale cookie, 1037", .cookie = "OLD", .unlock = Failed(1037), .cookies = kGone,
+     .logger = {CannotGet(565, "OLD")}},
+    {.description = "1037 on a phone: desktop page", .phone = true, .unlock = Failed(1037)},
+    {.description = "1038 on a phone", .phone = true, .unlock = Failed(1038), .page = "expired"},
+    {.description = "other failure on a phone", .phone = true, .unlock = Failed(1001), .page = "invalid"},
+    {.description = "empty cookie that fetches", .phone = true, .cookie = "", .fetch = kRead,
+     .unlock = Failed(1001), .cookies = kGone, .page = "info+download"},
+    {.description = "empty cookie that fetches, 1038", .phone = true, .cookie = "", .fetch = kRead,
+     .unlock = Failed(1038), .cookies = kGone, .page = "expired"},
+    {.description = "removed, unlock fails", .phone = true, .cookie = "OLD", .fetch = kRemoved,
+     .unlock = Failed(1001), .cookies = kGone, .page = "invalid"},
+    {.description = "removed, at debug level", .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
+     .cookies = kGone, .logger = {kRemovedAtDebug}, .debugLevel = true},
+    {.description = "removed, unlocked", .phone = true, .cookie = "OLD", .fetch = kRemoved, .cookies = kNew,
+     .page = "info+download"},
+    {.description = "phone, no can_read", .phone = true, .fresh = Found({.canRead = false}), .cookies = kNew,
      .page = "info"},
     // A failed fetch right after an unlock still counts as unlocked.
-    {.description = "fetch fails after unlock", .phone = true, .cookieFetch = kNotRead,
-     .unlock = Unlocked(), .freshFetch = kNotRead, .cookies = {kSetNew},
+    {.description = "fetch fails after unlock", .phone = true, .fresh = kNotRead, .cookies = kNew,
      .logger = {CannotGet(584, "NEW")}, .page = "info"},
-    {.description = "no data", .phone = true, .cookie = "OLD", .cookieFetch = kNotRead,
-     .unlock = FakeAPI::SuccessWithoutData(), .freshFetch = kRead, .cookies = {kSetEmpty, kClear},
-     .logger = {CannotGet(565, "OLD"), CannotGet(584, "")}, .page = "info"},
-    {.description = "office after unlock", .cookieFetch = kNotRead, .unlock = Unlocked(),
-     .freshFetch = Found({.name = "r.kdoc"}), .cookies = {kSetNew}, .page = OFFICE},
-    {.description = "phone, office, no can_read", .phone = true, .cookie = "OLD",
-     .cookieFetch = Found({.name = "d.kslides", .canRead = false}), .page = OFFICE,
-     .unlockCalls = 0},
-    {.description = "upper case", .cookie = "OLD", .cookieFetch = Found({.name = "r.KSHEET"}),
-     .page = "desktop", .unlockCalls = 0},
-    {.description = "not at the end", .cookie = "OLD", .cookieFetch = Found({.name = "r.kdoc.t"}),
-     .page = "desktop", .unlockCalls = 0},
-    {.description = "line feed in the name", .cookie = "OLD",
-     .cookieFetch = Found({.name = "a\nr.kdoc"}), .page = "desktop", .unlockCalls = 0},
-    {.description = "carriage return in the name", .cookie = "OLD",
-     .cookieFetch = Found({.name = "a\rr.ksheet"}), .page = "desktop", .unlockCalls = 0},
-    {.description = "tab in the name", .cookie = "OLD",
-     .cookieFetch = Found({.name = "a\tr.kslides"}), .page = OFFICE, .unlockCalls = 0},
-    {.description = "removed office", .cookie = "OLD",
-     .cookieFetch = Found({.name = "r.kdoc", .removed = true}), .unlock = Failed(1001),
-     .cookies = {kClear}, .page = "desktop"}}));
+    {.description = "no data", .phone = true, .cookie = "OLD", .unlock = FakeAPI::SuccessWithoutData(),
+     .cookies = {kSetEmpty, kClear}, .logger = {CannotGet(565, "OLD"), CannotGet(584, "")}, .page = "info"},
+    {.description = "office after unlock", .fresh = Found({.name = "r.kdoc"}), .cookies = kNew, .page = OFFICE},
+    Named("phone, office, no can_read", "d.kslides", OFFICE, true),
+    Named("upper case", "r.KSHEET", "desktop"),
+    Named("not at the end", "r.kdoc.t", "desktop"),
+    Named("line feed in the name", "a\nr.kdoc", "desktop"),
+    Named("carriage return in the name", "a\rr.ksheet", "desktop"),
+    Named("tab in the name", "a\tr.kslides", OFFICE),
+    {.description = "removed office", .cookie = "OLD", .fetch = Found({.name = "r.kdoc", .removed = true}),
+     .unlock = Failed(1001), .cookies = kGone}}));
 
-TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {
+TEST_F(GetTest, CookieStandsBeforeThePageHeaders) {
   files_.AlwaysReturn(kRead);
   auth_.AlwaysReturn(Unlocked());
   HandlerRun run = Run(false, "S1", "L1");
@@ -198,12 +182,6 @@ TEST_F(GetTest, CookieStandsBeforeThePageOrTheRedirect) {
       "&sharing_link=%22S1%22&v=";
   EXPECT_EQ(body.substr(0, page.size()), page);
   EXPECT_EQ(Text(files_.Calls().at(0).params), R"({"path":"link:L1","sharing_token":"NEW"})");
-
-  files_.AlwaysReturn(Found({.name = "report.kdoc"}));
-  request_.SetServerVar("REQUEST_URI", "/alias/d/s/S1");
-  run = Run(false, "S1", "L1");
-  EXPECT_EQ(run.answer, std::string(kSetNew) + "\r\nStatus: 302 Found\r\nLocation: "
-                            "http://nas.example:5000/alias/oo/r/L1?sharing_link=S1\r\n\r\n");
 }
 
 TEST_F(GetTest, MissingLinkIdSetsError114AndWritesTheInvalidLinkPage) {
@@ -220,12 +198,13 @@ TEST_F(GetTest, MissingLinkIdSetsError114AndWritesTheInvalidLinkPage) {
 }
 
 // The visitor and the user who fetched (empty: no fetch).
+const Visitor kAlice{SignIn::kAlice}, kAnonymous{}, kBob{SignIn::kWebServer, "bob"};
 struct PermanentRow {
   const char* description;
   bool phone = false;
-  Visitor visitor = {};
-  Json::Value fetch = {};
-  const char *page, *fetchUser;
+  Visitor visitor = kAlice;
+  Json::Value fetch = kRead;
+  const char *page = "desktop", *fetchUser = "alice";
 };
 
 class Permanent : public GetTest, public ::testing::WithParamInterface<PermanentRow> {};
@@ -246,53 +225,36 @@ TEST_P(Permanent, Answers) {
 
 #define APP \
   "redirect http://nas.example:5000/?launchApp=ZANT.QRT.Plyth.Application&launchParam=file_id%3DF1"
-const Visitor kAlice{SignIn::kAlice}, kAnonymous{};
 const Json::Value kInHome = Found({.displayPath = "/home/a.txt"});
 
 INSTANTIATE_TEST_SUITE_P(Rows, Permanent, ::testing::ValuesIn(std::vector<PermanentRow>{
-    {.description = "signed in, display path", .visitor = kAlice, .fetch = kInHome, .page = APP,
-     .fetchUser = "alice"},
-    {.description = "signed in, no display path", .visitor = kAlice, .fetch = kRead,
-     .page = "desktop", .fetchUser = "alice"},
-    {.description = "signed in, path without /", .visitor = kAlice,
-     .fetch = Found({.displayPath = "home/a.txt"}), .page = "desktop", .fetchUser = "alice"},
-    {.description = "anonymous, display path", .visitor = kAnonymous, .fetch = kInHome,
-     .page = "desktop", .fetchUser = "anonymous"},
-    {.description = "office: no office redirect here", .visitor = kAlice,
-     .fetch = Found({.name = "r.kdoc"}), .page = "desktop", .fetchUser = "alice"},
-    {.description = "phone, readable", .phone = true, .visitor = kAlice, .fetch = kInHome,
-     .page = "info+download", .fetchUser = "alice"},
-    {.description = "phone, preview only", .phone = true, .visitor = kAlice,
-     .fetch = Found({.canRead = false}), .page = "info", .fetchUser = "alice"},
-    {.description = "phone, anonymous, 1002", .phone = true, .visitor = kAnonymous,
-     .fetch = kNotRead, .page = "anonymous", .fetchUser = "anonymous"},
-    {.description = "phone, signed in, 1002", .phone = true, .visitor = kAlice, .fetch = kNotRead,
-     .page = "perm", .fetchUser = "alice"},
-    {.description = "phone, signed in, not previewable", .phone = true, .visitor = kAlice,
-     .fetch = Found({.canPreview = false}), .page = "perm", .fetchUser = "alice"},
-    {.description = "phone, other failure", .phone = true, .visitor = kAlice,
-     .fetch = Failed(1001), .page = "invalid", .fetchUser = "alice"},
-    {.description = "phone, removed", .phone = true, .visitor = kAlice,
-     .fetch = Found({.removed = true}), .page = "invalid", .fetchUser = "alice"},
-    {.description = "web server names an enabled user, phone", .phone = true,
-     .visitor = {SignIn::kWebServer, "bob"}, .fetch = kRead, .page = "info+download",
+    {.description = "signed in, display path", .fetch = kInHome, .page = APP},
+    {.description = "signed in, no display path"},
+    {.description = "signed in, path without /", .fetch = Found({.displayPath = "home/a.txt"})},
+    {.description = "anonymous, display path", .visitor = kAnonymous, .fetch = kInHome, .fetchUser = "anonymous"},
+    {.description = "office: no office redirect here", .fetch = Found({.name = "r.kdoc"})},
+    {.description = "phone, readable", .phone = true, .fetch = kInHome, .page = "info+download"},
+    {.description = "phone, preview only", .phone = true, .fetch = Found({.canRead = false}), .page = "info"},
+    {.description = "phone, anonymous, 1002", .phone = true, .visitor = kAnonymous, .fetch = kNotRead,
+     .page = "anonymous", .fetchUser = "anonymous"},
+    {.description = "phone, signed in, 1002", .phone = true, .fetch = kNotRead, .page = "perm"},
+    {.description = "phone, signed in, not previewable", .phone = true, .fetch = Found({.canPreview = false}),
+     .page = "perm"},
+    {.description = "phone, other failure", .phone = true, .fetch = Failed(1001), .page = "invalid"},
+    {.description = "phone, removed", .phone = true, .fetch = kRemoved, .page = "invalid"},
+    {.description = "web server names an enabled user, phone", .phone = true, .visitor = kBob,
+     .page = "info+download", .fetchUser = "bob"},
+    {.description = "web server names an enabled user: token", .visitor = kBob, .page = "desktop+token",
      .fetchUser = "bob"},
-    {.description = "web server names an enabled user: token",
-     .visitor = {SignIn::kWebServer, "bob"}, .fetch = kRead, .page = "desktop+token",
-     .fetchUser = "bob"},
-    {.description = "disabled user: no fetch", .phone = true,
-     .visitor = {SignIn::kWebServer, "carol"}, .fetch = kRead, .page = "invalid", .fetchUser = ""},
-    {.description = "disabled user, desktop", .visitor = {SignIn::kWebServer, "carol"},
-     .fetch = kRead, .page = "desktop", .fetchUser = ""},
+    {.description = "disabled user: no fetch", .phone = true, .visitor = {SignIn::kWebServer, "carol"},
+     .page = "invalid", .fetchUser = ""},
+    {.description = "disabled user, desktop", .visitor = {SignIn::kWebServer, "carol"}, .fetchUser = ""},
     {.description = "web server names nobody", .phone = true, .visitor = {SignIn::kWebServer, ""},
-     .fetch = kRead, .page = "invalid", .fetchUser = ""},
-    {.description = "web server auth without USERNAME", .phone = true,
-     .visitor = {SignIn::kWebServer}, .fetch = kNotRead, .page = "anonymous",
-     .fetchUser = "anonymous"},
-    {.description = "USERNAME without web server auth", .phone = true,
-     .visitor = {SignIn::kNone, "bob"}, .fetch = kNotRead, .page = "anonymous",
-     .fetchUser = "anonymous"},
-    {.description = "signed in ignores USERNAME", .visitor = {SignIn::kAlice, "bob"},
-     .fetch = kRead, .page = "desktop", .fetchUser = "alice"}}));
+     .page = "invalid", .fetchUser = ""},
+    {.description = "web server auth without USERNAME", .phone = true, .visitor = {SignIn::kWebServer},
+     .fetch = kNotRead, .page = "anonymous", .fetchUser = "anonymous"},
+    {.description = "USERNAME without web server auth", .phone = true, .visitor = {SignIn::kNone, "bob"},
+     .fetch = kNotRead, .page = "anonymous", .fetchUser = "anonymous"},
+    {.description = "signed in ignores USERNAME", .visitor = {SignIn::kAlice, "bob"}}}));
 
 }  // namespace

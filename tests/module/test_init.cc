@@ -126,15 +126,23 @@ TEST_F(InitTest, MissingDirectoryFailsWith117) {
   }
 }
 
+#define IN R"({"ZantToken":"TOK","isLogined":true,"lang":"ger","standalone":true})"
+#define GUEST(date, time) \
+  R"({"date_format":)" date R"(,"isLogined":false,"lang":"ger","standalone":true,)" \
+  R"("time_format":)" time "}"
+#define OUT GUEST(R"("d/m/Y")", R"("h:i a")")
+const char k32[] = "* * * * 32\n";
+const Visitor kBob{SignIn::kWebServer, "bob"};
+
 // Signed in or not; a user named by the web server only when the referer
 // shows the appliance's own host and port.
 struct SessionRow {
   const char* description;
-  Visitor visitor = {};
-  const char *host = "nas:5000", *referer = nullptr;  // null: unset
+  Visitor visitor = kBob;
+  const char *host = "nas:5000", *referer = "http://nas:5000/";  // null: unset
   const char* connections = nullptr;  // relay connections table; null: none; "DIR": unreadable
-  const char *formats = F /* null: no file */, *session;
-  bool relayQueried = false;  // with root ids held at line 59
+  const char *formats = F /* null: no file */, *session = OUT;
+  bool relayQueried = true;  // with root ids held at line 59
   bool logged = false;  // line 89
 };
 
@@ -161,36 +169,22 @@ TEST_P(Session, Facts) {
   EXPECT_EQ(run.syslog, lines);
 }
 
-#define IN R"({"ZantToken":"TOK","isLogined":true,"lang":"ger","standalone":true})"
-#define GUEST(date, time) \
-  R"({"date_format":)" date R"(,"isLogined":false,"lang":"ger","standalone":true,)" \
-  R"("time_format":)" time "}"
-#define OUT GUEST(R"("d/m/Y")", R"("h:i a")")
-const char k32[] = "* * * * 32\n";
-const Visitor kBob{SignIn::kWebServer, "bob"};
-
 INSTANTIATE_TEST_SUITE_P(Rows, Session, ::testing::ValuesIn(std::vector<SessionRow>{
-    {.description = "signed in: token, no formats", .visitor = {SignIn::kAlice}, .session = IN},
-    {.description = "anonymous: formats", .session = OUT},
-    {.description = "no format file", .formats = nullptr,
-     .session = GUEST(R"("Y-m-d")", R"("H:i")"), .logged = true},
-    {.description = "time format missing: null", .formats = R"({"date_format":"Y.m.d"})",
-     .session = GUEST(R"("Y.m.d")", "null")},
-    {.description = "web server user, same host and port", .visitor = kBob,
-     .referer = "https://nas:5000/p", .session = IN, .relayQueried = true},
-    {.description = "web server user, other port", .visitor = kBob, .referer = "http://nas:5001/",
-     .session = OUT, .relayQueried = true},
-    {.description = "web server user, no referer: no relay query", .visitor = kBob,
-     .session = OUT},
-    {.description = "web server user, letter case differs", .visitor = kBob, .host = "NAS:5000",
-     .referer = "http://nas:5000/", .session = OUT, .relayQueried = true},
-    {.description = "web server user, relay table unreadable", .visitor = kBob,
-     .referer = "http://nas:5000/", .connections = "DIR", .session = OUT, .relayQueried = true},
-    {.description = "relay type 32: the host is https", .visitor = kBob, .host = "nas",
-     .referer = "https://nas/", .connections = k32, .session = IN, .relayQueried = true},
-    {.description = "relay type 32, referer scheme ignored", .visitor = kBob, .host = "nas",
-     .referer = "http://nas:443/", .connections = k32, .session = IN, .relayQueried = true},
-    {.description = "relay type 32, http referer", .visitor = kBob, .host = "nas",
-     .referer = "http://nas/", .connections = k32, .session = OUT, .relayQueried = true}}));
+    {.description = "signed in: token, no formats", .visitor = {SignIn::kAlice}, .session = IN, .relayQueried = false},
+    {.description = "anonymous: formats", .visitor = {}, .relayQueried = false},
+    {.description = "no format file", .visitor = {}, .formats = nullptr, .session = GUEST(R"("Y-m-d")", R"("H:i")"),
+     .relayQueried = false, .logged = true},
+    {.description = "time format missing: null", .visitor = {}, .formats = R"({"date_format":"Y.m.d"})",
+     .session = GUEST(R"("Y.m.d")", "null"), .relayQueried = false},
+    {.description = "web server user, same host and port", .referer = "https://nas:5000/p", .session = IN},
+    {.description = "web server user, other port", .referer = "http://nas:5001/"},
+    {.description = "web server user, no referer: no relay query", .referer = nullptr, .relayQueried = false},
+    {.description = "web server user, letter case differs", .host = "NAS:5000"},
+    {.description = "web server user, relay table unreadable", .connections = "DIR"},
+    {.description = "relay type 32: the host is https", .host = "nas", .referer = "https://nas/", .connections = k32,
+     .session = IN},
+    {.description = "relay type 32, referer scheme ignored", .host = "nas", .referer = "http://nas:443/",
+     .connections = k32, .session = IN},
+    {.description = "relay type 32, http referer", .host = "nas", .referer = "http://nas/", .connections = k32}}));
 
 }  // namespace

@@ -129,21 +129,14 @@ TEST_P(SharePage, FillsEveryKey) {
                              "&permanent_link=%22AbC%22" + std::string(row.pageScriptQuery) + "&",
                              "&_dc=NOW") +
                              Tag("webman/3rdparty/BrindlexPlyth-Plyth/public_share.js?"));
-  EXPECT_EQ(Section(body, "NXOJSFILE"),
-            Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.Defs&version=1&method=getjs&") +
-                Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.JSUIString&version=1&method=getjs"
-                    "&lang=ger&") +
-                Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.UIString&method=getjs&version=1"
-                    "&lang=ger&") +
-                Tag("scripts/ext-3/adapter/ext/ext-base.js?") + Tag("scripts/ext-3/ext-all.js?") +
-                Tag("scripts/ext-3/ux/ux-all.js?") + Tag("scripts/scrollbar/flexcroll.js?") +
-                Tag("webman/3rdparty/BrindlexPlyth-Plyth/public_share_base.js?"));
-  EXPECT_EQ(Section(body, "CSS"),
-            Sheet("scripts/ext-3/resources/css/ext-all.css") +
-                Sheet("scripts/ext-3/resources/css/xtheme-gray.css") +
-                Sheet("scripts/ext-3/ux/ux-all.css") + Sheet("webman/resources/css/desktop.css") +
-                Sheet("zantQRTjslib/qrt.css") +
-                Sheet("webman/3rdparty/BrindlexPlyth-Plyth/style.css"));
+  // The page's own resources in the fixture's order: five scripts, then six sheets.
+  std::string scripts = Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.Defs&version=1&method=getjs&") +
+      Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.JSUIString&version=1&method=getjs&lang=ger&") +
+      Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.UIString&method=getjs&version=1&lang=ger&"), sheets;
+  for (int i = 1; i <= 5; ++i) scripts += Tag(kResources[i] + std::string("?"));
+  for (int i = 7; i <= 12; ++i) sheets += Sheet(kResources[i]);
+  EXPECT_EQ(Section(body, "NXOJSFILE"), scripts);
+  EXPECT_EQ(Section(body, "CSS"), sheets);
   EXPECT_EQ(Section(body, "TITLE"), "Brindlex Plyth");
   EXPECT_EQ(Section(body, "FAVICON"),
             "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");

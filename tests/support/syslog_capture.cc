@@ -59,11 +59,7 @@ void Route(int priority, const char* format, va_list args) {
 
 }  // namespace
 
-SyslogCapture::SyslogCapture() {
-  SyslogState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
-  state.starts[this] = state.lines.size();
-}
+SyslogCapture::SyslogCapture() { Clear(); }
 
 SyslogCapture::~SyslogCapture() {
   SyslogState& state = State();

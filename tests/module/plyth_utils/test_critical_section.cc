@@ -61,14 +61,11 @@ INSTANTIATE_TEST_SUITE_P(Rows, EnterLeave, ::testing::ValuesIn(std::vector<Round
     {.description = "user", .uid = 1000, .gid = 100, .enterLog = {Raised(kGid0), Raised(kUid0)},
      .leaveLog = {Raised(kUid0)}},
     {.description = "root uid", .uid = 0, .gid = 100, .enterLog = {Raised(kGid0)}},
-    {.description = "root gid", .uid = 1000, .gid = 0, .enterLog = {Raised(kUid0)},
-     .leaveLog = {Raised(kUid0)}},
-    {.description = "gid refused", .uid = 1000, .gid = 100, .failGid = true,
-     .enterLog = {Refused(kGid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000,
-     .gidInside = 100},
+    {.description = "root gid", .uid = 1000, .gid = 0, .enterLog = {Raised(kUid0)}, .leaveLog = {Raised(kUid0)}},
+    {.description = "gid refused", .uid = 1000, .gid = 100, .failGid = true, .enterLog = {Refused(kGid0), kEnterFailed},
+     .enterErrno = 1, .uidInside = 1000, .gidInside = 100},
     {.description = "uid refused", .uid = 1000, .gid = 100, .failUid = true,
-     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1,
-     .uidInside = 1000},
+     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000},
     {.description = "root gid, uid refused", .uid = 1000, .gid = 0, .failUid = true,
      .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000}}));
 
@@ -80,8 +77,8 @@ struct Leave {
   bool failUid = false, failGid = false;
   Lines log = {};
   int errnoAfter = 0;
-  uid_t uidAfter;
-  gid_t gidAfter;
+  uid_t uidAfter = 0;
+  gid_t gidAfter = 0;
 };
 
 class LeaveOnly : public ::testing::TestWithParam<Leave> {};
@@ -100,19 +97,18 @@ TEST_P(LeaveOnly, PutsSavedIdsBack) {
   EXPECT_EQ(identity.Egid(), c.gidAfter);
 }
 
+const char kGid100[] = "setresgid(-1, 100, -1)";
+
 INSTANTIATE_TEST_SUITE_P(Rows, LeaveOnly, ::testing::ValuesIn(std::vector<Leave>{
-    {.description = "unchanged: no call", .saved = {1000, 100}, .uidNow = 1000, .gidNow = 100,
-     .failUid = true, .failGid = true, .uidAfter = 1000, .gidAfter = 100},
+    {.description = "unchanged: no call", .saved = {1000, 100}, .uidNow = 1000, .gidNow = 100, .failUid = true,
+     .failGid = true, .uidAfter = 1000, .gidAfter = 100},
     {.description = "back to root", .saved = {0, 0}, .uidNow = 1000, .gidNow = 100,
-     .log = {Raised(kUid0), Raised(kGid0), Raised(kUid0)}, .uidAfter = 0, .gidAfter = 0},
-    {.description = "retaking root refused", .saved = {1000, 100}, .uidNow = 0, .gidNow = 0,
-     .failUid = true, .log = {Refused(kUid0), kLeaveFailed}, .errnoAfter = 1, .uidAfter = 0,
-     .gidAfter = 0},
+     .log = {Raised(kUid0), Raised(kGid0), Raised(kUid0)}},
+    {.description = "retaking root refused", .saved = {1000, 100}, .uidNow = 0, .gidNow = 0, .failUid = true,
+     .log = {Refused(kUid0), kLeaveFailed}, .errnoAfter = 1},
     {.description = "gid refused", .saved = {1000, 100}, .uidNow = 0, .gidNow = 0, .failGid = true,
-     .log = {Raised(kUid0), Refused("setresgid(-1, 100, -1)"), kLeaveFailed}, .errnoAfter = 1,
-     .uidAfter = 0, .gidAfter = 0},
-    {.description = "gid refused, same uid", .saved = {0, 100}, .uidNow = 0, .gidNow = 0,
-     .failGid = true, .log = {Refused("setresgid(-1, 100, -1)"), kLeaveFailed}, .errnoAfter = 1,
-     .uidAfter = 0, .gidAfter = 0}}));
+     .log = {Raised(kUid0), Refused(kGid100), kLeaveFailed}, .errnoAfter = 1},
+    {.description = "gid refused, same uid", .saved = {0, 100}, .uidNow = 0, .gidNow = 0, .failGid = true,
+     .log = {Refused(kGid100), kLeaveFailed}, .errnoAfter = 1}}));
 
 }  // namespace

@@ -9,7 +9,7 @@ struct ValueRow {
   const char* description;
   const char* json;  // the value read
   const char* text;  // JsonText
-  bool flag;         // JsonFlag
+  bool flag = false; // JsonFlag
 };
 
 class ValueReaders : public ::testing::TestWithParam<ValueRow> {};
@@ -22,25 +22,25 @@ TEST_P(ValueReaders, TextAndFlag) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ValueReaders, ::testing::Values(
-    ValueRow{.description = "string", .json = R"("a b")", .text = "a b", .flag = false},
-    ValueRow{.description = "string true", .json = R"("true")", .text = "true", .flag = false},
-    ValueRow{.description = "null", .json = "null", .text = "", .flag = false},
+    ValueRow{.description = "string", .json = R"("a b")", .text = "a b"},
+    ValueRow{.description = "string true", .json = R"("true")", .text = "true"},
+    ValueRow{.description = "null", .json = "null", .text = ""},
     ValueRow{.description = "true", .json = "true", .text = "true", .flag = true},
-    ValueRow{.description = "false", .json = "false", .text = "false", .flag = false},
+    ValueRow{.description = "false", .json = "false", .text = "false"},
     ValueRow{.description = "integer", .json = "5000", .text = "5000", .flag = true},
     ValueRow{.description = "negative", .json = "-7", .text = "-7", .flag = true},
-    ValueRow{.description = "zero", .json = "0", .text = "0", .flag = false},
+    ValueRow{.description = "zero", .json = "0", .text = "0"},
     ValueRow{.description = "real", .json = "0.5", .text = "0.5", .flag = true},
-    ValueRow{.description = "array", .json = "[1]", .text = "", .flag = false},
-    ValueRow{.description = "object", .json = R"({"a":1})", .text = "", .flag = false}));
+    ValueRow{.description = "array", .json = "[1]", .text = ""},
+    ValueRow{.description = "object", .json = R"({"a":1})", .text = ""}));
 
 struct MemberRow {
   const char* description;
   const char* object;  // the record read
-  const char* member;  // Member(record, "k") as JSON
-  const char* text;    // MemberText
-  bool flag;           // MemberFlag
-  bool succeeded;      // Succeeded, with the member named "success"
+  const char* member = "null";  // Member(record, "k") as JSON
+  const char* text = "";        // MemberText
+  bool flag = false;            // MemberFlag
+  bool succeeded = false;       // Succeeded, with the member named "success"
 };
 
 class MemberReaders : public ::testing::TestWithParam<MemberRow> {};
@@ -57,20 +57,15 @@ TEST_P(MemberReaders, OfKey) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, MemberReaders, ::testing::Values(
-    MemberRow{.description = "text member", .object = R"({"k":"v"})", .member = R"("v")",
-              .text = "v", .flag = false, .succeeded = false},
-    MemberRow{.description = "true member", .object = R"({"k":true})", .member = "true",
-              .text = "true", .flag = true, .succeeded = true},
-    MemberRow{.description = "numeric member", .object = R"({"k":1})", .member = "1",
-              .text = "1", .flag = true, .succeeded = true},
-    MemberRow{.description = "object member", .object = R"({"k":{"x":1}})",
-              .member = R"({"x":1})", .text = "", .flag = false, .succeeded = false},
-    MemberRow{.description = "absent member", .object = R"({"j":"v"})", .member = "null",
-              .text = "", .flag = false, .succeeded = false},
-    MemberRow{.description = "not an object", .object = R"(["k"])", .member = "null",
-              .text = "", .flag = false, .succeeded = false},
-    MemberRow{.description = "null record", .object = "null", .member = "null", .text = "",
-              .flag = false, .succeeded = false}));
+    MemberRow{.description = "text member", .object = R"({"k":"v"})", .member = R"("v")", .text = "v"},
+    MemberRow{.description = "true member", .object = R"({"k":true})", .member = "true", .text = "true", .flag = true,
+              .succeeded = true},
+    MemberRow{.description = "numeric member", .object = R"({"k":1})", .member = "1", .text = "1", .flag = true,
+              .succeeded = true},
+    MemberRow{.description = "object member", .object = R"({"k":{"x":1}})", .member = R"({"x":1})"},
+    MemberRow{.description = "absent member", .object = R"({"j":"v"})"},
+    MemberRow{.description = "not an object", .object = R"(["k"])"},
+    MemberRow{.description = "null record", .object = "null"}));
 
 struct EnvRow {
   const char* description;
