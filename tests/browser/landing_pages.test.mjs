@@ -162,11 +162,15 @@ describe('landing pages on a running appliance', { skip }, () => {
       // The app address goes nowhere here.
       await page.click('#plyth-open-app');
       await page.waitForURL(s.origin + signInPage, { timeout: 10000 });
-      await page.waitForSelector('#zant-signin-form');
-      await s.signIn(page, 'alice', 'not-her-password');
-      await page.waitForSelector('#zant-signin-error:not([hidden])');
-      await s.look(page, 'phone-sign-in-failed');
+      // The form in a fresh context: in the tab that tried the app address,
+      // headless Chromium did not always deliver the click to the form.
+      const form = await s.open('phone', signInPage);
+      await form.waitForSelector('#zant-signin-form');
+      await s.signIn(form, 'alice', 'not-her-password');
+      await form.waitForSelector('#zant-signin-error:not([hidden])');
+      await s.look(form, 'phone-sign-in-failed');
       await page.context().close();
+      await form.context().close();
     });
   });
 
