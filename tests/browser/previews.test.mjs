@@ -157,9 +157,7 @@ describe('previews and folder shares', { skip }, () => {
         assert.deepEqual(await names(), ['Day 1', 'broken.jpg', 'clip.webm', 'guide.pdf', 'notes.txt', 'photo.jpg', 'tone.wav']);
         const thumb = await page.$eval('li[data-name="photo.jpg"] img', (img) => img.getAttribute('src'));
         assert.match(thumb, /method=preview&.*size=128/);
-        // The phone's folder rows fail axe-core's colour contrast (reported): a
-        // screenshot only until the styles are fixed.
-        await s.shoot(page, `${device}-folder`);
+        await s.look(page, `${device}-folder`);
 
         await page.click('li[data-name="Day 1"] .plyth-browser-name');
         await page.waitForSelector('li[data-name="Evening"]');
@@ -167,7 +165,7 @@ describe('previews and folder shares', { skip }, () => {
         await page.waitForSelector('li[data-name="café & \\"notes\\".txt"]');
         const crumbs = () => page.$$eval('.plyth-browser-crumb', (nodes) => nodes.map((n) => n.textContent));
         assert.deepEqual(await crumbs(), ['Trip', 'Day 1', 'Evening']);
-        await s.shoot(page, `${device}-folder-nested`);
+        await s.look(page, `${device}-folder-nested`);
 
         // A file of the folder: its preview and its own download.
         await page.click('.plyth-browser-name');
