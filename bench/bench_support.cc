@@ -50,7 +50,7 @@ void SetupRoot() {
   unsetenv("SCRIPT_FILENAME");
   unsetenv("USERNAME");
   RootSlot() = std::make_unique<plyth_test::ApplianceRoot>();
-  std::filesystem::copy(PLYTH_BENCH_WEB_ROOT, RootSlot()->Path(),
+  std::filesystem::copy(PLYTH_BENCH_WEB_ROOT, RootSlot()->Host(""),
                         std::filesystem::copy_options::recursive |
                             std::filesystem::copy_options::overwrite_existing);
   WriteDefaults(*RootSlot());
