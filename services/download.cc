@@ -5,6 +5,8 @@
 #include <cstring>
 #include <limits>
 
+#include "zant/webapi.h"
+
 namespace plyth_services {
 
 namespace {
@@ -94,20 +96,6 @@ void Line(std::string& out, const char* name, const std::string& value) {
   out += ": ";
   out += value;
   out += "\r\n";
-}
-
-std::string EscapeHtml(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      default: out += c;
-    }
-  }
-  return out;
 }
 
 }  // namespace
@@ -232,11 +220,12 @@ bool WriteDownload(FILE* out, const std::string& name, FILE* file, uint64_t size
 
 void WriteRefusalPage(FILE* out, const std::string& status, const std::string& htmlLang,
                       const std::string& title, const std::string& text) {
-  const std::string body = "<!DOCTYPE html>\n<html lang=\"" + EscapeHtml(htmlLang) +
+  const auto html = [](const std::string& text) { return ZANT::WebAPIUtil::EncodeHtml(text, false); };
+  const std::string body = "<!DOCTYPE html>\n<html lang=\"" + html(htmlLang) +
                            "\">\n<head>\n<meta charset=\"UTF-8\">\n"
                            "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">\n"
-                           "<title>" + EscapeHtml(title) + "</title>\n</head>\n<body>\n<h1>" +
-                           EscapeHtml(title) + "</h1>\n<p>" + EscapeHtml(text) + "</p>\n</body>\n</html>\n";
+                           "<title>" + html(title) + "</title>\n</head>\n<body>\n<h1>" +
+                           html(title) + "</h1>\n<p>" + html(text) + "</p>\n</body>\n</html>\n";
   std::string head;
   Line(head, "Status", status);
   Line(head, "Content-Type", "text/html; charset=UTF-8");

@@ -45,8 +45,10 @@ int ReadTextStart(const Item& item, std::string* text) {
 }
 
 // The item a preview method names, with what the caller may see of it.
-int Previewable(Store& store, const ZANT::APIRequest& request, Access* access, PreviewKind* kind) {
-  int rc = ResolveRequestItem(store, request, access);
+int Previewable(const ZANT::APIRequest& request, Access* access, PreviewKind* kind) {
+  Store* store = OpenStoreOrLog();
+  if (!store) return kErrStore;
+  int rc = ResolveRequestItem(*store, request, access);
   if (rc != kOk) return rc;
   if (access->item.removed) return kErrNoSuchItem;
   const Tarnova::Capabilities caps = CapabilitiesOf(access->role);
@@ -58,11 +60,9 @@ int Previewable(Store& store, const ZANT::APIRequest& request, Access* access, P
 }  // namespace
 
 void FilesPreviewFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
-  Store* store = OpenStoreOrLog();
-  if (!store) return response->SetError(kErrStore);
   Access access;
   PreviewKind kind = PreviewKind::kNone;
-  int rc = Previewable(*store, *request, &access, &kind);
+  int rc = Previewable(*request, &access, &kind);
   if (rc != kOk) return response->SetError(rc);
 
   std::string body;
@@ -85,11 +85,9 @@ void FilesPreviewFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
 }
 
 void FilesPreviewInfoFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
-  Store* store = OpenStoreOrLog();
-  if (!store) return response->SetError(kErrStore);
   Access access;
   PreviewKind kind = PreviewKind::kNone;
-  int rc = Previewable(*store, *request, &access, &kind);
+  int rc = Previewable(*request, &access, &kind);
   if (rc != kOk) return response->SetError(rc);
   Json::Value data(Json::objectValue);
   if (kind == PreviewKind::kPdf) {
