@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -62,9 +63,15 @@ const RenderFunctions* Renderer() {
     std::string path = self.dli_fname;
     path = path.substr(0, path.rfind('/') + 1) + kRenderLibrary;
     void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (library == nullptr) return nullptr;
-    auto get = reinterpret_cast<const RenderFunctions* (*)()>(dlsym(library, "PlythRenderFunctions"));
-    return get != nullptr ? get() : nullptr;
+    auto get = library == nullptr ? nullptr
+                                  : reinterpret_cast<const RenderFunctions* (*)()>(dlsym(library, "PlythRenderFunctions"));
+    if (get == nullptr) {
+      // Renditions then answer 1050 until the program restarts: say why, once.
+      const char* why = dlerror();
+      syslog(LOG_ERR, "plyth-services: no renditions: %s", why != nullptr ? why : path.c_str());
+      return nullptr;
+    }
+    return get();
   }();
   return functions;
 }
