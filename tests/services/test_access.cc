@@ -28,10 +28,7 @@ TEST_F(ServicesTest, RecordCarriesTheCallersRoleCapabilities) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   const std::string path = "link:" + item.permanent_link;
-  struct Row {
-    Role role;
-    const Caps& caps;
-  } rows[] = {{.role = Role::kPreviewer, .caps = kPreviewer},
+  struct Row { Role role; const Caps& caps; } rows[] = {{.role = Role::kPreviewer, .caps = kPreviewer},
               {.role = Role::kViewer, .caps = kViewer},
               {.role = Role::kCommenter, .caps = kCommenter},
               {.role = Role::kEditor, .caps = kEditor}};

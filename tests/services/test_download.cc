@@ -44,11 +44,7 @@ TEST(Ranges, AreParsedAgainstTheSize) {
 // Control bytes of a name never reach the header raw: a NUL once passed
 // through the encoded form.
 TEST(Names, GiveDispositionAndType) {
-  struct Row {
-    std::string name;
-    const char* disposition;
-    const char* type;
-  } rows[] = {
+  struct Row { std::string name; const char* disposition; const char* type; } rows[] = {
       {.name = "plan.txt", .disposition = "attachment; filename=\"plan.txt\"; filename*=UTF-8''plan.txt",
        .type = "text/plain"},
       {.name = "a b\"c\\.PDF", .disposition = "attachment; filename=\"a b_c_.PDF\"; filename*=UTF-8''a%20b%22c%5C.PDF",
@@ -93,10 +89,7 @@ std::string Digits(const char* status, const char* length, const char* contentRa
 
 TEST_F(Download, AnswersAreExactBytes) {
   const Item digits = AddItem("alice", "/digits.txt", "0123456789");
-  struct Row {
-    const char* range;
-    std::string answer;
-  } rows[] = {
+  struct Row { const char* range; std::string answer; } rows[] = {
       {.range = "", .answer = Digits("200 OK", "10", "", "0123456789")},
       {.range = "bytes=2-5", .answer = Digits("206 Partial Content", "4", "Content-Range: bytes 2-5/10\r\n", "2345")},
       {.range = "bytes=10-", .answer = "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\n"
