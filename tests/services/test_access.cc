@@ -24,50 +24,41 @@ Caps Granted(const Json::Value& caps) {
   return granted;
 }
 
-TEST_F(ServicesTest, RecordCarriesTheCallersRoleCapabilities) {
-  const Item item = AddItem("alice", "/docs/plan.txt", "plan");
-  AddUser("bob");
-  const std::string path = "link:" + item.permanent_link;
-  struct Row { Role role; const Caps& caps; } rows[] = {{.role = Role::kPreviewer, .caps = kPreviewer},
-              {.role = Role::kViewer, .caps = kViewer},
-              {.role = Role::kCommenter, .caps = kCommenter},
-              {.role = Role::kEditor, .caps = kEditor}};
-  for (const Row& row : rows) {
-    ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", row.role), 0);
-    EXPECT_EQ(Granted(FileGet(path, "bob")["data"]["capabilities"]), row.caps) << "member, role " << int(row.role);
-    const Json::Value viaToken = FileGet(path, "anonymous", TokenFor(Share(item, "", 0, row.role)));
-    EXPECT_EQ(Granted(viaToken["data"]["capabilities"]), row.caps) << "token, role " << int(row.role);
-  }
-  EXPECT_EQ(Granted(FileGet(path, "alice")["data"]["capabilities"]), kOwner);
-}
-
-TEST_F(ServicesTest, LinkVisibilityDecidesWhoGetsTheRecord) {
+// alice owns the item; bob is a member when `member` is given; carol is
+// only signed in; a token lends the role of its sharing link.
+TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndItsCapabilities) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
-  ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kPreviewer), 0);
   struct Row {
     Visibility visibility;
-    const char* caller;  // alice owns, bob is a member previewer, carol is signed in
+    const char* caller;
+    Role member = Role::kNone;
+    Role token = Role::kNone;
     Caps caps = {};  // none: refused with 1002, and no record
     bool showsPath = false;
   } rows[] = {
-      {.visibility = Visibility::kMembers, .caller = "anonymous"},
       {.visibility = Visibility::kMembers, .caller = "carol"},
-      {.visibility = Visibility::kMembers, .caller = "bob", .caps = kPreviewer, .showsPath = true},
+      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kPreviewer, .caps = kPreviewer,
+       .showsPath = true},
+      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kCommenter, .caps = kCommenter,
+       .showsPath = true},
+      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kEditor, .caps = kEditor, .showsPath = true},
       {.visibility = Visibility::kMembers, .caller = "alice", .caps = kOwner, .showsPath = true},
+      {.visibility = Visibility::kMembers, .caller = "anonymous", .token = Role::kPreviewer, .caps = kPreviewer},
       {.visibility = Visibility::kSignedIn, .caller = "anonymous"},
       {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer},
-      {.visibility = Visibility::kSignedIn, .caller = "bob", .caps = kViewer, .showsPath = true},  // the higher role
-      {.visibility = Visibility::kSignedIn, .caller = "alice", .caps = kOwner, .showsPath = true},
+      {.visibility = Visibility::kSignedIn, .caller = "bob", .member = Role::kPreviewer, .caps = kViewer,
+       .showsPath = true},
       {.visibility = Visibility::kAnyone, .caller = "anonymous", .caps = kViewer},
-      {.visibility = Visibility::kAnyone, .caller = "carol", .caps = kViewer},
-      {.visibility = Visibility::kAnyone, .caller = "alice", .caps = kOwner, .showsPath = true},
   };
   for (const Row& row : rows) {
     ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, row.visibility, Role::kViewer), 0);
-    const Json::Value result = FileGet("link:" + item.permanent_link, row.caller);
-    SCOPED_TRACE(plyth_services::VisibilityName(row.visibility) + std::string(" to \"") + row.caller + "\"");
+    ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", row.member), 0);
+    const std::string token = row.token == Role::kNone ? "" : TokenFor(Share(item, "", 0, row.token));
+    const Json::Value result = FileGet("link:" + item.permanent_link, row.caller, token);
+    SCOPED_TRACE(plyth_services::VisibilityName(row.visibility) + std::string(" to \"") + row.caller + "\" as " +
+                 plyth_services::RoleName(row.member));
     EXPECT_EQ(ErrorCode(result), row.caps.empty() ? 1002 : 0);
     if (row.caps.empty()) continue;
     EXPECT_EQ(Granted(result["data"]["capabilities"]), row.caps);
@@ -82,11 +73,7 @@ TEST_F(ServicesTest, PathsAnswerTheirCode) {
   AddUser("carol");
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kViewer), 0);
   ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, Role::kEditor), 0);
-  struct Row {
-    Json::Value path;  // null: none given
-    const char* user;
-    int code;
-  } rows[] = {
+  struct Row { Json::Value path; const char* user; int code; } rows[] = {  // a null path: none given
       {.path = "id:" + item.file_id, .user = "alice", .code = 0},
       {.path = "id:" + item.file_id, .user = "bob", .code = 0},
       {.path = "id:" + item.file_id, .user = "carol", .code = 1002},

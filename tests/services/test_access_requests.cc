@@ -20,24 +20,18 @@ class AccessRequests : public ServicesTest {
   Item plan_;
 };
 
-struct CreateRow {
-  const char* why;
-  std::string user = "carol";
-  std::string path = "";  // "" for the plan's own link
-  std::string message = "";
-  int code;
-};
-
 TEST_F(AccessRequests, CreateRefusesWhatCannotBecomeAMember) {
   const std::string longMessage(plyth_services::kMaxRequestMessage + 1, 'x');
-  const CreateRow rows[] = {
+  // `path` "": the plan's own link.
+  struct Row { const char* why; std::string user = "carol"; std::string path = "", message = ""; int code; };
+  const Row rows[] = {
       {.why = "anonymous", .user = "anonymous", .code = 1002},
       {.why = "file id instead of a link", .path = "id:" + plan_.file_id, .code = 101},
       {.why = "unknown link", .path = "link:NoSuchLink0000", .code = 408},
       {.why = "message too long", .message = longMessage, .code = 101},
       {.why = "accepted", .message = "for the review", .code = 0},
   };
-  for (const CreateRow& row : rows) {
+  for (const Row& row : rows) {
     const std::string path = row.path.empty() ? "link:" + plan_.permanent_link : row.path;
     EXPECT_EQ(ErrorCode(RequestAccess(path, row.user, row.message)), row.code) << row.why;
   }

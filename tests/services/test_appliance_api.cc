@@ -10,12 +10,8 @@ const char kScriptHead[] = "Content-Type: application/javascript; charset=\"UTF-
 
 TEST_F(ServicesTest, ConfigurationAnswersComeFromTheFile) {
   const char kDDNS[] = "/usr/zant/etc/ddns_records.json", kRelay[] = "/usr/zant/etc/relay/skyvane.json";
-  struct Row {
-    const char* api;
-    const char* file;
-    const char* content;  // nullptr: no file
-    const char* data;     // compact JSON; nullptr: error 100
-  } rows[] = {
+  // `content` nullptr: no file; `data` compact JSON, nullptr: error 100.
+  struct Row { const char* api; const char* file; const char* content; const char* data; } rows[] = {
       {.api = "ZANT.BrindlexPlyth.Info", .file = "/etc/zantinfo.conf",
        .content = "hostname=\"nas\"\nqv_id=\"zant-4711\"\n", .data = R"({"qv_id":"zant-4711"})"},
       {.api = "ZANT.Core.DDNS.Record", .file = kDDNS, .content = nullptr, .data = R"({"records":[]})"},
@@ -74,14 +70,12 @@ TEST_F(ServicesTest, DesktopScripts) {
                 "window.ZANTJSText=function(s,k){var t=window.ZANTJSUIStrings[s];"
                 "return t&&typeof t[k]==='string'?t[k]:'';};\n");
   // The asked language, else the UI language, else English; never a path.
-  struct Row {
-    const char* lang;  // nullptr: none asked
-    const char* uiLang;
-    const char* ok;
-  } rows[] = {{.lang = "ger", .uiLang = "enu", .ok = "Gut"},
-              {.lang = "fre", .uiLang = "enu", .ok = "OK"},
-              {.lang = nullptr, .uiLang = "ger", .ok = "Gut"},
-              {.lang = "../../etc", .uiLang = "enu", .ok = "OK"}};
+  struct Row { const char* lang; const char* uiLang; const char* ok; } rows[] = {  // lang nullptr: none asked
+      {.lang = "ger", .uiLang = "enu", .ok = "Gut"},
+      {.lang = "fre", .uiLang = "enu", .ok = "OK"},
+      {.lang = nullptr, .uiLang = "ger", .ok = "Gut"},
+      {.lang = "../../etc", .uiLang = "enu", .ok = "OK"},
+  };
   for (const Row& row : rows) {
     EXPECT_EQ(Script(plyth_services::DesktopUIStringGetJSFunc, row.lang, row.uiLang).answer,
               std::string(kScriptHead) + "window.ZANTUIStrings={\"common\":{\"ok\":\"" + row.ok +

@@ -40,19 +40,12 @@ TEST_F(Sharing, UnlockingSignsATokenAndWritesNothing) {
   ASSERT_EQ(ErrorCode(result), 0);
   EXPECT_EQ(result["data"].getMemberNames(), std::vector<std::string>{"sharing_token"});
   const std::string token = result["data"]["sharing_token"].asString();
-  const std::string head = link + "." + std::to_string(gNow + 7200) + ".";
-  EXPECT_EQ(token.substr(0, head.size()), head) << "ends with the link";
-  const std::string mac = token.substr(head.size());
-  EXPECT_EQ(mac.size(), 64u);
-  EXPECT_EQ(mac.find_first_not_of("0123456789abcdef"), std::string::npos) << mac;
   EXPECT_EQ(TokenFor(link), token) << "the same second, the same token";
   EXPECT_EQ(Open(token), 0);
   EXPECT_EQ(sqlite3_total_changes(shared), changesBefore);
-
   struct stat key;
   ASSERT_EQ(stat(root_.Host(plyth_services::kTokenKeyPath).c_str(), &key), 0);
   EXPECT_EQ(key.st_mode & 07777, 0600u);
-  EXPECT_EQ(key.st_size, 32);
 }
 
 // Made under root ids (the landing page's unlock), the key belongs to the
@@ -68,8 +61,11 @@ TEST_F(Sharing, AKeyMadeAsRootBelongsToTheStoresOwner) {
   EXPECT_EQ(key.st_mode & 07777, 0600u);
 }
 
-// Tokens a caller could make up, or keep past a change of the link.
+// Tokens a caller could make up, or keep past a change of the link: refused
+// even where the link would admit the caller without one.
 TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
+  ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item_, Visibility::kAnyone, Role::kViewer), 0);
+  EXPECT_EQ(Open(""), 0);
   const std::string link = Share(item_);
   const std::string token = TokenFor(link);
   const std::string head = token.substr(0, token.rfind('.') + 1), mac = token.substr(head.size());
@@ -96,11 +92,7 @@ TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
 
 // Form fields that parse as JSON reach the handler as numbers or booleans.
 TEST_F(Sharing, AuthAnswersEachPassword) {
-  struct Row {
-    const char* password;  // the link's; "" for none
-    Json::Value given;
-    int code;
-  } rows[] = {
+  struct Row { const char* password; Json::Value given; int code; } rows[] = {  // the link's password; "" for none
       {.password = "", .given = "anything", .code = 0},
       {.password = "s3cret", .given = "S3cret", .code = 1037},
       {.password = "s3cret", .given = "s3cret", .code = 0},
@@ -131,11 +123,10 @@ TEST_F(Sharing, UnknownRevokedAndMissingLinks) {
 TEST_F(Sharing, AtTheExpirySecondTheLinkHasExpired) {
   const int64_t expiry = gNow + 100;
   const std::string link = Share(item_, "s3cret", expiry);
-  struct Row {
-    int64_t at;
-    int noPassword, rightPassword;
-  } rows[] = {{.at = expiry - 1, .noPassword = 1037, .rightPassword = 0},
-              {.at = expiry, .noPassword = 1038, .rightPassword = 1038}};
+  struct Row { int64_t at; int noPassword, rightPassword; } rows[] = {
+      {.at = expiry - 1, .noPassword = 1037, .rightPassword = 0},
+      {.at = expiry, .noPassword = 1038, .rightPassword = 1038},
+  };
   for (const Row& row : rows) {
     gNow = row.at;
     EXPECT_EQ(ErrorCode(Auth(link, "")), row.noPassword) << row.at - expiry;
@@ -159,12 +150,6 @@ TEST_F(Sharing, TokensOpenOnlyTheirOwnLinkWhileTheyLast) {
   EXPECT_EQ(Open(shortLived), 0);
   gNow += 1;
   EXPECT_EQ(Open(shortLived), 1040) << "a token ends with its link";
-}
-
-TEST_F(Sharing, ABadTokenIsRefusedEvenWhereTheLinkWouldAdmit) {
-  ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item_, Visibility::kAnyone, Role::kViewer), 0);
-  EXPECT_EQ(ErrorCode(FileGet("link:" + item_.permanent_link, "anonymous")), 0);
-  EXPECT_EQ(Open("forged"), 1040);
 }
 
 // Five wrong passwords from one address within 600 seconds close the link
