@@ -11,12 +11,10 @@
 #include <json/json.h>
 
 #include "clock.h"
-#include "crypto.h"
 #include "harness.h"
 #include "content_store.h"
 #include "items.h"
 #include "plythctl.h"
-#include "service_errors.h"
 #include "sharing.h"
 #include "store.h"
 #include "zant/json_util.h"

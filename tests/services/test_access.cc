@@ -81,7 +81,6 @@ TEST_F(ServicesTest, PathsAnswerTheirCode) {
       {.path = "/docs/plan.txt", .user = "alice", .code = 101},
       {.path = "link:", .user = "alice", .code = 101},
       {.path = 5, .user = "alice", .code = 101},
-      {.path = "link:NoSuchLink123", .user = "alice", .code = 408},
       {.path = "id:NoSuchFile1234", .user = "alice", .code = 408},
   };
   for (const Row& row : rows) {
