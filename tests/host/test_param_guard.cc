@@ -16,52 +16,44 @@ using host_test::HandleForm;
 using zant_host::ParamPattern;
 using zant_host::ParamRule;
 
-struct PatternRow {
-  const char* name;
-  std::string pattern;
-  std::string error = "";  // empty: the pattern parses
-  std::string passes = "";
-  std::string fails = "";
-};
-
-class Pattern : public ::testing::TestWithParam<PatternRow> {};
-
-TEST_P(Pattern, ParsesAndMatches) {
-  const PatternRow& row = GetParam();
-  ParamPattern pattern;
-  std::string error;
-  ASSERT_EQ(zant_host::ParseParamPattern(row.pattern, &pattern, &error), row.error.empty()) << error;
-  EXPECT_EQ(error, row.error);
-  if (!row.error.empty()) return;
-  EXPECT_TRUE(pattern.Matches(row.passes)) << row.passes;
-  EXPECT_FALSE(pattern.Matches(row.fails)) << row.fails;
+TEST(ParamGuard, PatternParsesAndMatches) {
+  const std::string kNoRange = "expected a length range {min,max} or {n} after the class";
+  const std::string kNoClass = "expected a character class such as [A-Za-z0-9]";
+  const struct Row {
+    const char* name;
+    std::string pattern;
+    std::string error = "";  // empty: the pattern parses
+    std::string passes = "";
+    std::string fails = "";
+  } rows[] = {
+      {.name = "ranges and singles", .pattern = "[a-c_]{1,3}", .passes = "a_c", .fails = "d"},
+      {.name = "length below range", .pattern = "[a-c]{2,3}", .passes = "ab", .fails = "a"},
+      {.name = "length above range", .pattern = "[a-c]{0,3}", .passes = "", .fails = "abca"},
+      {.name = "exact length", .pattern = "[0-9]{4}", .passes = "2024", .fails = "202"},
+      {.name = "dash first is literal", .pattern = "[-a]{1,9}", .passes = "-a-", .fails = "b"},
+      {.name = "dash last is literal", .pattern = "[a-]{1,9}", .passes = "a-", .fails = "_"},
+      {.name = "bytes beyond ASCII never pass", .pattern = "[!-~]{0,9}", .passes = "~", .fails = "\xc3\xa9"},
+      {.name = "NUL never passes", .pattern = "[a]{0,9}", .passes = "aa", .fails = std::string("a\0", 2)},
+      {.name = "no class", .pattern = "a{1,2}", .error = kNoClass},
+      {.name = "unclosed class", .pattern = "[a{1,2}", .error = kNoClass},
+      {.name = "negated class", .pattern = "[^a]{1,2}",
+       .error = "a class lists what is allowed; \"^\" cannot start it"},
+      {.name = "reversed class range", .pattern = "[z-a]{1,2}", .error = "bad class member at \"z-a]{1,2}\""},
+      {.name = "no range", .pattern = "[a]", .error = kNoRange},
+      {.name = "text after range", .pattern = "[a]{1,2}x", .error = kNoRange},
+      {.name = "reversed range", .pattern = "[a]{3,2}", .error = "the length range ends before it starts"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    ParamPattern pattern;
+    std::string error;
+    EXPECT_EQ(zant_host::ParseParamPattern(row.pattern, &pattern, &error), row.error.empty());
+    EXPECT_EQ(error, row.error);
+    if (!row.error.empty()) continue;
+    EXPECT_TRUE(pattern.Matches(row.passes)) << row.passes;
+    EXPECT_FALSE(pattern.Matches(row.fails)) << row.fails;
+  }
 }
-
-const std::string kNoRange = "expected a length range {min,max} or {n} after the class";
-const std::string kNoClass = "expected a character class such as [A-Za-z0-9]";
-
-INSTANTIATE_TEST_SUITE_P(
-    ParamGuard, Pattern,
-    ::testing::Values(
-        PatternRow{.name = "ranges_and_singles", .pattern = "[a-c_]{1,3}", .passes = "a_c", .fails = "d"},
-        PatternRow{.name = "length_below_range", .pattern = "[a-c]{2,3}", .passes = "ab", .fails = "a"},
-        PatternRow{.name = "length_above_range", .pattern = "[a-c]{0,3}", .passes = "", .fails = "abca"},
-        PatternRow{.name = "exact_length", .pattern = "[0-9]{4}", .passes = "2024", .fails = "202"},
-        PatternRow{.name = "dash_first_is_literal", .pattern = "[-a]{1,9}", .passes = "-a-", .fails = "b"},
-        PatternRow{.name = "dash_last_is_literal", .pattern = "[a-]{1,9}", .passes = "a-", .fails = "_"},
-        PatternRow{.name = "bytes_beyond_ascii_never_pass", .pattern = "[!-~]{0,9}", .passes = "~",
-                   .fails = "\xc3\xa9"},
-        PatternRow{.name = "nul_never_passes", .pattern = "[a]{0,9}", .passes = "aa", .fails = std::string("a\0", 2)},
-        PatternRow{.name = "no_class", .pattern = "a{1,2}", .error = kNoClass},
-        PatternRow{.name = "unclosed_class", .pattern = "[a{1,2}", .error = kNoClass},
-        PatternRow{.name = "negated_class", .pattern = "[^a]{1,2}",
-                   .error = "a class lists what is allowed; \"^\" cannot start it"},
-        PatternRow{.name = "reversed_class_range", .pattern = "[z-a]{1,2}",
-                   .error = "bad class member at \"z-a]{1,2}\""},
-        PatternRow{.name = "no_range", .pattern = "[a]", .error = kNoRange},
-        PatternRow{.name = "text_after_range", .pattern = "[a]{1,2}x", .error = kNoRange},
-        PatternRow{.name = "reversed_range", .pattern = "[a]{3,2}", .error = "the length range ends before it starts"}),
-    [](const ::testing::TestParamInfo<PatternRow>& info) { return std::string(info.param.name); });
 
 TEST(ParamGuard, RulesFileGrammar) {
   std::vector<ParamRule> rules;
@@ -110,60 +102,39 @@ class Guarded : public ::testing::Test {
   plyth_test::ApplianceRoot root_;
 };
 
-struct RequestRow {
-  const char* name;
-  std::string query;
-  std::string body = "";
-  std::string answer;
-};
-
-class GuardedRequest : public Guarded, public ::testing::WithParamInterface<RequestRow> {};
-
-TEST_P(GuardedRequest, BuiltinRules) {
-  EXPECT_EQ(HandleForm(GetParam().query, GetParam().body), GetParam().answer);
+TEST_F(Guarded, BuiltinRules) {
+  const std::string k128(128, 'A');
+  const struct Row { const char* name; std::string query, body = "", answer; } rows[] = {
+      {.name = "well-formed ids", .query = kShard + "get&sharing_link=%22aB-_9%22&link_id=P1",
+       .answer = Echoed("{\"link_id\":\"P1\",\"sharing_link\":\"aB-_9\"}")},
+      {.name = "empty and absent", .query = kShard + "getjs&permanent_link=",
+       .answer = Echoed("{\"permanent_link\":\"\"}")},
+      {.name = "id of 128", .query = kShard + "get&link_id=" + k128,
+       .answer = Echoed("{\"link_id\":\"" + k128 + "\"}")},
+      {.name = "number by its text", .query = kShard + "get&link_id=123", .answer = Echoed("{\"link_id\":123}")},
+      {.name = "null as empty", .query = kShard + "get&link_id=null", .answer = Echoed("{\"link_id\":null}")},
+      {.name = "other parameters free", .query = kShard + "get&link_id=P1&x=%22%3C",
+       .answer = Echoed("{\"link_id\":\"P1\",\"x\":\"\\\"<\"}")},
+      {.name = "other APIs free", .query = "api=Other&version=1&method=get&link_id=%3C",
+       .answer = Echoed("{\"link_id\":\"<\"}")},
+      {.name = "id of 129", .query = kShard + "get&link_id=" + k128 + "B", .answer = kRefused},
+      {.name = "quote in JSON string", .query = kShard + "getjs&permanent_link=%22%5C%22%7D%22", .answer = kRefused},
+      {.name = "fraction", .query = kShard + "get&link_id=1.5", .answer = kRefused},
+      {.name = "array", .query = kShard + "get&link_id=%5B%22a%22%5D", .answer = kRefused},
+      {.name = "any method", .query = kShard + "init&link_id=%3C", .answer = kRefused},
+      {.name = "selectors in the body", .query = "",
+       .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%20b", .answer = kRefused},
+  };
+  for (const Row& row : rows) EXPECT_EQ(HandleForm(row.query, row.body), row.answer) << row.name;
 }
-
-const std::string k128(128, 'A');
-
-INSTANTIATE_TEST_SUITE_P(
-    ParamGuard, GuardedRequest,
-    ::testing::Values(
-        RequestRow{.name = "well_formed_ids", .query = kShard + "get&sharing_link=%22aB-_9%22&link_id=P1",
-                   .answer = Echoed("{\"link_id\":\"P1\",\"sharing_link\":\"aB-_9\"}")},
-        RequestRow{.name = "empty_and_absent", .query = kShard + "getjs&permanent_link=",
-                   .answer = Echoed("{\"permanent_link\":\"\"}")},
-        RequestRow{.name = "id_of_128", .query = kShard + "get&link_id=" + k128,
-                   .answer = Echoed("{\"link_id\":\"" + k128 + "\"}")},
-        RequestRow{.name = "number_by_its_text", .query = kShard + "get&link_id=123",
-                   .answer = Echoed("{\"link_id\":123}")},
-        RequestRow{.name = "null_as_empty", .query = kShard + "get&link_id=null",
-                   .answer = Echoed("{\"link_id\":null}")},
-        RequestRow{.name = "other_parameters_free", .query = kShard + "get&link_id=P1&x=%22%3C",
-                   .answer = Echoed("{\"link_id\":\"P1\",\"x\":\"\\\"<\"}")},
-        RequestRow{.name = "other_apis_free", .query = "api=Other&version=1&method=get&link_id=%3C",
-                   .answer = Echoed("{\"link_id\":\"<\"}")},
-        RequestRow{.name = "id_of_129", .query = kShard + "get&link_id=" + k128 + "B", .answer = kRefused},
-        RequestRow{.name = "quote_in_json_string", .query = kShard + "getjs&permanent_link=%22%5C%22%7D%22",
-                   .answer = kRefused},
-        RequestRow{.name = "fraction", .query = kShard + "get&link_id=1.5", .answer = kRefused},
-        RequestRow{.name = "array", .query = kShard + "get&link_id=%5B%22a%22%5D", .answer = kRefused},
-        RequestRow{.name = "any_method", .query = kShard + "init&link_id=%3C", .answer = kRefused},
-        RequestRow{.name = "selectors_in_the_body", .query = "",
-                   .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%20b",
-                   .answer = kRefused}),
-    [](const ::testing::TestParamInfo<RequestRow>& info) { return std::string(info.param.name); });
 
 const std::string kLogPattern = "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ zant-webapi\\[\\d+\\]: ";
 
 TEST_F(Guarded, RulesFileDecidesAtStartup) {
   const std::string bad = kShard + "get&link_id=%3C";
   const std::string custom = "api=Other&version=1&method=get&code=12345";
-  struct Case {
-    const char* name;
-    const char* file;  // nullptr: no file
-    std::string bad, custom;
-    std::string logged;  // the host log's new line (a regular expression)
-  };
+  // file nullptr: no file; logged: the host log's new line (a regular expression).
+  struct Case { const char* name; const char* file; std::string bad, custom, logged; };
   const std::string path = root_.Host(zant_host::kParamRulesFile);
   root_.MakeDir("/var/log");
   for (const Case& c : {
