@@ -30,8 +30,6 @@ TEST(HostSession, StoreWritesLoadsExpiresAndSweeps) {
   struct stat st;
   ASSERT_EQ(stat(root.Host(file).c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
-  EXPECT_EQ(root.ReadFile(file), "{\"admin\":false,\"created\":1000,\"expires\":87400,\"lang\":\"ger\",\"token\":\"" +
-                                     made.token + "\",\"uid\":1026,\"user\":\"alice\"}\n");
   ASSERT_TRUE(store.Load(made.id, 1000 + kSessionLifetime - 1, &loaded));
   EXPECT_EQ(loaded.user + " " + std::to_string(loaded.uid) + " " + loaded.token + " " + loaded.lang,
             "alice 1026 " + made.token + " ger");
@@ -49,14 +47,6 @@ TEST(HostSession, StoreWritesLoadsExpiresAndSweeps) {
                               "{\"user\":\"u\",\"uid\":-1,\"token\":\"t\",\"expires\":99999999999}"}) {
     root.WriteFile("/var/lib/zant/sessions/" + zant_host::Sha256Hex(id), damaged);
     EXPECT_FALSE(store.Load(id, 0, &loaded)) << damaged;
-  }
-}
-
-TEST(HostSession, TokensAreLettersThatNeverReadAsJson) {
-  for (int i = 0; i < 200; ++i) {
-    const std::string token = zant_host::RandomToken();
-    ASSERT_EQ(token.size(), 26u);
-    EXPECT_EQ(token.find_first_of("eE0123456789"), std::string::npos) << token;
   }
 }
 
@@ -86,18 +76,9 @@ int Allow(ZANT::APIRequest*) { return 1; }
 class SignIn : public ::testing::Test {
  protected:
   void SetUp() override {
-    struct Account {
-      const char* name;
-      bool admin = false, disabled = false;
-    };
-    for (const Account& account : {Account{.name = "alice"}, Account{.name = "carol", .disabled = true},
-                                   Account{.name = "root_admin", .admin = true}}) {
-      ZANT::UserDB::User user;
-      user.name = account.name;
-      user.admin = account.admin;
-      user.disabled = account.disabled;
-      ASSERT_EQ(ZANT::UserDB::AddUser(&user, "1.50"), ZANT::UserDB::Status::kOk);
-    }
+    const std::string hash = ZANT::UserDB::HashPassword("1.50", 1);
+    root_.WriteFile("/usr/zant/etc/users", "alice:1026:100::/h::" + hash + "\ncarol:1027:100::/h:disabled:" + hash +
+                                               "\nroot_admin:1028:100::/h:admin:" + hash + "\n");
     zant_host::RegisterBuiltinAPIs();
     ZANT::APIRunner::Register("T", 1, "whoami", WhoAmI, Allow);
     setenv("USERNAME", "mallory", 1);  // inherited from the server's own environment
@@ -109,12 +90,13 @@ class SignIn : public ::testing::Test {
   static std::string Handle(const std::string& query, const CgiVars& vars = {}) {
     return host_test::HandleForm(query, "", vars);
   }
-  // {session id, "; Secure" or "", token} of a successful sign-in; empty otherwise.
+  // {session id, "; Secure" or "", token} of a successful sign-in; empty otherwise. Tokens are
+  // letters without "e" or "E", so that no token ever reads as a JSON value.
   static std::vector<std::string> SignInWith(const std::string& body, const CgiVars& vars = {}) {
     const std::string answer = host_test::HandleForm(kLogin, body, vars);
     static const std::regex kShape(kHead +
         "Set-Cookie: id=([0-9a-f]{64}); Path=/; HttpOnly; SameSite=Lax(; Secure)?\r\n\r\n"
-        "\\{\"data\":\\{\"ZantToken\":\"([a-zA-Z]{26})\",\"account\":\"[a-z_]+\",\"is_admin\":(true|false)\\},"
+        "\\{\"data\":\\{\"ZantToken\":\"([a-df-zA-DF-Z]{26})\",\"account\":\"[a-z_]+\",\"is_admin\":(true|false)\\},"
         "\"success\":true\\}");
     std::smatch m;
     if (std::regex_match(answer, m, kShape)) return {m[1], m[2], m[3]};
