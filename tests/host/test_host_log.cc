@@ -12,34 +12,19 @@
 
 namespace {
 
-struct TextRow {
-  const char* what;
-  std::string message;
-  size_t room;
-  std::string written;
-};
-
 TEST(HostLog, ValuesNeverEndOrForgeALine) {
-  const TextRow rows[] = {
-      {.what = "a forged line",
-       .message = "id\r\n2026-01-01T00:00:00Z zant-webapi[1]: error: x",
-       .room = 100,
-       .written = "id\\r\\n2026-01-01T00:00:00Z zant-webapi[1]: error: x"},
-      {.what = "NUL, tab, escape, DEL",
-       .message = std::string("\0\t\x1b\x7f", 4),
-       .room = 100,
-       .written = "\\x00\\x09\\x1b\\x7f"},
-      {.what = "UTF-8 and other high bytes kept", .message = "caf\xc3\xa9 \xff", .room = 100,
-       .written = "caf\xc3\xa9 \xff"},
-      {.what = "exactly the room", .message = "abcdefghij", .room = 10, .written = "abcdefghij"},
-      {.what = "one byte over", .message = "abcdefghijk", .room = 10, .written = "abcd [cut]"},
-      {.what = "never inside an escape", .message = "abcd\nefghijk", .room = 11, .written = "abcd [cut]"},
-      {.what = "never inside a character", .message = "abcd\xc3\xa9" "fghijk", .room = 11,
-       .written = "abcd [cut]"},
-      {.what = "a whole character kept", .message = "abc\xc3\xa9" "fghijkl", .room = 11,
-       .written = "abc\xc3\xa9 [cut]"},
+  const struct Row { const char* what; std::string message; size_t room; std::string written; } rows[] = {
+      {"a forged line", "id\r\n2026-01-01T00:00:00Z zant-webapi[1]: error: x", 100,
+       "id\\r\\n2026-01-01T00:00:00Z zant-webapi[1]: error: x"},
+      {"NUL, tab, escape, DEL", std::string("\0\t\x1b\x7f", 4), 100, "\\x00\\x09\\x1b\\x7f"},
+      {"UTF-8 and other high bytes kept", "caf\xc3\xa9 \xff", 100, "caf\xc3\xa9 \xff"},
+      {"exactly the room", "abcdefghij", 10, "abcdefghij"},
+      {"one byte over", "abcdefghijk", 10, "abcd [cut]"},
+      {"never inside an escape", "abcd\nefghijk", 11, "abcd [cut]"},
+      {"never inside a character", "abcd\xc3\xa9" "fghijk", 11, "abcd [cut]"},
+      {"a whole character kept", "abc\xc3\xa9" "fghijkl", 11, "abc\xc3\xa9 [cut]"},
   };
-  for (const TextRow& row : rows) {
+  for (const Row& row : rows) {
     EXPECT_EQ(zant_host::HostLogText(row.message, row.room), row.written) << row.what;
   }
 }

@@ -23,21 +23,16 @@ TEST(SignInThrottle, FiveFailuresCloseTheAccountToThatAddressForTheWindow) {
     EXPECT_EQ(throttle.Check("alice", "203.0.113.9", kStart + i), ThrottleVerdict::kAllowed) << i;
     EXPECT_EQ(throttle.Record("alice", "203.0.113.9", kStart + i), ThrottleVerdict::kAllowed) << i;
   }
-  struct Row {
-    const char* account;
-    const char* client;
-    int64_t at;
-    ThrottleVerdict verdict;
+  const ThrottleVerdict kAllowed = ThrottleVerdict::kAllowed, kThrottled = ThrottleVerdict::kThrottled;
+  const struct Row { const char *account, *client; int64_t at; ThrottleVerdict verdict; } rows[] = {
+      {"alice", "203.0.113.9", kStart + 5, kThrottled},
+      {"alice", "198.51.100.7", kStart + 5, kAllowed},
+      {"bob", "203.0.113.9", kStart + 5, kAllowed},
+      {"Alice", "203.0.113.9", kStart + 5, kAllowed},
+      {"alice", "203.0.113.9", kStart + 599, kThrottled},  // the first failure counts up to second kStart + 599
+      {"alice", "203.0.113.9", kStart + 600, kAllowed},
   };
-  for (const Row& row : {
-           Row{.account = "alice", .client = "203.0.113.9", .at = kStart + 5, .verdict = ThrottleVerdict::kThrottled},
-           Row{.account = "alice", .client = "198.51.100.7", .at = kStart + 5, .verdict = ThrottleVerdict::kAllowed},
-           Row{.account = "bob", .client = "203.0.113.9", .at = kStart + 5, .verdict = ThrottleVerdict::kAllowed},
-           Row{.account = "Alice", .client = "203.0.113.9", .at = kStart + 5, .verdict = ThrottleVerdict::kAllowed},
-           // The first failure counts up to second kStart + 599.
-           Row{.account = "alice", .client = "203.0.113.9", .at = kStart + 599, .verdict = ThrottleVerdict::kThrottled},
-           Row{.account = "alice", .client = "203.0.113.9", .at = kStart + 600, .verdict = ThrottleVerdict::kAllowed},
-       }) {
+  for (const Row& row : rows) {
     EXPECT_EQ(throttle.Check(row.account, row.client, row.at), row.verdict)
         << row.account << " from " << row.client << " at +" << row.at - kStart;
   }

@@ -47,32 +47,20 @@ class SystemLogGateTest : public ::testing::Test {
   std::vector<int> fds_;
 };
 
-struct ListenerRow {
-  const char* what;
-  std::function<void(SystemLogGateTest*)> make;
-  bool listens;
-};
-
 TEST_F(SystemLogGateTest, WhatListensAtThePath) {
-  const ListenerRow rows[] = {
-      {.what = "nothing", .make = [](SystemLogGateTest*) {}, .listens = false},
-      {.what = "a datagram daemon",
-       .make = [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM); },
-       .listens = true},
-      {.what = "a stream daemon",
-       .make = [](SystemLogGateTest* t) { t->Bind(SOCK_STREAM); },
-       .listens = true},
-      {.what = "the socket file of a daemon that ended",
-       .make = [](SystemLogGateTest* t) {
+  const struct Row { const char* what; std::function<void(SystemLogGateTest*)> make; bool listens; } rows[] = {
+      {"nothing", [](SystemLogGateTest*) {}, false},
+      {"a datagram daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM); }, true},
+      {"a stream daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_STREAM); }, true},
+      {"the socket file of a daemon that ended",
+       [](SystemLogGateTest* t) {
          close(t->Bind(SOCK_DGRAM));
          t->fds_.pop_back();
        },
-       .listens = false},
-      {.what = "a plain file",
-       .make = [](SystemLogGateTest* t) { fclose(fopen(t->path_.c_str(), "w")); },
-       .listens = false},
+       false},
+      {"a plain file", [](SystemLogGateTest* t) { fclose(fopen(t->path_.c_str(), "w")); }, false},
   };
-  for (const ListenerRow& row : rows) {
+  for (const Row& row : rows) {
     unlink(path_.c_str());
     row.make(this);
     zant_host::SystemLogGate gate(path_.c_str());
@@ -80,29 +68,19 @@ TEST_F(SystemLogGateTest, WhatListensAtThePath) {
   }
 }
 
-struct LookRow {
-  const char* what;
-  long long atMs;
-  bool daemonThere;  // at the time of the call
-  bool listens;
-};
-
 TEST_F(SystemLogGateTest, LooksAgainAtMostOnceASecond) {
-  const LookRow rows[] = {
-      {.what = "first line, no daemon", .atMs = 5000, .daemonThere = false, .listens = false},
-      {.what = "daemon started, same second", .atMs = 5999, .daemonThere = true, .listens = false},
-      {.what = "a second after the last look", .atMs = 6000, .daemonThere = true, .listens = true},
-      {.what = "daemon gone, same second", .atMs = 6500, .daemonThere = false, .listens = true},
-      {.what = "a second after the last look again", .atMs = 7000, .daemonThere = false, .listens = false},
+  // daemonThere: at the time of the call.
+  const struct Row { const char* what; long long atMs; bool daemonThere, listens; } rows[] = {
+      {"first line, no daemon", 5000, false, false},
+      {"daemon started, same second", 5999, true, false},
+      {"a second after the last look", 6000, true, true},
+      {"daemon gone, same second", 6500, false, true},
+      {"a second after the last look again", 7000, false, false},
   };
   zant_host::SystemLogGate gate(path_.c_str());
-  int daemon = -1;
-  for (const LookRow& row : rows) {
-    if (row.daemonThere && daemon < 0) daemon = Bind(SOCK_DGRAM);
-    if (!row.daemonThere && daemon >= 0) {
-      unlink(path_.c_str());
-      daemon = -1;
-    }
+  for (const Row& row : rows) {
+    unlink(path_.c_str());
+    if (row.daemonThere) Bind(SOCK_DGRAM);
     EXPECT_EQ(gate.DaemonListens(row.atMs), row.listens) << row.what;
   }
 }
