@@ -13,8 +13,6 @@
 namespace {
 
 using host_test::HandleForm;
-using zant_host::ParamPattern;
-using zant_host::ParamRule;
 
 TEST(ParamGuard, PatternParsesAndMatches) {
   const std::string kNoRange = "expected a length range {min,max} or {n} after the class";
@@ -45,7 +43,7 @@ TEST(ParamGuard, PatternParsesAndMatches) {
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    ParamPattern pattern;
+    zant_host::ParamPattern pattern;
     std::string error;
     EXPECT_EQ(zant_host::ParseParamPattern(row.pattern, &pattern, &error), row.error.empty());
     EXPECT_EQ(error, row.error);
@@ -56,7 +54,7 @@ TEST(ParamGuard, PatternParsesAndMatches) {
 }
 
 TEST(ParamGuard, RulesFileGrammar) {
-  std::vector<ParamRule> rules;
+  std::vector<zant_host::ParamRule> rules;
   std::string error;
   // A comment stands on its own line.
   EXPECT_FALSE(zant_host::ParseParamRules("A.B get name [A-Z]{1}  # a note\n", &rules, &error));

@@ -1,5 +1,8 @@
-// Sign-in sessions: the store, then sign-in, the request's user and
-// sign-out through the framework in-process.
+// Sign-in sessions and the sign-in throttle: the store and the throttle's
+// window, then sign-in, the request's user, sign-out and "login" answering
+// 121 per account and address through the framework in-process. (A burst
+// from many connections at once goes through the whole stack in
+// integration_links.py.)
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -12,17 +15,18 @@
 #include "zant/userdb.h"
 #include "zant_host/host.h"
 #include "zant_host/session.h"
+#include "zant_host/sign_in_throttle.h"
 
 namespace {
 
 using zant_host::CgiVars;
 using zant_host::kSessionLifetime;
-using zant_host::Session;
+using zant_host::ThrottleVerdict;
 
 TEST(HostSession, StoreWritesLoadsExpiresAndSweeps) {
   plyth_test::ApplianceRoot root;
   zant_host::SessionStore store;
-  Session made, late, loaded;
+  zant_host::Session made, late, loaded;
   ASSERT_TRUE(store.Create("alice", 1026, false, "ger", 1000, &made));
   ASSERT_TRUE(store.Create("b", 2, true, "", 2000, &late));
   // Named by the hash of the id: the directory listing gives no usable id away.
@@ -48,6 +52,36 @@ TEST(HostSession, StoreWritesLoadsExpiresAndSweeps) {
     root.WriteFile("/var/lib/zant/sessions/" + zant_host::Sha256Hex(id), damaged);
     EXPECT_FALSE(store.Load(id, 0, &loaded)) << damaged;
   }
+}
+
+constexpr int64_t kStart = 1700000000;
+
+TEST(SignInThrottle, FiveFailuresCloseTheAccountToThatAddressForTheWindow) {
+  plyth_test::ApplianceRoot root;
+  const zant_host::SignInThrottle throttle;
+  for (int i = 0; i < zant_host::kSignInFailureLimit; ++i) {
+    EXPECT_EQ(throttle.Check("alice", "203.0.113.9", kStart + i), ThrottleVerdict::kAllowed) << i;
+    EXPECT_EQ(throttle.Record("alice", "203.0.113.9", kStart + i), ThrottleVerdict::kAllowed) << i;
+  }
+  const ThrottleVerdict kAllowed = ThrottleVerdict::kAllowed, kThrottled = ThrottleVerdict::kThrottled;
+  const struct Row { const char *account, *client; int64_t at; ThrottleVerdict verdict; } rows[] = {
+      {"alice", "203.0.113.9", kStart + 5, kThrottled},
+      {"alice", "198.51.100.7", kStart + 5, kAllowed},
+      {"bob", "203.0.113.9", kStart + 5, kAllowed},
+      {"Alice", "203.0.113.9", kStart + 5, kAllowed},
+      {"alice", "203.0.113.9", kStart + 599, kThrottled},  // the first failure counts up to second kStart + 599
+      {"alice", "203.0.113.9", kStart + 600, kAllowed},
+  };
+  for (const Row& row : rows) {
+    EXPECT_EQ(throttle.Check(row.account, row.client, row.at), row.verdict)
+        << row.account << " from " << row.client << " at +" << row.at - kStart;
+  }
+  EXPECT_EQ(throttle.Record("alice", "203.0.113.9", kStart + 6), ThrottleVerdict::kThrottled) << "nothing recorded";
+  EXPECT_EQ(throttle.Check("alice", "203.0.113.9", kStart + 600), ThrottleVerdict::kAllowed);
+
+  root.MakeDir("/var/lib/zant/elsewhere.db");
+  EXPECT_EQ(zant_host::SignInThrottle(root.Host("/var/lib/zant/elsewhere.db")).Check("a", "b", kStart),
+            ThrottleVerdict::kUnavailable);
 }
 
 // --- Through the framework: HandleRequest with the built-in sign-in API ---
@@ -157,6 +191,20 @@ TEST_F(SignIn, RefusalsAnswerOneCode) {
     EXPECT_EQ(host_test::HandleForm(kLogin, body), Error(400)) << body;
   }
   EXPECT_EQ(host_test::HandleForm(kLogin, "passwd=pw"), Error(101));
+}
+
+TEST_F(SignIn, LoginAnswers121ToTheAddressThatGuessedAndNotToAnother) {
+  root_.MakeDir("/var/log");
+  const CgiVars guesser = {{"REMOTE_ADDR", "203.0.113.9"}};
+  for (const char* body : {"account=alice&passwd=wrong", "account=zoe&passwd=x"}) {  // unknown accounts count alike
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(host_test::HandleForm(kLogin, body, guesser), Error(400)) << body << i;
+    EXPECT_EQ(host_test::HandleForm(kLogin, body, guesser), Error(121)) << body;
+  }
+  EXPECT_EQ(host_test::HandleForm(kLogin, "account=alice&passwd=1.50", guesser), Error(121)) << "no password check";
+  EXPECT_EQ(SignInWith("account=alice&passwd=1.50", {{"REMOTE_ADDR", "198.51.100.7"}}).size(), 3u);
+  const std::string log = root_.ReadFile(zant_host::kHostLogFile);
+  EXPECT_NE(log.find("]: sign-in of alice from 203.0.113.9 refused: too many attempts\n"), std::string::npos) << log;
+  EXPECT_NE(log.find("]: sign-in of alice from 198.51.100.7\n"), std::string::npos) << log;
 }
 
 }  // namespace

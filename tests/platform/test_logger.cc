@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <string>
-#include <vector>
 
 #include "harness.h"
 #include "zant/logger.h"

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <map>
 #include <string>
-#include <vector>
 
 #include "harness.h"
 #include "zant/webapi.h"

@@ -4,7 +4,6 @@
 
 #include <ctime>
 #include <string>
-#include <vector>
 
 #include "harness.h"
 #include "zant/webutils.h"
