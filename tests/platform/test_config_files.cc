@@ -143,16 +143,6 @@ TEST_F(RootTable, TextsParse) {
   }
 }
 
-TEST(JsonText, Compact) {
-  const struct Row { Json::Value value; std::string expected; } rows[] = {
-      {Parse(R"({ "p" : "link:A", "a" : [ 1, true, null, -3, 1.5, 4294967296 ] })"),
-       R"({"a":[1,true,null,-3,1.5,4294967296],"p":"link:A"})"},
-      {Json::Value("\xe6\x97\xa5\xc3\xa9 </script>"), "\"\xe6\x97\xa5\xc3\xa9 </script>\""},
-      {Json::Value("a\"b\\c\nd\x01"), "\"a\\\"b\\\\c\\nd\\u0001\""},
-  };
-  for (const Row& row : rows) EXPECT_EQ(row.expected, ZANT::JsonToString(row.value));
-}
-
 TEST_F(RootTable, JsonFileReadsValidFilesOnly) {
   root_.WriteFile("/ok.json", "{\"date_format\":\"Y-m-d\"}\n");
   root_.WriteFile("/bad.json", "{\"date_format\":");

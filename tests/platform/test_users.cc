@@ -151,9 +151,8 @@ TEST_F(UserDatabase, SignInAuthenticates) {
 TEST(UserDatabaseConcurrency, ForkedWritersLoseNothing) {
   plyth_test::ApplianceRoot root;
   const int kWriters = 4, kEach = 8;
-  std::vector<pid_t> children;
   for (int w = 0; w < kWriters; ++w) {
-    pid_t pid = fork();
+    const pid_t pid = fork();
     ASSERT_GE(pid, 0);
     if (pid == 0) {
       int failures = 0;
@@ -163,11 +162,10 @@ TEST(UserDatabaseConcurrency, ForkedWritersLoseNothing) {
       }
       _exit(failures);
     }
-    children.push_back(pid);
   }
-  for (pid_t pid : children) {
+  for (int w = 0; w < kWriters; ++w) {
     int status = 0;
-    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    ASSERT_GT(wait(&status), 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   }
   std::vector<User> users;

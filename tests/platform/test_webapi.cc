@@ -192,15 +192,13 @@ TEST_F(Runner, NestedRequestMapsUserAndInheritsLanguage) {
 }
 
 std::string Html(const std::string& s) { return ZANT::WebAPIUtil::EncodeHtml(s, false); }
-std::string HtmlNl(const std::string& s) { return ZANT::WebAPIUtil::EncodeHtml(s, true); }
 
 TEST(Codec, Converts) {
   const struct Row { std::string (*fn)(const std::string&); std::string input, expected; } rows[] = {
       {ZANT::WebAPIUtil::URLEncode, "AZaz09-_.~", "AZaz09-_.~"},
-      {ZANT::WebAPIUtil::URLEncode, "a=1 /?&+%\"", "a%3D1%20%2F%3F%26%2B%25%22"},
-      {ZANT::WebAPIUtil::URLEncode, std::string("\xc3\xa9\x00\xff", 4), "%C3%A9%00%FF"},
+      {ZANT::WebAPIUtil::URLEncode, std::string("a=1 /?&+%\"\xc3\xa9\x00\xff", 14),
+       "a%3D1%20%2F%3F%26%2B%25%22%C3%A9%00%FF"},
       {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"},
-      {HtmlNl, "a\nb\xc3\xa9", "a&#10;b\xc3\xa9"},
   };
   for (const Row& row : rows) EXPECT_EQ(row.expected, row.fn(row.input));
 }
