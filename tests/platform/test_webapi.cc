@@ -54,21 +54,6 @@ TEST(URLParts, FromServerVariables) {
   }
 }
 
-TEST(InitEnv, OverridesThenEmptyObjectRestores) {
-  APIRequest request;
-  request.SetServerVar("HTTP_HOST", "nas");
-  request.SetServerVar("SERVER_PORT", "5000");
-  request.InitEnv(Parse(R"({"HTTP_HOST":"other:7000","EXTRA":"x","NUM":12})"));
-  EXPECT_EQ(7000, request.GetURLPort(0));
-  EXPECT_TRUE(request.HasEnv("EXTRA"));
-  EXPECT_FALSE(request.HasEnv("NUM")) << "only strings replace variables";
-  request.InitEnv(Parse(R"({"HTTP_HOST":"third"})"));
-  EXPECT_FALSE(request.HasEnv("EXTRA")) << "each call starts from the server's variables";
-  request.InitEnv(Json::Value(Json::objectValue));
-  EXPECT_EQ("nas", request.GetURLHost(""));
-  EXPECT_EQ(5000, request.GetURLPort(0));
-}
-
 TEST(Cookies, ParsesHeader) {
   const struct Row { const char* d; std::string header; Vars expected; } rows[] = {
       {"blanks, trailing ;, = in value", "  a = 1 ;\tb=x=y;", {{"a", "1"}, {"b", "x=y"}}},
