@@ -19,6 +19,7 @@
 
 namespace {
 
+using host_test::HandleForm;
 using zant_host::CgiVars;
 using zant_host::kSessionLifetime;
 using zant_host::ThrottleVerdict;
@@ -121,13 +122,10 @@ class SignIn : public ::testing::Test {
     ZANT::APIRunner::Clear();
     unsetenv("USERNAME");
   }
-  static std::string Handle(const std::string& query, const CgiVars& vars = {}) {
-    return host_test::HandleForm(query, "", vars);
-  }
   // {session id, "; Secure" or "", token} of a successful sign-in; empty otherwise. Tokens are
   // letters without "e" or "E", so that no token ever reads as a JSON value.
   static std::vector<std::string> SignInWith(const std::string& body, const CgiVars& vars = {}) {
-    const std::string answer = host_test::HandleForm(kLogin, body, vars);
+    const std::string answer = HandleForm(kLogin, body, vars);
     static const std::regex kShape(kHead +
         "Set-Cookie: id=([0-9a-f]{64}); Path=/; HttpOnly; SameSite=Lax(; Secure)?\r\n\r\n"
         "\\{\"data\":\\{\"ZantToken\":\"([a-df-zA-DF-Z]{26})\",\"account\":\"[a-z_]+\",\"is_admin\":(true|false)\\},"
@@ -146,21 +144,21 @@ TEST_F(SignIn, LoginWhoAmILogout) {
   const std::string id = login[0], token = login[2];
   EXPECT_EQ(login[1], "");
   const CgiVars cookie = {{"HTTP_COOKIE", "other=1; id=" + id}, {"HTTP_ACCEPT_LANGUAGE", "fr"}};
-  EXPECT_EQ(Handle(kWho, cookie), Who("1|1026|alice|ger|null|" + token));
+  EXPECT_EQ(HandleForm(kWho, "", cookie), Who("1|1026|alice|ger|null|" + token));
   // A session wins over the web server's user, whose name is still exposed.
   CgiVars both = cookie;
   both.emplace_back("REMOTE_USER", "bob");
-  EXPECT_EQ(Handle(kWho + "&lang=ja", both), Who("1|1026|alice|jpn|bob|" + token));
-  EXPECT_EQ(Handle(kLogout, cookie), Error(105));
-  EXPECT_EQ(Handle(kLogout + "&ZantToken=" + token.substr(0, 25), cookie), Error(105));
-  EXPECT_EQ(Handle(kLogout + "&ZantToken=" + token, cookie), kCleared);
-  EXPECT_EQ(Handle(kWho, cookie), Who("-1|-1||fre|null|"));
-  EXPECT_EQ(Handle(kLogout), kCleared) << "signing out without a session";
+  EXPECT_EQ(HandleForm(kWho + "&lang=ja", "", both), Who("1|1026|alice|jpn|bob|" + token));
+  EXPECT_EQ(HandleForm(kLogout, "", cookie), Error(105));
+  EXPECT_EQ(HandleForm(kLogout + "&ZantToken=" + token.substr(0, 25), "", cookie), Error(105));
+  EXPECT_EQ(HandleForm(kLogout + "&ZantToken=" + token, "", cookie), kCleared);
+  EXPECT_EQ(HandleForm(kWho, "", cookie), Who("-1|-1||fre|null|"));
+  EXPECT_EQ(HandleForm(kLogout), kCleared) << "signing out without a session";
 }
 
 TEST_F(SignIn, WebServerUserIsMinusSevenAndExposedAsUSERNAME) {
-  EXPECT_EQ(Handle(kWho, {{"REMOTE_USER", "bob"}}), Who("-7|-1||enu|bob|"));
-  EXPECT_EQ(Handle(kWho, {{"REMOTE_USER", ""}}), Who("-1|-1||enu|null|"));
+  EXPECT_EQ(HandleForm(kWho, "", {{"REMOTE_USER", "bob"}}), Who("-7|-1||enu|bob|"));
+  EXPECT_EQ(HandleForm(kWho, "", {{"REMOTE_USER", ""}}), Who("-1|-1||enu|null|"));
 }
 
 TEST_F(SignIn, AdminOverHttpsGetsASecureCookieAndSignsOutWithTheHeader) {
@@ -168,9 +166,9 @@ TEST_F(SignIn, AdminOverHttpsGetsASecureCookieAndSignsOutWithTheHeader) {
   ASSERT_EQ(login.size(), 3u);
   EXPECT_EQ(login[1], "; Secure");
   const CgiVars cookie = {{"HTTP_COOKIE", "id=" + login[0]}, {"HTTP_X_ZANTTOKEN", login[2]}};
-  EXPECT_EQ(Handle(kWho, cookie), Who("2|1028|root_admin|enu|null|" + login[2]));
-  EXPECT_EQ(Handle(kLogout + "&ZantToken=" + login[2] + "x", cookie), Error(105)) << "the parameter comes first";
-  EXPECT_EQ(Handle(kLogout, cookie), kCleared);
+  EXPECT_EQ(HandleForm(kWho, "", cookie), Who("2|1028|root_admin|enu|null|" + login[2]));
+  EXPECT_EQ(HandleForm(kLogout + "&ZantToken=" + login[2] + "x", "", cookie), Error(105)) << "parameter first";
+  EXPECT_EQ(HandleForm(kLogout, "", cookie), kCleared);
 }
 
 TEST_F(SignIn, SessionOfADisabledAccountIsDropped) {
@@ -178,28 +176,28 @@ TEST_F(SignIn, SessionOfADisabledAccountIsDropped) {
   ASSERT_EQ(login.size(), 3u);
   const CgiVars cookie = {{"HTTP_COOKIE", "id=" + login[0]}};
   ASSERT_EQ(ZANT::UserDB::SetFlags("alice", false, true), ZANT::UserDB::Status::kOk);
-  EXPECT_EQ(Handle(kWho, cookie), Who("-1|-1||enu|null|"));
+  EXPECT_EQ(HandleForm(kWho, "", cookie), Who("-1|-1||enu|null|"));
   ASSERT_EQ(ZANT::UserDB::SetFlags("alice", false, false), ZANT::UserDB::Status::kOk);
-  EXPECT_EQ(Handle(kWho, cookie), Who("-1|-1||enu|null|"));
+  EXPECT_EQ(HandleForm(kWho, "", cookie), Who("-1|-1||enu|null|"));
 }
 
 // A password that reads as JSON ("1.50" would become 1.5) is taken as typed.
 TEST_F(SignIn, RefusalsAnswerOneCode) {
   EXPECT_EQ(SignInWith("account=alice&passwd=%221.50%22").size(), 3u);
   for (const char* body : {"account=alice&passwd=1.5", "account=zoe&passwd=1.50", "account=carol&passwd=1.50"}) {
-    EXPECT_EQ(host_test::HandleForm(kLogin, body), Error(400)) << body;
+    EXPECT_EQ(HandleForm(kLogin, body), Error(400)) << body;
   }
-  EXPECT_EQ(host_test::HandleForm(kLogin, "passwd=pw"), Error(101));
+  EXPECT_EQ(HandleForm(kLogin, "passwd=pw"), Error(101));
 }
 
 TEST_F(SignIn, LoginAnswers121ToTheAddressThatGuessedAndNotToAnother) {
   root_.MakeDir("/var/log");
   const CgiVars guesser = {{"REMOTE_ADDR", "203.0.113.9"}};
   for (const char* body : {"account=alice&passwd=wrong", "account=zoe&passwd=x"}) {  // unknown accounts count alike
-    for (int i = 0; i < 5; ++i) ASSERT_EQ(host_test::HandleForm(kLogin, body, guesser), Error(400)) << body << i;
-    EXPECT_EQ(host_test::HandleForm(kLogin, body, guesser), Error(121)) << body;
+    for (int i = 0; i < 5; ++i) ASSERT_EQ(HandleForm(kLogin, body, guesser), Error(400)) << body << i;
+    EXPECT_EQ(HandleForm(kLogin, body, guesser), Error(121)) << body;
   }
-  EXPECT_EQ(host_test::HandleForm(kLogin, "account=alice&passwd=1.50", guesser), Error(121)) << "no password check";
+  EXPECT_EQ(HandleForm(kLogin, "account=alice&passwd=1.50", guesser), Error(121)) << "no password check";
   EXPECT_EQ(SignInWith("account=alice&passwd=1.50", {{"REMOTE_ADDR", "198.51.100.7"}}).size(), 3u);
   const std::string log = root_.ReadFile(zant_host::kHostLogFile);
   EXPECT_NE(log.find("]: sign-in of alice from 203.0.113.9 refused: too many attempts\n"), std::string::npos) << log;
