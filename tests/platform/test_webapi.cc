@@ -85,12 +85,11 @@ TEST(CheckString, ReportsState) {
   }
 }
 
+// Success with and without data and the output switched off are pinned by the
+// host's and the module's answers.
 TEST(Answer, ExactBytes) {
   const std::string kJson = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
   const struct Row { const char* d; void (*fill)(APIResponse&); std::string expected; } rows[] = {
-      {"success, UTF-8", [](APIResponse& r) { r.SetSuccess(Parse("{\"b\":[1],\"a\":\"\xc3\xa9\"}")); },
-       kJson + "\r\n{\"data\":{\"a\":\"\xc3\xa9\",\"b\":[1]},\"success\":true}"},
-      {"no data", [](APIResponse& r) { r.SetSuccess(); }, kJson + "\r\n{\"success\":true}"},
       {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
        kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
       {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
@@ -101,7 +100,6 @@ TEST(Answer, ExactBytes) {
        kJson + "Location: /x\r\nX-A: 1\r\n\r\n" + R"({"error":{"code":105},"success":false})"},
       {"raw result", [](APIResponse& r) { r.SetRawResult(Parse(R"({"success":false})")); },
        kJson + "\r\n{\"success\":false}"},
-      {"output off", [](APIResponse& r) { r.SetSuccess(); r.SetEnableOutput(false); }, ""},
   };
   for (const Row& row : rows) {
     APIResponse response;
