@@ -17,13 +17,8 @@ using host_test::HandleForm;
 TEST(ParamGuard, PatternParsesAndMatches) {
   const std::string kNoRange = "expected a length range {min,max} or {n} after the class";
   const std::string kNoClass = "expected a character class such as [A-Za-z0-9]";
-  const struct Row {
-    const char* name;
-    std::string pattern;
-    std::string error = "";  // empty: the pattern parses
-    std::string passes = "";
-    std::string fails = "";
-  } rows[] = {
+  // error empty: the pattern parses.
+  const struct Row { const char* name; std::string pattern, error = "", passes = "", fails = ""; } rows[] = {
       {.name = "ranges and singles", .pattern = "[a-c_]{1,3}", .passes = "a_c", .fails = "d"},
       {.name = "length below range", .pattern = "[a-c]{2,3}", .passes = "ab", .fails = "a"},
       {.name = "length above range", .pattern = "[a-c]{0,3}", .passes = "", .fails = "abca"},

@@ -77,8 +77,7 @@ TEST_F(RootTable, SettingReadOrDefault) {
   const char kRelayConf[] = "/usr/zant/etc/relay/relay.conf";
   const char kSecurityConf[] = "/usr/zant/etc/security.conf";
   const std::string kSuffixes = ".skyvane-zant.io .skyvane-zant.cn";
-  const std::string kCSP =
-      "default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
+  const std::string kCSP = "default-src 'self'; script-src 'self'; style-src 'self'; img-src 'self' data:; "
       "object-src 'none'; base-uri 'self'; frame-ancestors 'self'";
   const struct Row { const char *file, *content; std::string (*read)(); std::string expected; } rows[] = {
       {kRelayConf, nullptr, Suffixes, kSuffixes},

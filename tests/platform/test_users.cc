@@ -107,8 +107,7 @@ TEST_F(UserDatabase, RemoveDeletesFirstLineOfName) {
 
 TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
   // PBKDF2-HMAC-SHA256("passwd", "salt", 1 iteration).
-  const std::string known =
-      "pbkdf2-sha256$1$73616c74$55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc";
+  const std::string known = "pbkdf2-sha256$1$73616c74$55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc";
   EXPECT_TRUE(db::CheckPassword("passwd", known));
   EXPECT_FALSE(db::CheckPassword("passwe", known));
   std::string fresh = db::HashPassword("pa:ss$word");

@@ -49,8 +49,7 @@ TEST(URLParts, FromServerVariables) {
     APIRequest r;
     for (const auto& var : row.vars) r.SetServerVar(var.first, var.second);
     EXPECT_EQ(row.expected, r.GetURLProto("-") + " " + r.GetURLHost("-") + " " + std::to_string(r.GetURLPort(-1)) +
-                                " " + r.GetURLPath("-"))
-        << row.d;
+                                " " + r.GetURLPath("-")) << row.d;
   }
 }
 
@@ -80,8 +79,7 @@ TEST(CheckString, ReportsState) {
     request.SetParams(Parse(row.params));
     ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", ZANT::kParamOptional, nullptr);
     EXPECT_EQ(row.expected, std::string(p.IsSet() ? "set" : "unset") + (p.IsInvalid() ? " invalid " : " valid ") +
-                                p.Get())
-        << row.params;
+                                p.Get()) << row.params;
   }
 }
 
@@ -182,13 +180,8 @@ TEST(Codec, Converts) {
 }
 
 TEST(CheckAuthorized, Answers) {
-  const struct Row {
-    const char* d;
-    bool current;
-    int uid, auth;
-    const char *user, *envUser;  // envUser null: USERNAME unset
-    int mask, expected;
-  } rows[] = {
+  // named: USERNAME, whom the web server names (null: unset).
+  const struct Row { const char* d; bool current; int uid, auth; const char *user, *named; int mask, want; } rows[] = {
       {"no request", false, 1026, 1, "alice", "alice", 31, -1},
       {"user", true, 1026, 1, "alice", nullptr, 31, 1},
       {"administrator", true, 1024, 2, "admin", nullptr, 31, 2},
@@ -202,11 +195,11 @@ TEST(CheckAuthorized, Answers) {
   plyth_test::ApplianceRoot root;
   root.WriteFile("/usr/zant/etc/users", kUsers);
   for (const Row& row : rows) {
-    row.envUser != nullptr ? setenv("USERNAME", row.envUser, 1) : unsetenv("USERNAME");
+    row.named != nullptr ? setenv("USERNAME", row.named, 1) : unsetenv("USERNAME");
     APIRequest request;
     request.SetLogin(row.user, row.uid, row.auth);
     ZANT::CurrentRequestScope scope(row.current ? &request : nullptr);
-    EXPECT_EQ(row.expected, WebMan(true).CheckAuthorized(row.mask, CGI_POSITION_WEBAPI, false)) << row.d;
+    EXPECT_EQ(row.want, WebMan(true).CheckAuthorized(row.mask, CGI_POSITION_WEBAPI, false)) << row.d;
   }
   unsetenv("USERNAME");
 }
