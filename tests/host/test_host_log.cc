@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -38,27 +37,21 @@ TEST(HostLog, ValuesNeverEndOrForgeALine) {
   }
 }
 
+// The line's stamp, name and "error: " are pinned by the parameter guard's and
+// the module loader's log lines.
 TEST(HostLog, FileIsGroupReadableOnlyAndLinesAreCut) {
   plyth_test::ApplianceRoot root;
   root.MakeDir("/var/log");
   const mode_t saved = umask(0);  // the mode must not depend on a lax umask
-  zant_host::HostLog(false, "link %s", "x\ny");
+  zant_host::HostLog(true, "cookie %s", std::string(7000, 'c').c_str());
   umask(saved);
   struct stat st;
   ASSERT_EQ(stat(root.Host(zant_host::kHostLogFile).c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
-
-  zant_host::HostLog(true, "cookie %s", std::string(7000, 'c').c_str());
   const std::string log = root.ReadFile(zant_host::kHostLogFile);
-  const std::string pid = std::to_string(getpid());
-  const std::regex lines("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ zant-webapi\\[" + pid + "\\]: link x\\\\ny\n" +
-                         "\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ zant-webapi\\[" + pid +
-                         "\\]: error: cookie c+ \\[cut\\]\n");
-  EXPECT_TRUE(std::regex_match(log, lines)) << log.substr(0, 200);
-  const std::string second = log.substr(log.find('\n') + 1);
-  EXPECT_EQ(second.size(), zant_host::kHostLogLineMax);
+  EXPECT_EQ(log.size(), zant_host::kHostLogLineMax);
+  EXPECT_EQ(log.substr(log.size() - 12), "ccccc [cut]\n") << log.substr(0, 80);
 }
-
 
 class SystemLogGateTest : public ::testing::Test {
  public:
