@@ -48,7 +48,7 @@ void Sleep(Request* request, Response* response) {
     fclose(mark);
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-  Json::Value data(Json::objectValue);
+  Json::Value data;
   data["slept"] = ms;
   response->SetSuccess(data);
 }
