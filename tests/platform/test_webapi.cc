@@ -1,15 +1,28 @@
 // The framework's request and response objects, the CGI answer bytes, the
-// in-process runner, the encoders and the sign-in state WebMan reports.
+// in-process runner, the encoders and the sign-in state WebMan reports; the
+// user database they read (base-library lookups, password hashes, the
+// changes made by the administration tools); page templates, URL splitting
+// and modification times of web resources.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utime.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <map>
+#include <regex>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "harness.h"
+#include "zant/userdb.h"
+#include "zant/vlibc.h"
 #include "zant/webapi.h"
 #include "zant/webman.h"
+#include "zant/webutils.h"
 
 namespace {
 
@@ -19,242 +32,407 @@ using ZANT::APIRequest;
 using ZANT::APIResponse;
 using ZANT::APIRunner;
 using Vars = std::map<std::string, std::string>;
+using ZANT::UserDB::Status;
+using ZANT::UserDB::User;
+namespace db = ZANT::UserDB;
 
+const char kUsersFile[] = "/usr/zant/etc/users";
+// "secret" with 100000 iterations and salt 00112233...eeff.
+const std::string kSecretHash =
+    "pbkdf2-sha256$100000$00112233445566778899aabbccddeeff$"
+    "f92d0c0b7758f48a976587412c2bf21b7f1dae21875133fda2983fa4cbf1ea9d";
 
-const char kUsers[] =
-    "alice:1026:100:Alice:/home/alice::\n"
-    "admin:1024:101:Admin:/home/admin:admin:\n"
-    "bob:1027:100:Bob:/home/bob:disabled:\n";
+const std::string kDatabase =
+    "# name:uid:gid:full name:home:flags:password\n"
+    "admin:1024:101:System Admin:/homes/admin:admin:" + kSecretHash + "\n\n"
+    "alice:1026:100:Alice Liddell:/homes/alice::\n"
+    "bob:1027:100:Bob:/home/bob:disabled,admin:" + kSecretHash + "\n"
+    "carol:1028:100::/home/carol:future:\n"
+    "#dave:1029:100:Dave:/home/dave::\n"
+    "short:1030:100:Short:/home/short:\n"
+    "alice:1999:100:Second Alice:/x::\n";
 
-// Expected: "scheme host port path", each part's default being "-" (port -1).
-struct URLCase { const char* d; Vars vars; std::string expected; };
-class URLParts : public ::testing::TestWithParam<URLCase> {};
-
-TEST_P(URLParts, FromServerVariables) {
-  APIRequest r;
-  for (const auto& var : GetParam().vars) r.SetServerVar(var.first, var.second);
-  EXPECT_EQ(GetParam().expected, r.GetURLProto("-") + " " + r.GetURLHost("-") + " " +
-                                     std::to_string(r.GetURLPort(-1)) + " " + r.GetURLPath("-"))
-      << GetParam().d;
+TEST(URLParts, FromServerVariables) {
+  // expected: "scheme host port path", each part's default being "-" (port -1).
+  const struct Row { const char* d; Vars vars; std::string expected; } rows[] = {
+      {"nothing set", {}, "- - -1 -"},
+      {"host:port, HTTPS on, query cut",
+       {{"HTTP_HOST", "nas:5001"}, {"HTTPS", "on"}, {"REQUEST_URI", "/d/s/a%2Fb?x=1"}},
+       "https nas 5001 /d/s/a%2Fb"},
+      {"host alone, SERVER_PORT, HTTPS off",
+       {{"HTTP_HOST", "nas"}, {"SERVER_PORT", "80"}, {"HTTPS", "off"}, {"REQUEST_SCHEME", "http"}},
+       "http nas 80 -"},
+      {"scheme variable alone", {{"REQUEST_SCHEME", "https"}}, "https - -1 -"},
+      {"bracketed IPv6 with port", {{"HTTP_HOST", "[fe80::1]:8443"}}, "- [fe80::1] 8443 -"},
+      {"bracketed IPv6 alone", {{"HTTP_HOST", "[::1]"}, {"SERVER_PORT", "5000"}}, "- [::1] 5000 -"},
+      {"SERVER_NAME fallback", {{"SERVER_NAME", "be"}, {"SERVER_PORT", "8080"}}, "- be 8080 -"},
+      {"bad port ignored", {{"HTTP_HOST", "nas:70000"}, {"SERVER_PORT", "x"}}, "- nas -1 -"},
+      {"query alone", {{"REQUEST_URI", "?a=1"}}, "- - -1 -"},
+  };
+  for (const Row& row : rows) {
+    APIRequest r;
+    for (const auto& var : row.vars) r.SetServerVar(var.first, var.second);
+    EXPECT_EQ(row.expected, r.GetURLProto("-") + " " + r.GetURLHost("-") + " " + std::to_string(r.GetURLPort(-1)) +
+                                " " + r.GetURLPath("-")) << row.d;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, URLParts, ::testing::ValuesIn(std::vector<URLCase>{
-  {"nothing set", {}, "- - -1 -"},
-  {"host:port, HTTPS on, query cut",
-   {{"HTTP_HOST", "nas:5001"}, {"HTTPS", "on"}, {"REQUEST_URI", "/d/s/a%2Fb?x=1"}},
-   "https nas 5001 /d/s/a%2Fb"},
-  {"host alone, SERVER_PORT, HTTPS off",
-   {{"HTTP_HOST", "nas"}, {"SERVER_PORT", "80"}, {"HTTPS", "off"}, {"REQUEST_SCHEME", "http"}},
-   "http nas 80 -"},
-  {"scheme variable alone", {{"REQUEST_SCHEME", "https"}}, "https - -1 -"},
-  {"bracketed IPv6 with port", {{"HTTP_HOST", "[fe80::1]:8443"}}, "- [fe80::1] 8443 -"},
-  {"bracketed IPv6 alone", {{"HTTP_HOST", "[::1]"}, {"SERVER_PORT", "5000"}}, "- [::1] 5000 -"},
-  {"SERVER_NAME fallback", {{"SERVER_NAME", "be"}, {"SERVER_PORT", "8080"}}, "- be 8080 -"},
-  {"bad port ignored", {{"HTTP_HOST", "nas:70000"}, {"SERVER_PORT", "x"}}, "- nas -1 -"},
-  {"query alone", {{"REQUEST_URI", "?a=1"}}, "- - -1 -"},
-}));
-
-TEST(InitEnv, OverridesThenEmptyObjectRestores) {
-  APIRequest request;
-  request.SetServerVar("HTTP_HOST", "nas");
-  request.SetServerVar("SERVER_PORT", "5000");
-  request.InitEnv(Parse(R"({"HTTP_HOST":"other:7000","EXTRA":"x","NUM":12})"));
-  EXPECT_EQ("other:7000", request.GetEnv("HTTP_HOST", Json::Value()).asString());
-  EXPECT_EQ(7000, request.GetURLPort(0));
-  EXPECT_TRUE(request.HasEnv("EXTRA"));
-  EXPECT_FALSE(request.HasEnv("NUM")) << "only strings replace variables";
-  request.InitEnv(Parse(R"({"HTTP_HOST":"third"})"));
-  EXPECT_FALSE(request.HasEnv("EXTRA")) << "each call starts from the server's variables";
-  request.InitEnv(Json::Value(Json::objectValue));
-  EXPECT_EQ("nas", request.GetURLHost(""));
-  EXPECT_EQ(5000, request.GetURLPort(0));
-  EXPECT_TRUE(request.GetEnv("MISSING", Json::Value()).isNull());
+TEST(Cookies, ParsesHeader) {
+  const struct Row { const char* d; std::string header; Vars expected; } rows[] = {
+      {"blanks, trailing ;, = in value", "  a = 1 ;\tb=x=y;", {{"a", "1"}, {"b", "x=y"}}},
+      {"malformed pairs skipped", "novalue; =x; bad name=1; a=", {{"a", ""}}},
+      {"first of a name wins", "a=1; a=2", {{"a", "1"}}},
+      {"binary value kept, control-byte name skipped", "t=\xff\x01z\x80; \x01n=v", {{"t", "\xff\x01z\x80"}}},
+  };
+  for (const Row& row : rows) {
+    APIRequest request;
+    request.SetCookieHeader(row.header);
+    EXPECT_EQ(row.expected, request.GetCookies()) << row.d;
+  }
 }
 
-struct CookieCase { const char* d; std::string header; Vars expected; };
-class Cookies : public ::testing::TestWithParam<CookieCase> {};
-
-TEST_P(Cookies, ParsesHeader) {
-  APIRequest request;
-  request.SetCookieHeader(GetParam().header);
-  EXPECT_EQ(GetParam().expected, request.GetCookies()) << GetParam().d;
+// Only optional texts without a validator are asked for.
+TEST(CheckString, ReportsState) {
+  const struct Row { const char* params; std::string expected; } rows[] = {
+      {"{}", "unset valid "},
+      {R"({"p":"abc"})", "set valid abc"},
+      {R"({"p":12})", "set invalid "},
+  };
+  for (const Row& row : rows) {
+    APIRequest request;
+    request.SetParams(Parse(row.params));
+    ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", ZANT::kParamOptional, nullptr);
+    EXPECT_EQ(row.expected, std::string(p.IsSet() ? "set" : "unset") + (p.IsInvalid() ? " invalid " : " valid ") +
+                                p.Get()) << row.params;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, Cookies, ::testing::ValuesIn(std::vector<CookieCase>{
-  {"blanks, trailing ;, = in value", "  a = 1 ;\tb=x=y;", {{"a", "1"}, {"b", "x=y"}}},
-  {"malformed pairs skipped", "novalue; =x; bad name=1; a=", {{"a", ""}}},
-  {"first of a name wins", "a=1; a=2", {{"a", "1"}}},
-  {"binary value kept, control-byte name skipped", "t=\xff\x01z\x80; \x01n=v",
-   {{"t", "\xff\x01z\x80"}}},
-  {"empty header", "", {}},
-}));
-
-bool NoDigits(const std::string& s) { return s.find_first_of("0123456789") == std::string::npos; }
-
-struct CheckCase { const char* params; int necessity; bool (*validator)(const std::string&);
-                   std::string expected; };
-class CheckString : public ::testing::TestWithParam<CheckCase> {};
-
-TEST_P(CheckString, ReportsState) {
-  const CheckCase& c = GetParam();
-  APIRequest request;
-  request.SetParams(Parse(c.params));
-  ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", c.necessity, c.validator);
-  EXPECT_EQ(c.expected, std::string(p.IsSet() ? "set" : "unset") +
-                            (p.IsInvalid() ? " invalid " : " valid ") + p.Get()) << c.params;
+// Success with and without data and the output switched off are pinned by the
+// host's and the module's answers.
+TEST(Answer, ExactBytes) {
+  const std::string kJson = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
+  const struct Row { const char* d; void (*fill)(APIResponse&); std::string expected; } rows[] = {
+      {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
+       kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
+      {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
+         r.SetHeader("Set-Cookie", "a=1"); r.SetHeader("location", "/x?y"); r.SetSuccess(); },
+       "Status: 302 Found\r\nLocation: /x?y\r\n\r\n"},
+      {"error with Location, headers in order", [](APIResponse& r) { r.SetHeader("Location", "/x");
+         r.SetHeader("Content-Type", "text/plain"); r.SetHeader("X-A", "1"); r.SetError(105); },
+       kJson + "Location: /x\r\nX-A: 1\r\n\r\n" + R"({"error":{"code":105},"success":false})"},
+      {"raw result", [](APIResponse& r) { r.SetRawResult(Parse(R"({"success":false})")); },
+       kJson + "\r\n{\"success\":false}"},
+  };
+  for (const Row& row : rows) {
+    APIResponse response;
+    row.fill(response);
+    EXPECT_EQ(row.expected, ZANT::FormatFrameworkAnswer(response)) << row.d;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, CheckString, ::testing::ValuesIn(std::vector<CheckCase>{
-  {"{}", ZANT::kParamRequired, nullptr, "unset invalid "},
-  {"{}", ZANT::kParamOptional, nullptr, "unset valid "},
-  {R"({"p":"abc"})", ZANT::kParamRequired, nullptr, "set valid abc"},
-  {R"({"p":12})", ZANT::kParamOptional, nullptr, "set invalid "},
-  {R"({"p":"ab"})", ZANT::kParamRequired, NoDigits, "set valid ab"},
-  {R"({"p":"a1"})", ZANT::kParamRequired, NoDigits, "set invalid a1"},
-}));
-
-const std::string kJson = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
-
-struct AnswerCase { const char* d; void (*fill)(APIResponse&); std::string expected; };
-class Answer : public ::testing::TestWithParam<AnswerCase> {};
-
-TEST_P(Answer, ExactBytes) {
-  APIResponse response;
-  GetParam().fill(response);
-  EXPECT_EQ(GetParam().expected, ZANT::FormatFrameworkAnswer(response)) << GetParam().d;
-}
-
-INSTANTIATE_TEST_SUITE_P(Rows, Answer, ::testing::ValuesIn(std::vector<AnswerCase>{
-  {"success, UTF-8", [](APIResponse& r) { r.SetSuccess(Parse("{\"b\":[1],\"a\":\"\xc3\xa9\"}")); },
-   kJson + "\r\n{\"data\":{\"a\":\"\xc3\xa9\",\"b\":[1]},\"success\":true}"},
-  {"no data", [](APIResponse& r) { r.SetSuccess(); }, kJson + "\r\n{\"success\":true}"},
-  {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
-   kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
-  {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
-     r.SetHeader("Set-Cookie", "a=1"); r.SetHeader("location", "/x?y"); r.SetSuccess(); },
-   "Status: 302 Found\r\nLocation: /x?y\r\n\r\n"},
-  {"error with Location, headers in order", [](APIResponse& r) { r.SetHeader("Location", "/x");
-     r.SetHeader("Content-Type", "text/plain"); r.SetHeader("X-A", "1"); r.SetError(105); },
-   kJson + "Location: /x\r\nX-A: 1\r\n\r\n" + R"({"error":{"code":105},"success":false})"},
-  {"raw result", [](APIResponse& r) { r.SetRawResult(Parse(R"({"success":false})")); },
-   kJson + "\r\n{\"success\":false}"},
-  {"output off", [](APIResponse& r) { r.SetSuccess(); r.SetEnableOutput(false); }, ""},
-}));
 
 struct Seen { Json::Value params; std::string user, lang; int uid, auth; bool wasCurrent; } gSeen;
 
 void Recording(APIRequest* request, APIResponse* response) {
-  gSeen = {request->GetParams(), request->GetLoginUserName(), request->GetUILanguage(),
-           request->GetLoginUID(), request->GetAuthResult(), ZANT::CurrentRequest() == request};
+  gSeen = {request->GetParams(),   request->GetLoginUserName(), request->GetUILanguage(),
+           request->GetLoginUID(), request->GetAuthResult(),    ZANT::CurrentRequest() == request};
   response->SetSuccess(Json::Value(request->GetMethod()));
 }
 
-template <typename Case>
-class Runner : public ::testing::TestWithParam<Case> {
+class UserDatabase : public ::testing::Test {
+ protected:
+  void SetUp() override { root_.WriteFile(kUsersFile, kDatabase); }
+  plyth_test::ApplianceRoot root_;
+};
+
+class Runner : public UserDatabase {
  protected:
   void SetUp() override {
-    gSeen = Seen();
-    APIRunner::Clear();
+    UserDatabase::SetUp();
     APIRunner::Register("T.API", 1, "get", Recording, [](APIRequest*) { return 1; });
     APIRunner::Register("T.API", 2, "get", Recording);
     APIRunner::Register("T.API", 1, "deny", Recording, [](APIRequest*) { return 0; });
     APIRunner::Register("T.API", 1, "fail", [](APIRequest*, APIResponse* r) { r->SetError(1002); });
-    root_.WriteFile("/usr/zant/etc/users", kUsers);
   }
   void TearDown() override { APIRunner::Clear(); }
-  plyth_test::ApplianceRoot root_;
 };
 
-struct ExecCase { const char* api; int version; const char* method; bool ran; const char* result; };
-using RunnerExec = Runner<ExecCase>;
-
-TEST_P(RunnerExec, Answers) {
-  const ExecCase& c = GetParam();
-  Json::Value result;
-  EXPECT_EQ(c.ran, APIRunner::Exec(result, c.api, c.version, c.method, Json::Value(), ""));
-  EXPECT_EQ(Parse(c.result), result);
+TEST_F(Runner, Answers) {
+  const struct Row { const char* api; int version; const char* method; bool ran; const char* result; } rows[] = {
+      {"T.API", 1, "get", true, R"({"success":true,"data":"get"})"},
+      {"T.API", 1, "fail", true, R"({"success":false,"error":{"code":1002}})"},
+      {"T.Other", 1, "get", false, R"({"success":false,"error":{"code":102}})"},
+      {"T.API", 2, "deny", false, R"({"success":false,"error":{"code":103}})"},
+      {"T.API", 3, "nope", false, R"({"success":false,"error":{"code":104}})"},
+      {"T.API", 1, "deny", false, R"({"success":false,"error":{"code":105}})"},
+  };
+  for (const Row& row : rows) {
+    Json::Value result;
+    EXPECT_EQ(row.ran, APIRunner::Exec(result, row.api, row.version, row.method, Json::Value(), ""));
+    EXPECT_EQ(Parse(row.result), result) << row.method;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, RunnerExec, ::testing::ValuesIn(std::vector<ExecCase>{
-  {"T.API", 1, "get", true, R"({"success":true,"data":"get"})"},
-  {"T.API", 1, "fail", true, R"({"success":false,"error":{"code":1002}})"},
-  {"T.Other", 1, "get", false, R"({"success":false,"error":{"code":102}})"},
-  {"T.API", 2, "deny", false, R"({"success":false,"error":{"code":103}})"},
-  {"T.API", 3, "nope", false, R"({"success":false,"error":{"code":104}})"},
-  {"T.API", 1, "deny", false, R"({"success":false,"error":{"code":105}})"},
-}));
-
-struct UserCase { const char* user; std::string login; int uid, auth; };
-using RunnerUser = Runner<UserCase>;
-
-TEST_P(RunnerUser, NestedRequestMapsUserAndInheritsLanguage) {
-  const UserCase& c = GetParam();
+TEST_F(Runner, NestedRequestMapsUserAndInheritsLanguage) {
+  const struct Row { const char* user; std::string login; int uid, auth; } rows[] = {
+      {nullptr, "", -1, ZANT::kAuthNone},
+      {"anonymous", "anonymous", -1, ZANT::kAuthNone},
+      {"alice", "alice", 1026, ZANT::kAuthUser},
+      {"admin", "admin", 1024, ZANT::kAuthAdmin},
+      {"ghost", "ghost", -1, ZANT::kAuthUser},
+  };
   APIRequest outer;
   outer.SetUILanguage("ger");
   ZANT::CurrentRequestScope scope(&outer);
-  Json::Value result;
-  ASSERT_TRUE(APIRunner::Exec(result, "T.API", 2, "get", Parse(R"({"path":"link:A"})"), c.user));
-  EXPECT_EQ(c.login, gSeen.user);
-  EXPECT_EQ(c.uid, gSeen.uid);
-  EXPECT_EQ(c.auth, gSeen.auth);
-  EXPECT_EQ(Parse(R"({"path":"link:A"})"), gSeen.params);
-  EXPECT_TRUE(gSeen.wasCurrent);
-  EXPECT_EQ("ger", gSeen.lang);
-  EXPECT_EQ(&outer, ZANT::CurrentRequest());
+  for (const Row& row : rows) {
+    gSeen = Seen();
+    Json::Value result;
+    ASSERT_TRUE(APIRunner::Exec(result, "T.API", 2, "get", Parse(R"({"path":"link:A"})"), row.user));
+    EXPECT_EQ(row.login + " " + std::to_string(row.uid) + " " + std::to_string(row.auth),
+              gSeen.user + " " + std::to_string(gSeen.uid) + " " + std::to_string(gSeen.auth));
+    EXPECT_EQ(Parse(R"({"path":"link:A"})"), gSeen.params);
+    EXPECT_TRUE(gSeen.wasCurrent);
+    EXPECT_EQ("ger", gSeen.lang);
+    EXPECT_EQ(&outer, ZANT::CurrentRequest());
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, RunnerUser, ::testing::ValuesIn(std::vector<UserCase>{
-  {nullptr, "", -1, ZANT::kAuthNone},
-  {"anonymous", "anonymous", -1, ZANT::kAuthNone},
-  {"alice", "alice", 1026, ZANT::kAuthUser},
-  {"admin", "admin", 1024, ZANT::kAuthAdmin},
-  {"ghost", "ghost", -1, ZANT::kAuthUser},
-}));
 
 std::string Html(const std::string& s) { return ZANT::WebAPIUtil::EncodeHtml(s, false); }
-std::string HtmlNl(const std::string& s) { return ZANT::WebAPIUtil::EncodeHtml(s, true); }
 
-struct CodecCase { std::string (*fn)(const std::string&); std::string input, expected; };
-class Codec : public ::testing::TestWithParam<CodecCase> {};
-
-TEST_P(Codec, Converts) { EXPECT_EQ(GetParam().expected, GetParam().fn(GetParam().input)); }
-
-INSTANTIATE_TEST_SUITE_P(Rows, Codec, ::testing::ValuesIn(std::vector<CodecCase>{
-  {ZANT::WebAPIUtil::URLEncode, "AZaz09-_.~", "AZaz09-_.~"},
-  {ZANT::WebAPIUtil::URLEncode, "a=1 /?&+%\"", "a%3D1%20%2F%3F%26%2B%25%22"},
-  {ZANT::WebAPIUtil::URLEncode, std::string("\xc3\xa9\x00\xff", 4), "%C3%A9%00%FF"},
-  {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"},
-  {HtmlNl, "a\nb\xc3\xa9", "a&#10;b\xc3\xa9"},
-}));
-
-struct AuthCase { const char* d; bool current; int uid, auth; const char *user, *envUser;
-                  int mask, expected; };
-class CheckAuthorized : public ::testing::TestWithParam<AuthCase> {
- protected:
-  void TearDown() override { unsetenv("USERNAME"); }
-  plyth_test::ApplianceRoot root_;
-};
-
-TEST_P(CheckAuthorized, Answers) {
-  const AuthCase& c = GetParam();
-  root_.WriteFile("/usr/zant/etc/users", kUsers);
-  if (c.envUser != nullptr) setenv("USERNAME", c.envUser, 1);  // null: unset
-  APIRequest request;
-  request.SetLogin(c.user, c.uid, c.auth);
-  ZANT::CurrentRequestScope scope(c.current ? &request : nullptr);
-  EXPECT_EQ(c.expected, WebMan(true).CheckAuthorized(c.mask, CGI_POSITION_WEBAPI, false)) << c.d;
+TEST(Codec, Converts) {
+  const struct Row { std::string (*fn)(const std::string&); std::string input, expected; } rows[] = {
+      {ZANT::WebAPIUtil::URLEncode, "AZaz09-_.~", "AZaz09-_.~"},
+      {ZANT::WebAPIUtil::URLEncode, std::string("a=1 /?&+%\"\xc3\xa9\x00\xff", 14),
+       "a%3D1%20%2F%3F%26%2B%25%22%C3%A9%00%FF"},
+      {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"},
+  };
+  for (const Row& row : rows) EXPECT_EQ(row.expected, row.fn(row.input));
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, CheckAuthorized, ::testing::ValuesIn(std::vector<AuthCase>{
-  {"no request", false, 1026, 1, "alice", "alice", 31, -1},
-  {"user", true, 1026, 1, "alice", nullptr, 31, 1},
-  {"administrator", true, 1024, 2, "admin", nullptr, 31, 2},
-  {"uid alone counts", true, 1026, -1, "", nullptr, 31, 1},
-  {"admin-only privilege, user", true, 1026, 1, "alice", nullptr, 0x100, -3},
-  {"web server names enabled user", true, -1, -7, "", "alice", 31, -7},
-  {"web server names disabled user", true, -1, -7, "", "bob", 31, -2},
-  {"web server names unknown user", true, -1, -7, "", "ghost", 31, -2},
-  {"auth -7 without USERNAME", true, -1, -7, "", nullptr, 31, -1},
-}));
+TEST_F(UserDatabase, CheckAuthorizedAnswers) {
+  // named: USERNAME, whom the web server names (null: unset).
+  const struct Row { const char* d; bool current; int uid, auth; const char *user, *named; int mask, want; } rows[] = {
+      {"no request", false, 1026, 1, "alice", "alice", 31, -1},
+      {"user", true, 1026, 1, "alice", nullptr, 31, 1},
+      {"administrator", true, 1024, 2, "admin", nullptr, 31, 2},
+      {"uid alone counts", true, 1026, -1, "", nullptr, 31, 1},
+      {"admin-only privilege, user", true, 1026, 1, "alice", nullptr, 0x100, -3},
+      {"web server names enabled user", true, -1, -7, "", "alice", 31, -7},
+      {"web server names disabled user", true, -1, -7, "", "bob", 31, -2},
+      {"web server names unknown user", true, -1, -7, "", "ghost", 31, -2},
+      {"auth -7 without USERNAME", true, -1, -7, "", nullptr, 31, -1},
+  };
+  for (const Row& row : rows) {
+    row.named != nullptr ? setenv("USERNAME", row.named, 1) : unsetenv("USERNAME");
+    APIRequest request;
+    request.SetLogin(row.user, row.uid, row.auth);
+    ZANT::CurrentRequestScope scope(row.current ? &request : nullptr);
+    EXPECT_EQ(row.want, WebMan(true).CheckAuthorized(row.mask, CGI_POSITION_WEBAPI, false)) << row.d;
+  }
+  unsetenv("USERNAME");
+}
+
+
+User NewUser(const std::string& name, uid_t uid = 0, const std::string& fullName = "") {
+  return User{name, uid, 100, fullName, "/h", false, false, ""};
+}
+
+TEST_F(UserDatabase, LookupFindsRecordOrSetsError) {
+  // expected: "0 name:uid:full name:home:<admin><disabled>", or "-1, error <code>".
+  const std::string noSuchUser = "-1, error " + std::to_string(VLIBC_ERR_NO_SUCH_USER);
+  const struct Row { const char* name; std::string expected; } rows[] = {
+      {"admin", "0 admin:1024:System Admin:/homes/admin:10"},
+      {"alice", "0 alice:1026:Alice Liddell:/homes/alice:00"},  // the first line of a name
+      {"bob", "0 bob:1027:Bob:/home/bob:11"},
+      {"carol", "0 carol:1028::/home/carol:00"},  // unknown flags ignored
+      {"mallory", noSuchUser},
+      {"short", noSuchUser},  // too few fields
+  };
+  for (const Row& row : rows) {
+    VLIBCErrSet(VLIBC_ERR_NONE, "", 0);
+    PZANTUSER u = nullptr;
+    std::string got = std::to_string(ZANTUserGet(row.name, &u));
+    if (u == nullptr) {
+      got += ", error " + std::to_string(VLIBCErrGet());
+    } else {
+      got += std::string(" ") + u->szName + ":" + std::to_string(u->uid) + ":" + u->szFullName + ":" + u->szHome +
+             ":" + std::to_string(u->isAdmin) + std::to_string(u->isDisabled);
+    }
+    EXPECT_EQ(row.expected, got);
+    ZANTUserFree(u);
+  }
+}
+
+TEST_F(UserDatabase, UnreadableFileIsFileOpen) {
+  PZANTUSER user = nullptr;
+  root_.Remove(kUsersFile);
+  root_.MakeDir(kUsersFile);
+  EXPECT_EQ(-1, ZANTUserGet("alice", &user));
+  EXPECT_EQ(VLIBC_ERR_FILE_OPEN, VLIBCErrGet());
+  EXPECT_STREQ("users.cc", VLIBCErrorGetFile());
+  User added = NewUser("x");
+  EXPECT_EQ(Status::kFileOpen, db::AddUser(&added, ""));
+}
+
+TEST_F(UserDatabase, AddPicksNextUidOrRefuses) {
+  User user = NewUser("erin", 0, "Erin");
+  ASSERT_EQ(Status::kOk, db::AddUser(&user, ""));
+  EXPECT_EQ(2000u, user.uid);  // one past the highest uid
+  const std::string added = kDatabase + "erin:2000:100:Erin:/h::\n";
+  EXPECT_EQ(added, root_.ReadFile(kUsersFile));
+  User taken = NewUser("bob"), uid = NewUser("frank", 1027), bad = NewUser("x", 0, "F\nN");
+  EXPECT_EQ(Status::kUserExists, db::AddUser(&taken, "pw"));
+  EXPECT_EQ(Status::kUidInUse, db::AddUser(&uid, ""));
+  EXPECT_EQ(Status::kBadParameter, db::AddUser(&bad, ""));
+  EXPECT_EQ(added, root_.ReadFile(kUsersFile));
+}
+
+TEST_F(UserDatabase, RemoveDeletesFirstLineOfName) {
+  ASSERT_EQ(Status::kOk, db::RemoveUser("alice"));
+  EXPECT_EQ(Status::kNoSuchUser, db::RemoveUser("dave"));
+  std::string expected = kDatabase;
+  expected.erase(expected.find("alice:1026"), expected.find("bob:") - expected.find("alice:1026"));
+  EXPECT_EQ(expected, root_.ReadFile(kUsersFile));
+}
+
+TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
+  // PBKDF2-HMAC-SHA256("passwd", "salt", 1 iteration).
+  const std::string known = "pbkdf2-sha256$1$73616c74$55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc";
+  EXPECT_TRUE(db::CheckPassword("passwd", known));
+  std::string fresh = db::HashPassword("pa:ss$word");
+  const std::regex shape("pbkdf2-sha256\\$100000\\$[0-9a-f]{32}\\$[0-9a-f]{64}");
+  EXPECT_TRUE(std::regex_match(fresh, shape)) << fresh;
+  EXPECT_NE(fresh, db::HashPassword("pa:ss$word"));
+  const std::string h = "$55ac046e56e3089fec1691c22544b605";  // a prefix of the right hash
+  EXPECT_TRUE(db::CheckPassword("passwd", "pbkdf2-sha256$1$73616c74" + h));
+  for (std::string bad : {"pbkdf2-sha1$1$73616c74" + h, "pbkdf2-sha256$0$73616c74" + h,
+                          "pbkdf2-sha256$1$7361zc74" + h, "pbkdf2-sha256$1$73616c7" + h,
+                          std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"}) {
+    EXPECT_FALSE(db::CheckPassword("passwd", bad)) << bad;
+  }
+}
+
+TEST_F(UserDatabase, SignInAuthenticates) {
+  const struct Row { const char* name; const char* password; Status expected; } rows[] = {
+      {"admin", "secret", Status::kOk},
+      {"admin", "Secret", Status::kWrongPassword},
+      {"alice", "", Status::kWrongPassword},  // no password set
+      {"bob", "secret", Status::kDisabled},
+      {"bob", "x", Status::kWrongPassword},
+      {"mallory", "secret", Status::kNoSuchUser},
+  };
+  for (const Row& row : rows) {
+    User user;
+    EXPECT_EQ(row.expected, db::Authenticate(row.name, row.password, &user)) << row.name << " " << row.password;
+    EXPECT_EQ(row.expected == Status::kOk ? 1024u : 0u, user.uid);
+  }
+  ASSERT_EQ(Status::kOk, db::SetPassword("alice", "n3w"));
+  User user;
+  EXPECT_EQ(Status::kOk, db::Authenticate("alice", "n3w", &user));
+  ASSERT_EQ(Status::kOk, db::SetPassword("alice", ""));
+  EXPECT_EQ(Status::kWrongPassword, db::Authenticate("alice", "n3w", &user));
+}
+
+TEST(UserDatabaseConcurrency, ForkedWritersLoseNothing) {
+  plyth_test::ApplianceRoot root;
+  const int kWriters = 4, kEach = 8;
+  for (int w = 0; w < kWriters; ++w) {
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      int failures = 0;
+      for (int i = 0; i < kEach; ++i) {
+        User user = NewUser("w" + std::to_string(w) + "u" + std::to_string(i));
+        failures += db::AddUser(&user, "") != Status::kOk;
+      }
+      _exit(failures);
+    }
+  }
+  for (int w = 0; w < kWriters; ++w) {
+    int status = 0;
+    ASSERT_GT(wait(&status), 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  std::vector<User> users;
+  ASSERT_EQ(Status::kOk, db::ListUsers(&users));
+  std::set<uid_t> uids;
+  for (const User& u : users) uids.insert(u.uid);
+  EXPECT_EQ(static_cast<size_t>(kWriters * kEach), users.size());
+  EXPECT_EQ(users.size(), uids.size());
+  EXPECT_EQ(1026u + kWriters * kEach - 1, *uids.rbegin());  // first automatic uid 1026
+  struct stat status;
+  ASSERT_EQ(0, stat(root.Host(kUsersFile).c_str(), &status));
+  EXPECT_EQ(0600u, status.st_mode & 07777);
+}
+
+TEST(Template, Fills) {
+  Json::Value values;
+  values["TITLE"] = "A <b> & \"c\"";
+  values["EMPTY"] = "";
+  values["NUM"] = 5;
+  values["NUL"] = std::string("a\0b", 3);
+  values["LOOP"] = "{{TITLE}}";
+  const struct Row { const char* d; std::string text, expected; } rows[] = {
+      {"inserted as it stands, repeated", "<t>{{TITLE}}{{EMPTY}}{{TITLE}}</t>", "<t>A <b> & \"c\"A <b> & \"c\"</t>"},
+      {"missing key, other case, number", "[{{MISSING}}{{title}}{{NUM}}]", "[]"},
+      {"NUL bytes kept", "[{{NUL}}]", std::string("[a\0b]", 5)},
+      {"inserted text not filled again", "{{LOOP}}", "{{TITLE}}"},
+      {"malformed braces kept", "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}",
+       "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}"},
+      {"extra braces around a placeholder", "{{{EMPTY}}}", "{}"},
+      {"dangling {{ at the end", "x{{EMPTY}}{{", "x{{"},
+  };
+  for (const Row& row : rows) {
+    WebUtils::Template tpl;
+    tpl.SetText(row.text);
+    EXPECT_EQ(row.expected, tpl.ApplyValues(values)) << row.d;
+  }
+}
+
+TEST(ParseUrl, Splits) {
+  // A refused URL leaves the outputs alone ("-"). strchr() matches the NUL that
+  // ends its set: a NUL byte in a host name or an IPv6 zone must still refuse the URL.
+  const struct Row { std::string url; bool ok; const char *protocol = "-", *host = "-", *port = "-"; } rows[] = {
+      {"http://nas.example.com", true, "http", "nas.example.com", "80"},
+      {"HTTPS://NAS/", true, "HTTPS", "NAS", "443"},
+      {"ftp://nas/x", true, "ftp", "nas", ""},
+      {"http://nas:0080/d/s/abc", true, "http", "nas", "80"},
+      {"https://nas:5001?x=1", true, "https", "nas", "5001"},
+      {"https://nas/path?q=http://other:99/", true, "https", "nas", "443"},
+      {"https://evil.com@user:pw@nas:7/", true, "https", "nas", "7"},
+      {"https://[fe80::1%25eth0]:5001/", true, "https", "[fe80::1%25eth0]", "5001"},
+      {"nas:5000/x", false},
+      {"http://:80", false},
+      {"http://nas:+80", false},
+      {"http://nas:65536", false},
+      {"http://[::1]x", false},
+      {"http://nas\r\nX-Evil: 1", false},
+      {"http://evil.com\\@nas/", false},
+      {std::string("http://nas\0evil/", 16), false},
+      {std::string("https://[fe80::1%25e\0th0]:443/", 30), false},
+  };
+  for (const Row& row : rows) {
+    std::string protocol = "-", host = "-", port = "-";
+    ASSERT_EQ(row.ok, WebUtils::ParseURL(row.url, protocol, host, port)) << row.url;
+    EXPECT_EQ(row.protocol + std::string(" ") + row.host + " " + row.port, protocol + " " + host + " " + port)
+        << row.url;
+  }
+}
+
+TEST(ModifyTime, AbsoluteUnderRootOrNow) {
+  plyth_test::ApplianceRoot root;
+  for (const char* path : {"/var/packages/X/b.css", "/webman/c.js"}) {
+    root.WriteFile(path, "x");
+    struct utimbuf times = {1400000001, 1400000001};
+    ASSERT_EQ(0, utime(root.Host(path).c_str(), &times));
+  }
+  EXPECT_EQ("1400000001", WebUtils::GetModifyTime("/var/packages/X/b.css"));
+  // A relative path is under the web root, not the root: none of these has a file, so the answer is now.
+  for (const char* path : {"webman/c.js", "webman/missing.js", static_cast<const char*>(nullptr)}) {
+    const long long before = time(nullptr);
+    const long long answer = std::stoll(WebUtils::GetModifyTime(path));
+    EXPECT_LE(before, answer) << (path ? path : "null");
+    EXPECT_GE(time(nullptr), answer) << (path ? path : "null");
+  }
+}
 
 }  // namespace
