@@ -56,7 +56,7 @@ TEST_F(GetJSTest, LinkThatIsNoTextGetsTheFrameworksError114) {
 }
 
 // The link service's results; the token cookie's value (null: no cookie line);
-// the user who fetched (null: no fetch) and the token sent.
+// the user who fetched (null: no fetch, so no record) and the token sent.
 const Json::Value kRead = Found({});
 struct Row {
   const char* description;
@@ -93,7 +93,7 @@ TEST_P(Script, TellsThePage) {
   EXPECT_EQ(Returned(body, "getPlythErrCode"), row.errCode);
   EXPECT_EQ(Returned(body, "getPlythLink"), "\"" + std::string(row.link) + "\"");
   EXPECT_EQ(Returned(body, "getPlythSharingLink"), "\"" + std::string(row.sharingLink) + "\"");
-  EXPECT_EQ(Returned(body, "getPlythFile"), row.hasFile ? Text(row.fetch["data"]) : "");
+  EXPECT_EQ(Returned(body, "getPlythFile"), row.hasFile && row.fetchUser ? Text(row.fetch["data"]) : "");
   Json::Value sent = Parse(R"({"path":"link:P1"})");
   if (row.fetchToken != nullptr) sent["sharing_token"] = row.fetchToken;
   EXPECT_EQ(files_.Calls().size(), row.fetchUser == nullptr ? 0u : 1u);
@@ -115,18 +115,14 @@ INSTANTIATE_TEST_SUITE_P(Rows, Script, ::testing::ValuesIn(std::vector<Row>{
     {.description = "removed: no link", .fetch = Found({.removed = true}), .link = "", .hasFile = false},
     {.description = "not previewable", .fetch = Found({.canPreview = false}), .hasFile = false},
     {.description = "unlocked", .sharingLink = "S1", .unlock = Unlocked(), .cookieLine = "NEW", .fetchToken = "NEW"},
-    {.description = "cookie", .sharingLink = "S1", .cookie = "OLD", .visitor = {SignIn::kAlice},
-     .unlock = Failed(1037), .fetchToken = "OLD"},
+    {.description = "cookie", .sharingLink = "S1", .cookie = "OLD", .visitor = {SignIn::kAlice}, .unlock = Failed(1037),
+     .fetchToken = "OLD"},
     {.description = "empty cookie", .sharingLink = "S1", .cookie = "", .unlock = Unlocked(), .cookieLine = "NEW",
      .fetchToken = "NEW"},
-    {.description = "stale cookie", .sharingLink = "S1", .cookie = "OLD", .fetch = Failed(1002), .errCode = "1002",
-     .hasFile = false, .fetchToken = "OLD"},
-    {.description = "1037", .sharingLink = "S1", .unlock = Failed(1037), .errCode = "1037", .hasFile = false,
+    {.description = "1037", .sharingLink = "S1", .unlock = Failed(1037), .errCode = "1037", .fetchUser = nullptr},
+    {.description = "1038", .sharingLink = "S1", .unlock = Failed(1038), .errCode = "1038", .fetchUser = nullptr},
+    {.description = "other failures: 1036", .sharingLink = "S1", .unlock = Failed(1002), .errCode = "1036",
      .fetchUser = nullptr},
-    {.description = "1038", .sharingLink = "S1", .unlock = Failed(1038), .errCode = "1038", .hasFile = false,
-     .fetchUser = nullptr},
-    {.description = "other unlock failures: 1036", .sharingLink = "S1", .unlock = Failed(1002), .errCode = "1036",
-     .hasFile = false, .fetchUser = nullptr},
     {.description = "no code: unlocked", .sharingLink = "S1", .unlock = FakeAPI::FailureWithoutError(),
      .cookieLine = ""}}));
 
