@@ -84,16 +84,12 @@ using O = OriginRow;
 
 INSTANTIATE_TEST_SUITE_P(Rows, ExternalOrigin, ::testing::Values(
     O{"empty scheme: success, nothing", "", kExtHost, true, 0, kPortal, 0, "", "", "000"},
-    O{"external host before dynamic DNS", "https", kExtHost, true, kRecords, kPortal, 0,
-      "https://ext.example:8443", "external", "000"},
+    O{"external host", "https", kExtHost, true, kRecords, kPortal, 0, "https://ext.example:8443", "external", "000"},
     O{"http: the desktop's port", "http", kHttp, false, 0, 0, 0, "http://h:80", "external", "000"},
-    O{"first enabled record with a name", "https", kPorts, true, kRecords, kPortal, 0,
-      "https://b.example:5101", "ddns", "100"},
+    O{"first named record", "https", kPorts, true, kRecords, kPortal, 0, "https://b.example:5101", "ddns", "100"},
     O{"supportddns absent: no query", "https", kPorts, false, kRecords, 0, 0, 0, "", "010"},
-    O{"record list failed", "https", kPorts, true, kFail, kPortal, 0, kRelayOrigin, "skyvane",
-      "111", 84, kFail},
-    O{"other scheme: only the relay", "ftp", kExtHost, true, 0, kPortal, 0, kRelayOrigin, "skyvane",
-      "011"},
+    O{"record list failed", "https", kPorts, true, kFail, kPortal, 0, kRelayOrigin, "skyvane", "111", 84, kFail},
+    O{"other scheme: only the relay", "ftp", kExtHost, true, 0, kPortal, 0, kRelayOrigin, "skyvane", "011"},
     O{"permission failed", "ftp", "", false, 0, kFail, 0, 0, "", "010", 31, kFail},
     O{"portal disabled", "ftp", "", false, 0, kPortalOff, 0, 0, "", "010"},
     O{"relay query failed", "ftp", "", false, 0, kPortal, kFail, 0, "", "011", 55, kFail},
@@ -164,17 +160,15 @@ const char kApp[] = "ZANT.QRT.Plyth.Application";
 using B = BaseRow;
 
 INSTANTIATE_TEST_SUITE_P(Rows, BaseURL, ::testing::Values(
-    B{"relayed", "n.quickrelay.test", 0, "", "/d", kExt, kPortal,
-      "https://mynas.eu.skyvane.example/", "skyvane"},
-    B{"relayed without relay origin: never the external one", "n.quickrelay.test", 0, "", "/d",
-      kExt, kNoPortal, "http://n.quickrelay.test/", "browser"},
+    B{"relayed", "n.quickrelay.test", 0, "", "/d", kExt, kPortal, "https://mynas.eu.skyvane.example/", "skyvane"},
+    B{"relayed: never the external one", "n.quickrelay.test", 0, "", "/d", kExt, kNoPortal, "http://n.quickrelay.test/",
+      "browser"},
     B{"HOST absent", "nas:5", 0, "", "/d", kExt, kNoPortal, "http://ext.example:8080/", "external"},
     B{"HOST dotted", "nas:5", "10.0.0.5", "", "/d", kExt, kPortal, "http://nas:5/", "browser"},
-    B{"application", "nas", "nas", kApp, "/p/oo/sharing/webapi/entry.cgi?x=1", kExt, kNoPortal,
+    B{"application", "nas", "nas", kApp, "/p/oo/sharing/webapi/e.cgi?x=1", kExt, kNoPortal,
       "http://ext.example:8080/p/", "external"},
-    B{"application: cuts in turn", "nas", "a.b", kApp, "/a/webapi/oo/r/webapi/e.cgi", "", kNoPortal,
-      "http://nas/a/", "browser"},
-    B{"other application", "nas", "a.b", "ZANT.QRT.Other", "/p/webapi/e.cgi", "", kNoPortal,
-      "http://nas/", "browser"}));
+    B{"application: cuts in turn", "nas", "a.b", kApp, "/a/webapi/oo/r/webapi/e.cgi", "", kNoPortal, "http://nas/a/",
+      "browser"},
+    B{"other application", "nas", "a.b", "ZANT.Other", "/p/webapi/e.cgi", "", kNoPortal, "http://nas/", "browser"}));
 
 }  // namespace

@@ -60,23 +60,19 @@ const char kTok[] = R"({"path":"link:AbC","sharing_token":"tok"})";
 const char kPw[] = R"({"password":"pw","sharing_link":"L1"})";
 const bool kFiles = false, kAuth = true;
 
+const Json::Value kT1 = FakeAPI::Success(Parse(R"({"sharing_token":"T1"})"));
+const char kFailed[] = R"({"error":{"code":1037},"success":false})", kNoError[] = R"({"success":false})";
+
 INSTANTIATE_TEST_SUITE_P(Rows, Call, ::testing::Values(
     Case{"data", kFiles, "tok", FakeAPI::Success(Parse(R"({"a":1})")), kTok, 0, R"({"a":1})", 0},
-    Case{"no token, no data", kFiles, "", FakeAPI::SuccessWithoutData(), R"({"path":"link:AbC"})",
-         0, R"("old")", 0},
-    Case{"failure", kFiles, "tok", FakeAPI::Failure(1002), kTok, 1002, R"("old")",
-         R"({"error":{"code":1002},"success":false})"},
+    Case{"no token, no data", kFiles, "", FakeAPI::SuccessWithoutData(), R"({"path":"link:AbC"})", 0, R"("old")", 0},
     // A failure without an error code answers 0.
-    Case{"failure without error", kFiles, "tok", FakeAPI::FailureWithoutError(), kTok, 0,
-         R"("old")", R"({"success":false})"},
-    Case{"token", kAuth, "", FakeAPI::Success(Parse(R"({"sharing_token":"T1"})")),
-         R"({"password":"","sharing_link":"L1"})", 0, "T1", 0},
+    Case{"failure without error", kFiles, "tok", FakeAPI::FailureWithoutError(), kTok, 0, R"("old")", kNoError},
+    Case{"token", kAuth, "", kT1, R"({"password":"","sharing_link":"L1"})", 0, "T1", 0},
     Case{"no token empties it", kAuth, "pw", FakeAPI::Success(Parse("{}")), kPw, 0, "", 0},
     Case{"no data keeps it", kAuth, "pw", FakeAPI::SuccessWithoutData(), kPw, 0, "old", 0},
-    Case{"auth failure", kAuth, "pw", FakeAPI::Failure(1037), kPw, 1037, "old",
-         R"({"error":{"code":1037},"success":false})"},
-    Case{"auth failure without error", kAuth, "pw", FakeAPI::FailureWithoutError(), kPw, 0, "old",
-         R"({"success":false})"}));
+    Case{"auth failure", kAuth, "pw", FakeAPI::Failure(1037), kPw, 1037, "old", kFailed},
+    Case{"auth failure without error", kAuth, "pw", FakeAPI::FailureWithoutError(), kPw, 0, "old", kNoError}));
 
 TEST_F(LinkClient, FileGetHoldsRootDuringTheCallOnly) {
   FakeIdentity user(1000, 100);
