@@ -1,5 +1,5 @@
 // Pages on standard output: the exact header block, the filled body, and
-// the two text helpers beside them.
+// the escaping of values.
 #include "module_testing.h"
 #include "page_output.h"
 
@@ -35,13 +35,9 @@ TEST(RenderTemplatePage, HeadersFromSecurityConfThenTheBodyUpToANul) {
   EXPECT_FALSE(response.IsEnableOutput());
 }
 
-TEST(PageText, HtmlEscapeAndVersionedURL) {
+TEST(HtmlEscape, EscapesTheFiveMarkupCharactersOnly) {
   using namespace std::string_literals;
   EXPECT_EQ(HtmlEscape("<>&\"' a/=;`&amp;\0<"s), "&lt;&gt;&amp;&quot;&#39; a/=;`&amp;amp;\0&lt;"s);
-  ApplianceRoot root;
-  root.WriteFile("/usr/zant/zantman/webman/app.js", "");
-  SetMTime(root.Host("/usr/zant/zantman/webman/app.js"), 1234567890);
-  EXPECT_EQ(VersionedURL("webman/app.js?lang=enu"), "webman/app.js?lang=enu?v=1234567890");
 }
 
 }  // namespace

@@ -89,19 +89,15 @@ TEST_F(LinkClient, FileGetHoldsRootDuringTheCallOnly) {
   EXPECT_EQ(log_.Lines(), Switched(kSource, 206));
 }
 
-TEST_F(LinkClient, WebAPIExecSetsContentTypeAndHandsBackTheWholeResult) {
+// What it sends and hands back shows in the origin tests; the switch only here.
+TEST_F(LinkClient, WebAPIExecSetsContentTypeAndHoldsRootOnlyForTheCall) {
   setenv("CONTENT_TYPE", "text/plain", 1);
   FakeIdentity user(1000, 0);
   FakeAPI ddns("ZANT.Core.DDNS.Record", 1, "list");
   ddns.AlwaysReturn(FakeAPI::Failure(105));
   Json::Value result;
-  EXPECT_TRUE(PlythWebAPIExec(result, "ZANT.Core.DDNS.Record", 1, "list", Parse(R"({"o":0})"),
-                              "admin"));
+  EXPECT_TRUE(PlythWebAPIExec(result, "ZANT.Core.DDNS.Record", 1, "list", Json::Value(), "admin"));
   EXPECT_STREQ(getenv("CONTENT_TYPE"), "application/x-www-form-urlencoded; charset=UTF-8");
-  EXPECT_EQ(result, FakeAPI::Failure(105));
-  ASSERT_EQ(ddns.Calls().size(), 1u);
-  EXPECT_EQ(ddns.Calls()[0].params, Parse(R"({"o":0})"));
-  EXPECT_EQ(ddns.Calls()[0].user, "admin");
   // Only the switch is logged; callers judge the result.
   EXPECT_EQ(log_.Lines(), (Lines{Logged(38, kSource, 64, "WARNING: setresuid(-1, 0, -1)"),
                                  Logged(38, kSource, 64, "WARNING: setresuid(-1, 0, -1)")}));
