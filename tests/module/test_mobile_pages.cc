@@ -1,8 +1,6 @@
 // The mobile pages as the dispatcher writes them into mobile.html: for each
 // page code its theme, script, texts and the state handed to the script;
 // and the phone test and host information they are built from.
-#include <regex>
-
 #include "mobile_route.h"
 #include "module_testing.h"
 #include "page_output.h"
@@ -143,13 +141,5 @@ INSTANTIATE_TEST_SUITE_P(Rows, Page, ::testing::ValuesIn(std::vector<PageRow>{
      .contentDesc = "error.item_not_exist", .script = "invalid", .state = "{" LINKS "}"},
     {.description = "4 expired", .code = 4, .account = "anonymous", .title = kExpired, .contentTitle = kExpired,
      .contentDesc = "share.expired_link_desc", .script = "expired", .state = "{" LINKS "}"}}));
-
-TEST_F(MobilePages, UnknownCodeWritesTheTemplateUnfilled) {
-  // 5 (password needed) is answered by the desktop page and never comes here.
-  for (int code : {5, -1, 6}) {
-    EXPECT_EQ(Write("alice", code, Json::Value()), std::regex_replace(kTemplate, std::regex("\\{\\{\\w+\\}\\}"), ""));
-  }
-  EXPECT_TRUE(info_.Calls().empty());
-}
 
 }  // namespace
