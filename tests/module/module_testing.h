@@ -35,15 +35,12 @@ using Strings = std::vector<std::string>;
 
 // Table rows print as their description.
 template <typename Row>
-auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, os) {
-  return os << row.description;
-}
+auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, os) { return os << row.description; }
 
 
 inline std::string Text(const Json::Value& value) { return ZANT::JsonToString(value); }
 
-inline SyslogLine Logged(int priority, const std::string& source, int line,
-                         const std::string& text) {
+inline SyslogLine Logged(int priority, const std::string& source, int line, const std::string& text) {
   return {priority, source + ":" + std::to_string(line) + " " + text};
 }
 

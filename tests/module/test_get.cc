@@ -64,10 +64,8 @@ Strings CookieLines(const HandlerRun& run) {
 class GetTest : public LinkTest {
  protected:
   GetTest() {
-    root_.WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/shard.html",
-                    "DESKTOP {{NODEJSFILE}}");
-    root_.WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/mobile.html",
-                    "MOBILE {{JS_TAGS}}{{STATE}}");
+    root_.WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/shard.html", "DESKTOP {{NODEJSFILE}}");
+    root_.WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/mobile.html", "MOBILE {{JS_TAGS}}{{STATE}}");
   }
 
   HandlerRun Run(bool phone, const char* sharingLink, const char* linkId) {

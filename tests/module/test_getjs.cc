@@ -19,8 +19,7 @@ std::string Returned(const std::string& body, const std::string& function) {
 class GetJSTest : public LinkTest {
  protected:
   GetJSTest() {
-    root_.WriteFile("/var/packages/Tabulon/target/ui/texts/enu/strings",
-                    "[office]\nsave = \"Save\"\n");
+    root_.WriteFile("/var/packages/Tabulon/target/ui/texts/enu/strings", "[office]\nsave = \"Save\"\n");
     request_.SetAPI("ZANT.BrindlexPlyth.Shard", 1, "getjs");
   }
 };

@@ -20,9 +20,7 @@ std::string Cwd() {
   return getcwd(buffer, sizeof(buffer)) != nullptr ? buffer : "";
 }
 
-SyslogLine Err(int line, const std::string& text) {
-  return Logged(3, PLYTH_INIT_SOURCE, line, text);
-}
+SyslogLine Err(int line, const std::string& text) { return Logged(3, PLYTH_INIT_SOURCE, line, text); }
 
 class InitTest : public LinkTest {
  protected:
@@ -40,8 +38,7 @@ class InitTest : public LinkTest {
     std::istringstream in(files);
     for (std::string file; std::getline(in, file, ';');) {
       const size_t eq = file.find('=');
-      const std::string path =
-          file[0] == '/' ? file.substr(1, eq - 1) : "webman/modules/a/" + file.substr(0, eq);
+      const std::string path = file[0] == '/' ? file.substr(1, eq - 1) : "webman/modules/a/" + file.substr(0, eq);
       root_.WriteFile(kWebRoot + path, file.substr(eq + 1));
     }
   }
@@ -105,8 +102,7 @@ TEST_F(InitTest, BrokenConfigurationFailsWith117AndNamesThePlainFile) {
   Json::Reader reader;
   Json::Value ignored;
   ASSERT_FALSE(reader.parse("{\"app.js\": {", ignored, false));
-  EXPECT_EQ(run.syslog, Lines{Err(215, "webman/modules/a/config: " +
-                                           reader.getFormattedErrorMessages() + "\n")});
+  EXPECT_EQ(run.syslog, Lines{Err(215, "webman/modules/a/config: " + reader.getFormattedErrorMessages() + "\n")});
   EXPECT_EQ(Text(run.response.ToResult()), R"({"error":{"code":117},"success":false})");
 }
 

@@ -97,11 +97,9 @@ class Page : public MobilePages, public ::testing::WithParamInterface<PageRow> {
 TEST_P(Page, FillsTheTemplate) {
   const PageRow& row = GetParam();
   const std::string body = Write(row.account, row.code, Parse(row.file));
-  const std::string tag =
-      "<script type=\"text/javascript\" src=\"webman/3rdparty/BrindlexPlyth-Plyth/js/mobile/";
+  const std::string tag = "<script type=\"text/javascript\" src=\"webman/3rdparty/BrindlexPlyth-Plyth/js/mobile/";
   EXPECT_EQ(Section(body, "TITLE"), row.title);
-  EXPECT_EQ(Section(body, "FAVICON"),
-            "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
+  EXPECT_EQ(Section(body, "FAVICON"), "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
   EXPECT_EQ(Section(body, "BODY_CLASS"), row.bodyClass);
   EXPECT_EQ(Section(body, "CSS"), "<link rel=\"stylesheet\" href=\"webman/3rdparty/"
             "BrindlexPlyth-Plyth/mobile.css?v=1300000000\" type=\"text/css\" charset=\"utf-8\">");

@@ -7,8 +7,7 @@ namespace {
 
 const char kTemplate[] = "/var/packages/BrindlexPlyth/target/webapi/plyth/shard/test.html";
 
-std::string Render(const std::string& path, const std::string& title,
-                   ZANT::APIResponse& response) {
+std::string Render(const std::string& path, const std::string& title, ZANT::APIResponse& response) {
   Json::Value values;
   values["TITLE"] = title;
   plyth_test::StdoutCapture out;

@@ -15,8 +15,7 @@ const char kRecords[] =
 const char kNoPortal[] = R"({"success":true,"data":{"services":[{"id":"other","enabled":true}]}})";
 const char kPortal[] = R"({"success":true,"data":{"services":[{"id":"other","enabled":true},)"
                        R"({"id":"nxo_portal","enabled":true}]}})";
-const char kPortalOff[] =
-    R"({"success":true,"data":{"services":[{"id":"nxo_portal","enabled":false}]}})";
+const char kPortalOff[] = R"({"success":true,"data":{"services":[{"id":"nxo_portal","enabled":false}]}})";
 const char kRelay[] = R"({"success":true,"data":{"enabled":true,"server_alias":"mynas",)"
                       R"("region":"eu","domain":"skyvane.example"}})";
 const char kRelayOff[] = R"({"success":true,"data":{"enabled":false,"server_alias":"mynas"}})";

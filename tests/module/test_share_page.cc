@@ -77,8 +77,7 @@ TEST(ApplyCrawlerHost, LeavesEveryOtherHostAlone) {
 
 // `src` ends with the separator before the version.
 std::string Tag(const std::string& src, const char* tail = "") {
-  return "<script type=\"text/javascript\" src=\"" + src + "v=1200000000" + tail +
-         "\"></script>\n";
+  return "<script type=\"text/javascript\" src=\"" + src + "v=1200000000" + tail + "\"></script>\n";
 }
 std::string Sheet(const std::string& href) {
   return "<link rel=\"stylesheet\" type=\"text/css\" href=\"" + href + "?v=1200000000\" />\n";
@@ -129,8 +128,7 @@ TEST_P(SharePage, FillsEveryKey) {
   EXPECT_EQ(Section(body, "NXOJSFILE"), scripts);
   EXPECT_EQ(Section(body, "CSS"), sheets);
   EXPECT_EQ(Section(body, "TITLE"), "Brindlex Plyth");
-  EXPECT_EQ(Section(body, "FAVICON"),
-            "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
+  EXPECT_EQ(Section(body, "FAVICON"), "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
   EXPECT_EQ(Section(body, "NODE_URL"), row.nodeURL);
   EXPECT_EQ(Section(body, "NODE_TITLE"), row.nodeTitle);
   const char kIcons[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/";

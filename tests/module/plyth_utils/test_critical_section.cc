@@ -11,9 +11,7 @@ const char kSource[] = "server/ui-web/webapi/plyth/shard/init";
 
 SyslogLine Line(int priority, const std::string& text) { return Logged(priority, kSource, 64, text); }
 SyslogLine Raised(const std::string& call) { return Line(38, "WARNING: " + call); }
-SyslogLine Refused(const std::string& call) {
-  return Line(35, "ERROR: " + call + " [Operation not permitted]");
-}
+SyslogLine Refused(const std::string& call) { return Line(35, "ERROR: " + call + " [Operation not permitted]"); }
 const std::string kGid0 = "setresgid(-1, 0, -1)", kUid0 = "setresuid(-1, 0, -1)";
 const SyslogLine kEnterFailed = Line(35, "ERROR: ENTERCriticalSection");
 

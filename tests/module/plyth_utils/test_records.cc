@@ -41,8 +41,7 @@ TEST(ConvertFileInfoToJSon, FullRecordHasExactShape) {
     "owner":{"display_name":"Alice A.","name":"alice","uid":1026},"permanent_link":"6Ab9",
     "labels":[{"label_id":"L1","color":"red","name":"urgent"},{"label_id":"L2","color":"gray",
     "name":"later"}],"hash":"c0ffee","content_snippet":"snip","revisions":4,
-    "content_type":"document","image_metadata":{"time":1600000000}})")),
-            Text(out));
+    "content_type":"document","image_metadata":{"time":1600000000}})")), Text(out));
   EXPECT_TRUE(syslog.Lines().empty());
 }
 
@@ -85,8 +84,7 @@ TEST(ConvertFileInfoToJSon, UnparsablePropertiesFailWithTheirLogLine) {
 }
 
 TEST(ConvertRecords, RevisionAndLabel) {
-  Tarnova::RevisionInfo revision{"18446744073709551615", 4294967295u, 1700000001, "abc",
-                                 1ull << 40, 1026, "alice,bob"};
+  Tarnova::RevisionInfo revision{"18446744073709551615", 4294967295u, 1700000001, "abc", 1ull << 40, 1026, "alice,bob"};
   Json::Value out;
   ASSERT_EQ(0, ConvertVersionInfoToJSon(revision, out));
   EXPECT_EQ(R"({"created_time":4294967295,"editor_uid":1026,"editors":"alice,bob",)"
