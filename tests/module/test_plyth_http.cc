@@ -82,18 +82,16 @@ const char kHttp[] = "nxo_http_port=\"80\"\nexternal_host_ip=\"h\"\n";
 using O = OriginRow;
 
 INSTANTIATE_TEST_SUITE_P(Rows, ExternalOrigin, ::testing::Values(
-    O{"empty scheme: success, nothing", "", kExtHost, true, 0, kPortal, 0, "", "", "000"},
     O{"external host", "https", kExtHost, true, kRecords, kPortal, 0, "https://ext.example:8443", "external", "000"},
     O{"http: the desktop's port", "http", kHttp, false, 0, 0, 0, "http://h:80", "external", "000"},
     O{"first named record", "https", kPorts, true, kRecords, kPortal, 0, "https://b.example:5101", "ddns", "100"},
     O{"supportddns absent: no query", "https", kPorts, false, kRecords, 0, 0, 0, "", "010"},
     O{"record list failed", "https", kPorts, true, kFail, kPortal, 0, kRelayOrigin, "skyvane", "111", 84, kFail},
-    O{"other scheme: only the relay", "ftp", kExtHost, true, 0, kPortal, 0, kRelayOrigin, "skyvane", "011"},
-    O{"permission failed", "ftp", "", false, 0, kFail, 0, 0, "", "010", 31, kFail},
-    O{"portal disabled", "ftp", "", false, 0, kPortalOff, 0, 0, "", "010"},
-    O{"relay query failed", "ftp", "", false, 0, kPortal, kFail, 0, "", "011", 55, kFail},
-    O{"relay disabled", "ftp", "", false, 0, kPortal, kRelayOff, 0, "", "011"},
-    O{"relay alias empty", "ftp", "", false, 0, kPortal, kNoAlias, 0, "", "011"}));
+    O{"permission failed", "https", "", false, 0, kFail, 0, 0, "", "010", 31, kFail},
+    O{"portal disabled", "https", "", false, 0, kPortalOff, 0, 0, "", "010"},
+    O{"relay query failed", "https", "", false, 0, kPortal, kFail, 0, "", "011", 55, kFail},
+    O{"relay disabled", "https", "", false, 0, kPortal, kRelayOff, 0, "", "011"},
+    O{"relay alias empty", "https", "", false, 0, kPortal, kNoAlias, 0, "", "011"}));
 
 // The one address variable not set (or ""); the connections table (null: none;
 // "DIR": unreadable).
