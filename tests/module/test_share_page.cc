@@ -1,11 +1,10 @@
 // The desktop landing page: the icon category of a record, the crawler's
 // host, and every template value of shard.html. The web root is read once
-// per process, so the whole file shares one appliance root whose resources
-// carry a known modification time.
+// per process, so one test makes the appliance root whose resources carry a
+// known modification time and writes every page.
 #include <stdlib.h>
 
 #include <ctime>
-#include <memory>
 #include <regex>
 
 #include "module_testing.h"
@@ -21,27 +20,6 @@ const char* const kResources[] = {
     "scripts/ext-3/resources/css/ext-all.css", "scripts/ext-3/resources/css/xtheme-gray.css",
     "scripts/ext-3/ux/ux-all.css", "webman/resources/css/desktop.css", "zantQRTjslib/qrt.css",
     "webman/3rdparty/BrindlexPlyth-Plyth/style.css"};
-
-class SharedRoot : public ::testing::Environment {
- public:
-  void SetUp() override {
-    unsetenv("DOCUMENT_ROOT");
-    unsetenv("SCRIPT_FILENAME");
-    root_ = std::make_unique<ApplianceRoot>();
-    for (const char* path : kResources) {
-      root_->WriteFile(std::string("/usr/zant/zantman/") + path, "//");
-      SetMTime(root_->Host(std::string("/usr/zant/zantman/") + path), 1200000000);
-    }
-    root_->WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/shard.html",
-                     MarkedTemplate({"NXOJSFILE", "NODEJSFILE", "CSS", "TITLE", "FAVICON",
-                                     "NODE_URL", "NODE_TITLE", "NODE_THUMB"}));
-  }
-  void TearDown() override { root_.reset(); }
-
- private:
-  std::unique_ptr<ApplianceRoot> root_;
-};
-::testing::Environment* const kRoot = ::testing::AddGlobalTestEnvironment(new SharedRoot);
 
 TEST(FileIconCategory, OfTheRecord) {
   const std::pair<const char*, const char*> rows[] = {
@@ -83,65 +61,71 @@ std::string Sheet(const std::string& href) {
   return "<link rel=\"stylesheet\" type=\"text/css\" href=\"" + href + "?v=1200000000\" />\n";
 }
 
-struct PageRow {
-  const char *description, *agent, *host, *sharingLink, *token, *record;
-  const char* pageScriptQuery;  // after "...&permanent_link=%22AbC%22"
-  const char *nodeURL, *nodeTitle, *thumbBase, *icon;
-};
+TEST(SharePage, FillsEveryKey) {
+  unsetenv("DOCUMENT_ROOT");
+  unsetenv("SCRIPT_FILENAME");
+  ApplianceRoot root;
+  for (const char* path : kResources) {
+    root.WriteFile(std::string("/usr/zant/zantman/") + path, "//");
+    SetMTime(root.Host(std::string("/usr/zant/zantman/") + path), 1200000000);
+  }
+  root.WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/shard.html",
+                 MarkedTemplate({"NXOJSFILE", "NODEJSFILE", "CSS", "TITLE", "FAVICON", "NODE_URL", "NODE_TITLE",
+                                 "NODE_THUMB"}));
+  const struct {
+    const char *description, *agent, *host, *sharingLink, *token, *record;
+    const char* pageScriptQuery;  // after "...&permanent_link=%22AbC%22"
+    const char *nodeURL, *nodeTitle, *thumbBase, *icon;
+  } rows[] = {
+      {"token, escaped folder name", "Mozilla/5.0", "nas.example.com:5000", "sh1", "tok9",
+       R"({"name":"My <Docs> & \"more\"","type":"dir"})",
+       "&sharing_link=%22sh1%22&ZantToken=tok9", "https://nas.example.com:5000/d/s/sh1",
+       "My &lt;Docs&gt; &amp; &quot;more&quot;", "https://nas.example.com:5000/", "folder"},
+      {"crawler: the port in every URL", kCrawler, "nas.example.com", "sh1", "", "null", "&sharing_link=%22sh1%22",
+       "https://nas.example.com:5001/d/s/sh1", "", "https://nas.example.com:5001/", "xxx"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.description);
+    ZANT::APIRequest request;
+    request.SetUILanguage("ger");
+    request.SetServerVar("HTTP_USER_AGENT", row.agent);
+    request.SetServerVar("HTTP_HOST", row.host);
+    request.SetServerVar("REQUEST_SCHEME", "https");
+    request.SetServerVar("SERVER_PORT", "5001");
+    request.SetServerVar("REQUEST_URI", "/d/s/sh1");
+    request.SetServerVar("HOST", "nas.example.com");  // dotted: the browser's own origin
+    ZANT::APIResponse response;
+    plyth_test::StdoutCapture out;
+    time_t before = time(nullptr);
+    WriteSharePage(&request, &response, "AbC", row.sharingLink, Parse(row.record), row.token);
+    time_t after = time(nullptr);
+    const std::string body = BodyOf(out.Take());
+    EXPECT_FALSE(response.IsEnableOutput());
 
-class SharePage : public ::testing::TestWithParam<PageRow> {};
-
-TEST_P(SharePage, FillsEveryKey) {
-  const PageRow& row = GetParam();
-  ZANT::APIRequest request;
-  request.SetUILanguage("ger");
-  request.SetServerVar("HTTP_USER_AGENT", row.agent);
-  request.SetServerVar("HTTP_HOST", row.host);
-  request.SetServerVar("REQUEST_SCHEME", "https");
-  request.SetServerVar("SERVER_PORT", "5001");
-  request.SetServerVar("REQUEST_URI", "/d/s/sh1");
-  request.SetServerVar("HOST", "nas.example.com");  // dotted: the browser's own origin
-  ZANT::APIResponse response;
-  plyth_test::StdoutCapture out;
-  time_t before = time(nullptr);
-  WriteSharePage(&request, &response, "AbC", row.sharingLink, Parse(row.record), row.token);
-  time_t after = time(nullptr);
-  const std::string body = BodyOf(out.Take());
-  EXPECT_FALSE(response.IsEnableOutput());
-
-  // The page script is never cached: "&_dc=" and the current time.
-  std::string pageScripts = Section(body, "NODEJSFILE");
-  std::smatch dc;
-  ASSERT_TRUE(std::regex_search(pageScripts, dc, std::regex("&_dc=([0-9]+)"))) << pageScripts;
-  EXPECT_TRUE(std::stoll(dc[1]) >= before && std::stoll(dc[1]) <= after);
-  pageScripts.replace(dc.position(1), dc.length(1), "NOW");
-  EXPECT_EQ(pageScripts, Tag("webapi/entry.cgi?api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs"
-                             "&permanent_link=%22AbC%22" + std::string(row.pageScriptQuery) + "&",
-                             "&_dc=NOW") +
-                             Tag("webman/3rdparty/BrindlexPlyth-Plyth/public_share.js?"));
-  // The page's own resources in the fixture's order: five scripts, then six sheets.
-  std::string scripts = Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.Defs&version=1&method=getjs&") +
-      Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.JSUIString&version=1&method=getjs&lang=ger&") +
-      Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.UIString&method=getjs&version=1&lang=ger&"), sheets;
-  for (int i = 1; i <= 5; ++i) scripts += Tag(kResources[i] + std::string("?"));
-  for (int i = 7; i <= 12; ++i) sheets += Sheet(kResources[i]);
-  EXPECT_EQ(Section(body, "NXOJSFILE"), scripts);
-  EXPECT_EQ(Section(body, "CSS"), sheets);
-  EXPECT_EQ(Section(body, "TITLE"), "Brindlex Plyth");
-  EXPECT_EQ(Section(body, "FAVICON"), "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
-  EXPECT_EQ(Section(body, "NODE_URL"), row.nodeURL);
-  EXPECT_EQ(Section(body, "NODE_TITLE"), row.nodeTitle);
-  const char kIcons[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/";
-  EXPECT_EQ(Section(body, "NODE_THUMB"), row.thumbBase + (kIcons + std::string(row.icon)) + ".png");
+    // The page script is never cached: "&_dc=" and the current time.
+    std::string pageScripts = Section(body, "NODEJSFILE");
+    std::smatch dc;
+    ASSERT_TRUE(std::regex_search(pageScripts, dc, std::regex("&_dc=([0-9]+)"))) << pageScripts;
+    EXPECT_TRUE(std::stoll(dc[1]) >= before && std::stoll(dc[1]) <= after);
+    pageScripts.replace(dc.position(1), dc.length(1), "NOW");
+    EXPECT_EQ(pageScripts, Tag("webapi/entry.cgi?api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs"
+                               "&permanent_link=%22AbC%22" + std::string(row.pageScriptQuery) + "&",
+                               "&_dc=NOW") +
+                               Tag("webman/3rdparty/BrindlexPlyth-Plyth/public_share.js?"));
+    // The page's own resources in the fixture's order: five scripts, then six sheets.
+    std::string scripts = Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.Defs&version=1&method=getjs&") +
+        Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.JSUIString&version=1&method=getjs&lang=ger&") +
+        Tag("webapi/entry.cgi?api=ZANT.Core.Desktop.UIString&method=getjs&version=1&lang=ger&"), sheets;
+    for (int i = 1; i <= 5; ++i) scripts += Tag(kResources[i] + std::string("?"));
+    for (int i = 7; i <= 12; ++i) sheets += Sheet(kResources[i]);
+    EXPECT_EQ(Section(body, "NXOJSFILE"), scripts);
+    EXPECT_EQ(Section(body, "CSS"), sheets);
+    EXPECT_EQ(Section(body, "TITLE"), "Brindlex Plyth");
+    EXPECT_EQ(Section(body, "FAVICON"), "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
+    EXPECT_EQ(Section(body, "NODE_URL"), row.nodeURL);
+    EXPECT_EQ(Section(body, "NODE_TITLE"), row.nodeTitle);
+    const char kIcons[] = "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/FileType/64/";
+    EXPECT_EQ(Section(body, "NODE_THUMB"), row.thumbBase + (kIcons + std::string(row.icon)) + ".png");
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, SharePage, ::testing::Values(
-    PageRow{"token, escaped folder name", "Mozilla/5.0", "nas.example.com:5000", "sh1", "tok9",
-            R"({"name":"My <Docs> & \"more\"","type":"dir"})",
-            "&sharing_link=%22sh1%22&ZantToken=tok9", "https://nas.example.com:5000/d/s/sh1",
-            "My &lt;Docs&gt; &amp; &quot;more&quot;", "https://nas.example.com:5000/", "folder"},
-    PageRow{"crawler: the port in every URL", kCrawler, "nas.example.com", "sh1", "", "null",
-            "&sharing_link=%22sh1%22", "https://nas.example.com:5001/d/s/sh1", "",
-            "https://nas.example.com:5001/", "xxx"}));
 
 }  // namespace
