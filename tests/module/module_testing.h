@@ -16,9 +16,7 @@
 #include "zant/json_util.h"
 
 namespace plyth_test {
-inline void PrintTo(const SyslogLine& line, std::ostream* os) {
-  *os << line.priority << " " << line.text;
-}
+inline void PrintTo(const SyslogLine& line, std::ostream* os) { *os << line.priority << " " << line.text; }
 }  // namespace plyth_test
 
 namespace {

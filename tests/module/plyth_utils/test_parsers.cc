@@ -16,19 +16,13 @@ struct Row {
   const char *after, *log;
 };
 
-std::string Short(const Tarnova::MemberSelector& m) {
-  return m.type + "|" + m.name + "|" + std::to_string(m.uid) + "|" + std::to_string(m.gid);
-}
-
 class Parser : public ::testing::TestWithParam<Row> {
  protected:
   // Called with the parser's result and its target in short, both taken first.
   void Check(int result, const std::string& after) {
     EXPECT_EQ(result, GetParam().result);
     EXPECT_EQ(after, GetParam().after);
-    Lines lines;
-    if (*GetParam().log != '\0') lines.push_back({3, kSource + ":" + GetParam().log});
-    EXPECT_EQ(syslog_.Lines(), lines);
+    EXPECT_EQ(syslog_.Lines(), *GetParam().log ? (Lines{{3, kSource + ":" + GetParam().log}}) : Lines());
   }
   SyslogCapture syslog_;
   Json::Value req_ = Parse(GetParam().json);
@@ -39,7 +33,7 @@ class MemberSelector : public Parser {};
 TEST_P(MemberSelector, FillsOrRejectsSilently) {
   Tarnova::MemberSelector m{"old", "old", 7, 8};
   int result = JsonReqToMemberSelector(req_, m);
-  Check(result, Short(m));
+  Check(result, m.type + "|" + m.name + "|" + std::to_string(m.uid) + "|" + std::to_string(m.gid));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, MemberSelector, ::testing::Values(
