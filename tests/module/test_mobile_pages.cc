@@ -39,9 +39,8 @@ class MobilePages : public ::testing::Test {
     }
     root_.WriteFile("/var/packages/BrindlexPlyth/target/plyth/texts/enu/strings", texts);
     root_.WriteFile("/var/packages/BrindlexPlyth/target/webapi/plyth/shard/mobile.html", kTemplate);
-    for (const char* path : {"js/mobile/common.js", "js/mobile/anonymous.js", "js/mobile/perm.js",
-                             "js/mobile/info.js", "js/mobile/expired.js", "js/mobile/invalid.js",
-                             "mobile.css"}) {
+    for (const char* path : {"js/mobile/common.js", "js/mobile/anonymous.js", "js/mobile/perm.js", "js/mobile/info.js",
+                             "js/mobile/expired.js", "js/mobile/invalid.js", "mobile.css"}) {
       root_.WriteFile(kWebman + std::string(path), "//");
       SetMTime(root_.Host(kWebman + std::string(path)), 1300000000);
     }
@@ -120,8 +119,7 @@ const char kNotExist[] = "request.not_exist_title", kExpired[] = "share.expired_
 
 INSTANTIATE_TEST_SUITE_P(Rows, Page, ::testing::ValuesIn(std::vector<PageRow>{
     {.description = "0 anonymous: sign-in page", .code = 0, .account = "anonymous", .bodyClass = "zant-dm-plyth-theme",
-     .title = "Plyth &amp; Co", .contentTitle = "Plyth &amp; Co", .contentDesc = "mobile.choose_action",
-     .script = "anonymous",
+     .title = "Plyth &amp; Co", .contentTitle = "Plyth &amp; Co", .contentDesc = "mobile.choose_action", .script = "anonymous",
      .state = "{" LINKS "," HOST("anonymous") R"(,"btns":["mobile.open_in_app","mobile.open_the_link"]})"},
     // Exact comparison: "Anonymous" is a user name like any other.
     {.description = "0 Anonymous: no-permission page", .code = 0, .account = "Anonymous", .file = R"({"name":"x.pdf"})",
