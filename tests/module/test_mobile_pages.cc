@@ -115,11 +115,11 @@ TEST_P(Page, FillsTheTemplate) {
   R"("host_info":{"host":"nas.example.com","https":true,"account":")" account R"(","qv_id":"QV-7"})"
 
 const char kNotExist[] = "request.not_exist_title", kExpired[] = "share.expired_title",
-           kNoPerm[] = "No &lt;permission&gt;";
+           kNoPerm[] = "No &lt;permission&gt;", kPlyth[] = "Plyth &amp; Co";
 
 INSTANTIATE_TEST_SUITE_P(Rows, Page, ::testing::ValuesIn(std::vector<PageRow>{
     {.description = "0 anonymous: sign-in page", .code = 0, .account = "anonymous", .bodyClass = "zant-dm-plyth-theme",
-     .title = "Plyth &amp; Co", .contentTitle = "Plyth &amp; Co", .contentDesc = "mobile.choose_action", .script = "anonymous",
+     .title = kPlyth, .contentTitle = kPlyth, .contentDesc = "mobile.choose_action", .script = "anonymous",
      .state = "{" LINKS "," HOST("anonymous") R"(,"btns":["mobile.open_in_app","mobile.open_the_link"]})"},
     // Exact comparison: "Anonymous" is a user name like any other.
     {.description = "0 Anonymous: no-permission page", .code = 0, .account = "Anonymous", .file = R"({"name":"x.pdf"})",
