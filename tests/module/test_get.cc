@@ -136,8 +136,7 @@ INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingR
      .cookies = kGone, .page = "invalid"},
     {.description = "removed, at debug level", .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
      .cookies = kGone, .logger = {kRemovedAtDebug}, .debugLevel = true},
-    {.description = "phone, no can_read", .phone = true, .fresh = Found({.canRead = false}), .cookies = kNew,
-     .page = "info"},
+    {.description = "no can_read", .phone = true, .fresh = Found({.canRead = false}), .cookies = kNew, .page = "info"},
     // A failed fetch right after an unlock still counts as unlocked.
     {.description = "fetch fails after unlock", .phone = true, .fresh = kNotRead, .cookies = kNew,
      .logger = {CannotGet(584, "NEW")}, .page = "info"},
