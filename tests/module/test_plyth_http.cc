@@ -68,9 +68,7 @@ TEST_P(ExternalOrigin, OrderOfPreference) {
   EXPECT_EQ(source, row.source);
   EXPECT_EQ(std::to_string(ddns_.Calls().size()) + std::to_string(permission_.Calls().size()) +
                 std::to_string(skyvane_.Calls().size()), row.calls);
-  Lines lines;
-  if (row.logLine != 0) lines.push_back(Logged(3, PLYTH_HTTP_SOURCE, row.logLine, row.logText));
-  EXPECT_EQ(log.Lines(), lines);
+  EXPECT_EQ(log.Lines(), row.logLine ? (Lines{Logged(3, PLYTH_HTTP_SOURCE, row.logLine, row.logText)}) : Lines());
   for (const FakeAPI* api : {&ddns_, &permission_, &skyvane_}) {
     for (const auto& call : api->Calls()) EXPECT_EQ(call.user, "admin");
   }
