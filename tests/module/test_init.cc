@@ -1,9 +1,7 @@
 // Method "init": session facts, the modules' script configuration gathered
 // from the web root, the system-log lines of skipped entries, and the
 // same-domain-and-port check that guards a web-server-named session.
-#include <unistd.h>
-
-#include <climits>
+#include <filesystem>
 #include <sstream>
 
 #include "init.h"
@@ -15,10 +13,6 @@ namespace {
 const char kWebRoot[] = "/usr/zant/zantman/";
 const char F[] = R"({"date_format":"d/m/Y","time_format":"h:i a"})";
 
-std::string Cwd() {
-  char buffer[PATH_MAX];
-  return getcwd(buffer, sizeof(buffer)) != nullptr ? buffer : "";
-}
 
 SyslogLine Err(int line, const std::string& text) { return Logged(3, PLYTH_INIT_SOURCE, line, text); }
 
@@ -44,9 +38,9 @@ class InitTest : public LinkTest {
   }
 
   HandlerRun Run() {
-    const std::string before = Cwd();
+    const std::filesystem::path before = std::filesystem::current_path();
     HandlerRun run = plyth_test::RunHandler(InitFunc, request_);
-    EXPECT_EQ(before, Cwd()) << "working directory not restored";
+    EXPECT_EQ(before, std::filesystem::current_path()) << "working directory not restored";
     return run;
   }
 
