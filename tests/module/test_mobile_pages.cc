@@ -54,19 +54,6 @@ class MobilePages : public ::testing::Test {
     return MobileRoute(&request_, link_, sharing_, account_, token_);
   }
 
-  // The page body; the header block is checked and split off.
-  std::string Write(const std::string& account, int code, const Json::Value& file) {
-    ZANT::APIResponse response;
-    plyth_test::StdoutCapture out;
-    WriteMobilePage(&response, Route(account), code, file);
-    Strings headers;
-    std::string body;
-    plyth_test::SplitHeaders(out.Take(), headers, body);
-    EXPECT_EQ(headers.size(), 3u);
-    EXPECT_FALSE(response.IsEnableOutput());
-    return body;
-  }
-
   ApplianceRoot root_;
   FakeAPI info_{"ZANT.BrindlexPlyth.Info", 1, "get"};
   ZANT::APIRequest request_;
@@ -95,7 +82,11 @@ class Page : public MobilePages, public ::testing::WithParamInterface<PageRow> {
 
 TEST_P(Page, FillsTheTemplate) {
   const PageRow& row = GetParam();
-  const std::string body = Write(row.account, row.code, Parse(row.file));
+  // The header block is the page writer's, shown with its own tests.
+  ZANT::APIResponse response;
+  plyth_test::StdoutCapture out;
+  WriteMobilePage(&response, Route(row.account), row.code, Parse(row.file));
+  const std::string body = BodyOf(out.Take());
   const std::string tag = "<script type=\"text/javascript\" src=\"webman/3rdparty/BrindlexPlyth-Plyth/js/mobile/";
   EXPECT_EQ(Section(body, "TITLE"), row.title);
   EXPECT_EQ(Section(body, "FAVICON"), "webman/3rdparty/BrindlexPlyth-Plyth/images/_Asset/_Favicon/Plyth_16.png");
