@@ -29,9 +29,7 @@ TEST(Redirect, Location) {
     else RedirectFunc(&request, &response, file);
     EXPECT_TRUE(response.IsSuccess());
     EXPECT_TRUE(response.GetData().isNull());
-    ASSERT_EQ(1u, response.GetHeaders().size());
-    EXPECT_EQ("Location", response.GetHeaders()[0].first);
-    EXPECT_EQ(row.location, response.GetHeaders()[0].second);
+    EXPECT_EQ(response.GetHeaders(), (std::vector<std::pair<std::string, std::string>>{{"Location", row.location}}));
   }
 }
 
