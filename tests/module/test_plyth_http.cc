@@ -31,9 +31,7 @@ class Origin : public ::testing::Test {
     Answer(permission_, kNoPortal);
     Answer(skyvane_, kRelay);
   }
-  static void Answer(FakeAPI& api, const char* result) {
-    if (result != nullptr) api.AlwaysReturn(Parse(result));
-  }
+  static void Answer(FakeAPI& api, const char* result) { if (result != nullptr) api.AlwaysReturn(Parse(result)); }
 
   ApplianceRoot root_;
   FakeAPI ddns_{"ZANT.Core.DDNS.Record", 1, "list"};
