@@ -18,9 +18,8 @@ TEST_F(GetJSTest, LinkThatIsNoTextGetsTheFrameworksError114) {
     request_.SetParam("permanent_link", link);
     request_.SetParam("sharing_link", "S1");
     HandlerRun run = plyth_test::RunHandler(GetJSFunc, request_);
-    EXPECT_EQ(run.stdoutBytes, "");
-    EXPECT_EQ(run.answer, "Content-Type: application/json; charset=\"UTF-8\"\r\n\r\n"
-                          "{\"error\":{\"code\":114},\"success\":false}");
+    EXPECT_EQ(run.stdoutBytes, "");  // the framework answers the error
+    EXPECT_EQ(run.response.GetErrorCode(), 114);
   }
   EXPECT_TRUE(files_.Calls().empty() && auth_.Calls().empty());
 }

@@ -15,8 +15,7 @@ namespace {
 const char* const kResources[] = {
     "webapi/entry.cgi", "scripts/ext-3/adapter/ext/ext-base.js", "scripts/ext-3/ext-all.js",
     "scripts/ext-3/ux/ux-all.js", "scripts/scrollbar/flexcroll.js",
-    "webman/3rdparty/BrindlexPlyth-Plyth/public_share_base.js",
-    "webman/3rdparty/BrindlexPlyth-Plyth/public_share.js",
+    "webman/3rdparty/BrindlexPlyth-Plyth/public_share_base.js", "webman/3rdparty/BrindlexPlyth-Plyth/public_share.js",
     "scripts/ext-3/resources/css/ext-all.css", "scripts/ext-3/resources/css/xtheme-gray.css",
     "scripts/ext-3/ux/ux-all.css", "webman/resources/css/desktop.css", "zantQRTjslib/qrt.css",
     "webman/3rdparty/BrindlexPlyth-Plyth/style.css"};
@@ -31,8 +30,6 @@ TEST(FileIconCategory, OfTheRecord) {
     file["name"] = row.first;
     EXPECT_EQ(FileIconCategory(file), row.second) << row.first;
   }
-  file["type"] = "dir";
-  EXPECT_EQ(FileIconCategory(file), "folder");
 }
 
 const char kCrawler[] = "facebookexternalhit/1.1 (+http://www.facebook.com/externalhit_uatext.php)";

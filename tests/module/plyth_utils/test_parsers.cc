@@ -94,21 +94,19 @@ class FileListFilter : public Parser {};
 
 TEST_P(FileListFilter, FillsOutputs) {
   bool starred = true;
-  std::string labelId = "old", lists;
+  std::string labelId = "old";
   Strings types = {"prev"}, extensions = {"prev"};
   ParseFileListFilter(req_, starred, labelId, types, extensions);
-  for (const std::string& t : types) lists += "," + t;
-  lists += "|";
-  for (const std::string& e : extensions) lists += "," + e;
-  Check(0, std::to_string(starred) + "|" + labelId + "|" + lists);
+  Check(0, std::to_string(starred) + "|" + labelId + "|" + ::testing::PrintToString(types) +
+               ::testing::PrintToString(extensions));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, FileListFilter, ::testing::Values(
-    Row{"not object", R"(["doc"])", 0, "1|old|,prev|,prev", ""},
+    Row{"not object", R"(["doc"])", 0, R"(1|old|{ "prev" }{ "prev" })", ""},
     Row{"full", R"({"starred":true,"label_id":"L1","type":["doc","img"],"extensions":["odt"]})", 0,
-        "1|L1|,prev,doc,img|,prev,odt", ""},
-    Row{"elements as text", R"({"type":[1,true,null],"extensions":[{}]})", 0, "0||,prev,1,true,|,prev,", ""}));
-
+        R"(1|L1|{ "prev", "doc", "img" }{ "prev", "odt" })", ""},
+    Row{"elements as text", R"({"type":[1,true,null],"extensions":[{}]})", 0,
+        R"(0||{ "prev", "1", "true", "" }{ "prev", "" })", ""}));
 
 TEST(IsSafePath, Decides) {
   for (const char* safe : {"a/b", "/a//b/", "", "///", "a/.../b", "a/b..c"}) EXPECT_TRUE(IsSafePath(safe)) << safe;
