@@ -160,8 +160,7 @@ TEST_F(GetTest, MissingLinkIdSetsError114AndWritesTheInvalidLinkPage) {
 }
 
 // The visitor and the user who fetched (empty: no fetch).
-const Visitor kAlice{SignIn::kAlice}, kAnonymous{},
-    kBob{SignIn::kWebServer, "bob"}, kCarol{SignIn::kWebServer, "carol"};
+const Visitor kAlice{SignIn::kAlice}, kBob{SignIn::kWebServer, "bob"}, kCarol{SignIn::kWebServer, "carol"};
 struct PermanentRow {
   const char* description;
   bool phone = false;
@@ -193,7 +192,7 @@ const Json::Value kInHome = Found({.displayPath = "/home/a.txt"});
 INSTANTIATE_TEST_SUITE_P(Rows, Permanent, ::testing::ValuesIn(std::vector<PermanentRow>{
     {.description = "signed in, display path", .fetch = kInHome, .page = APP},
     {.description = "signed in, path without /", .fetch = Found({.displayPath = "home/a.txt"})},
-    {.description = "anonymous, display path", .visitor = kAnonymous, .fetch = kInHome, .fetchUser = "anonymous"},
+    {.description = "anonymous, display path", .visitor = {}, .fetch = kInHome, .fetchUser = "anonymous"},
     {.description = "office: no office redirect here", .fetch = Found({.name = "r.kdoc"})},
     {.description = "phone, readable", .phone = true, .fetch = kInHome, .page = "info+download"},
     {.description = "phone, preview only", .phone = true, .fetch = Found({.canRead = false}), .page = "info"},

@@ -26,13 +26,12 @@ TEST_F(GetJSTest, LinkThatIsNoTextGetsTheFrameworksError114) {
 
 // The link service's results; the token cookie's value (null: no cookie line);
 // the user who fetched (null: no fetch, so no record) and the token sent.
-const Json::Value kRead = Found({});
 struct Row {
   const char* description;
   const char* sharingLink = "";  // empty: absent
   const char* cookie = nullptr;  // null: none
   Visitor visitor = {};
-  Json::Value unlock = {}, fetch = kRead;
+  Json::Value unlock = {}, fetch = Found({});
   const char *errCode = "0", *link = "P\"1";
   bool hasFile = true;
   const char *cookieLine = nullptr, *fetchUser = "anonymous", *fetchToken = nullptr;
@@ -70,12 +69,11 @@ TEST_P(Script, TellsThePage) {
   for (const auto& c : auth_.Calls()) EXPECT_EQ(c.user + Text(c.params), kUnlockCall);
 }
 
-const Visitor kBob{SignIn::kWebServer, "bob"};
 
 INSTANTIATE_TEST_SUITE_P(Rows, Script, ::testing::ValuesIn(std::vector<Row>{
     {.description = "anonymous"},
     {.description = "signed in", .visitor = {SignIn::kAlice, "bob"}, .fetchUser = "alice"},
-    {.description = "web server names a user", .visitor = kBob, .fetchUser = "bob"},
+    {.description = "web server names a user", .visitor = {SignIn::kWebServer, "bob"}, .fetchUser = "bob"},
     {.description = "web server auth without USERNAME", .visitor = {SignIn::kWebServer}},
     {.description = "USERNAME without web server auth", .visitor = {SignIn::kNone, "bob"}},
     {.description = "1002", .fetch = Failed(1002), .errCode = "1002", .hasFile = false},

@@ -115,13 +115,12 @@ TEST_F(InitTest, MissingDirectoryFailsWith117) {
   R"("time_format":)" time "}"
 #define OUT GUEST(R"("d/m/Y")", R"("h:i a")")
 const char k32[] = "* * * * 32\n";
-const Visitor kBob{SignIn::kWebServer, "bob"};
 
 // Signed in or not; a user named by the web server only when the referer
 // shows the appliance's own host and port.
 struct SessionRow {
   const char* description;
-  Visitor visitor = kBob;
+  Visitor visitor = {SignIn::kWebServer, "bob"};
   const char *host = "nas:5000", *referer = "http://nas:5000/";  // null: unset
   const char* connections = nullptr;  // relay connections table; null: none; "DIR": unreadable
   const char *formats = F /* null: no file */, *session = OUT;
