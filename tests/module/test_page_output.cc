@@ -34,7 +34,7 @@ TEST(RenderTemplatePage, HeadersFromSecurityConfThenTheBodyUpToANul) {
   EXPECT_FALSE(response.IsEnableOutput());
 }
 
-TEST(HtmlEscape, EscapesTheFiveMarkupCharactersOnly) {
+TEST(PageText, HtmlEscapeEscapesTheFiveMarkupCharactersOnly) {
   using namespace std::string_literals;
   EXPECT_EQ(HtmlEscape("<>&\"' a/=;`&amp;\0<"s), "&lt;&gt;&amp;&quot;&#39; a/=;`&amp;amp;\0&lt;"s);
 }
