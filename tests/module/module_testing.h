@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <utime.h>
 
-#include <cctype>
 #include <initializer_list>
 #include <ostream>
 #include <string>
@@ -17,9 +16,7 @@
 #include "zant/json_util.h"
 
 namespace plyth_test {
-inline void PrintTo(const SyslogLine& line, std::ostream* os) {
-  *os << line.priority << " " << line.text;
-}
+inline void PrintTo(const SyslogLine& line, std::ostream* os) { *os << line.priority << " " << line.text; }
 }  // namespace plyth_test
 
 namespace {
@@ -36,15 +33,12 @@ using Strings = std::vector<std::string>;
 
 // Table rows print as their description.
 template <typename Row>
-auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, os) {
-  return os << row.description;
-}
+auto operator<<(std::ostream& os, const Row& row) -> decltype(row.description, os) { return os << row.description; }
 
 
 inline std::string Text(const Json::Value& value) { return ZANT::JsonToString(value); }
 
-inline SyslogLine Logged(int priority, const std::string& source, int line,
-                         const std::string& text) {
+inline SyslogLine Logged(int priority, const std::string& source, int line, const std::string& text) {
   return {priority, source + ":" + std::to_string(line) + " " + text};
 }
 
@@ -92,6 +86,8 @@ inline std::string BodyOf(const std::string& answer) {
 // Link-service results.
 inline Json::Value Failed(int code) { return FakeAPI::Failure(code); }
 inline Json::Value Unlocked() { return FakeAPI::Success(Parse(R"({"sharing_token":"NEW"})")); }
+// Who asks the unlock, and with what.
+const char kUnlockCall[] = R"(anonymous{"password":"","sharing_link":"S1"})";
 struct Record {
   std::string name = "a.txt", displayPath = "";
   bool canRead = true, canPreview = true, removed = false;

@@ -5,66 +5,34 @@
 
 namespace {
 
-const char kContentType[] = "Content-Type:application/javascript; charset=\"UTF-8\"";
-
-// What the named window function returns, as written in the script.
-std::string Returned(const std::string& body, const std::string& function) {
-  const std::string start = "window." + function + "=function(){return ";
-  size_t from = body.find(start);
-  if (from == std::string::npos) return "<missing>";
-  from += start.size();
-  return body.substr(from, body.find(";}", from) - from);
-}
-
 class GetJSTest : public LinkTest {
  protected:
   GetJSTest() {
-    root_.WriteFile("/var/packages/Tabulon/target/ui/texts/enu/strings",
-                    "[office]\nsave = \"Save\"\n");
+    root_.WriteFile("/var/packages/Tabulon/target/ui/texts/enu/strings", "[office]\nsave = \"Save\"\n");
     request_.SetAPI("ZANT.BrindlexPlyth.Shard", 1, "getjs");
   }
 };
-
-TEST_F(GetJSTest, WholeAnswerWithTheLinkWrittenUnescaped) {
-  files_.AlwaysReturn(FakeAPI::Success(Parse(R"({"capabilities":{"can_preview":true}})")));
-  request_.SetParam("permanent_link", "P\"1");
-  HandlerRun run = plyth_test::RunHandler(GetJSFunc, request_);
-  EXPECT_EQ(run.answer,
-            "Content-Type:application/javascript; charset=\"UTF-8\"\r\n\r\n"
-            "window.getPlythShareMode=function(){return 'public';}\r\n"
-            "window.getPlythErrCode=function(){return 0;}\r\n"
-            "window.getPlythLink=function(){return \"P\"1\";}\r\n"
-            "window.getPlythSharingLink=function(){return \"\";}\r\n"
-            "window.getPlythFile=function(){return "
-            "{\"capabilities\":{\"can_preview\":true}};}\r\n"
-            "window.getPlythTexts=function(){return "
-            "{\"action\":{\"download\":\"DownloadBtn\"}};}\r\n"
-            "window.getOfficeTexts=function(){return {\"office\":{\"save\":\"Save\"}};}");
-  EXPECT_TRUE(run.logger.empty());
-}
 
 TEST_F(GetJSTest, LinkThatIsNoTextGetsTheFrameworksError114) {
   for (const Json::Value& link : {Json::Value(5), Json::Value(Json::objectValue), Json::Value()}) {
     request_.SetParam("permanent_link", link);
     request_.SetParam("sharing_link", "S1");
     HandlerRun run = plyth_test::RunHandler(GetJSFunc, request_);
-    EXPECT_EQ(run.stdoutBytes, "");
-    EXPECT_EQ(run.answer, "Content-Type: application/json; charset=\"UTF-8\"\r\n\r\n"
-                          "{\"error\":{\"code\":114},\"success\":false}");
+    EXPECT_EQ(run.stdoutBytes, "");  // the framework answers the error
+    EXPECT_EQ(run.response.GetErrorCode(), 114);
   }
   EXPECT_TRUE(files_.Calls().empty() && auth_.Calls().empty());
 }
 
 // The link service's results; the token cookie's value (null: no cookie line);
-// the user who fetched (null: no fetch) and the token sent.
-const Json::Value kRead = Found({});
+// the user who fetched (null: no fetch, so no record) and the token sent.
 struct Row {
   const char* description;
   const char* sharingLink = "";  // empty: absent
   const char* cookie = nullptr;  // null: none
   Visitor visitor = {};
-  Json::Value unlock = {}, fetch = kRead;
-  const char *errCode = "0", *link = "P1";
+  Json::Value unlock = {}, fetch = Found({});
+  const char *errCode = "0", *link = "P\"1";
   bool hasFile = true;
   const char *cookieLine = nullptr, *fetchUser = "anonymous", *fetchToken = nullptr;
 };
@@ -75,58 +43,51 @@ TEST_P(Script, TellsThePage) {
   const Row& row = GetParam();
   files_.AlwaysReturn(row.fetch);
   auth_.AlwaysReturn(row.unlock);
-  request_.SetParam("permanent_link", "P1");
+  request_.SetParam("permanent_link", "P\"1");  // written between the quotes as it comes
   if (*row.sharingLink != '\0') request_.SetParam("sharing_link", row.sharingLink);
   if (row.cookie != nullptr) request_.SetCookie("plyth-sharing-S1", row.cookie);
   SetVisitor(row.visitor);
   HandlerRun run = plyth_test::RunHandler(GetJSFunc, request_);
 
-  Strings headers, expected;
-  std::string body;
-  plyth_test::SplitHeaders(run.answer, headers, body);
-  if (row.cookieLine) {
-    expected.push_back("Set-Cookie: plyth-sharing-S1=" + std::string(row.cookieLine) + "; path=/");
-  }
-  expected.push_back(kContentType);
-  EXPECT_EQ(headers, expected);
+  const std::string cookie =
+      row.cookieLine ? "Set-Cookie: plyth-sharing-S1=" + std::string(row.cookieLine) + "; path=/\r\n" : "";
+  const std::string file = row.hasFile && row.fetchUser ? Text(row.fetch["data"]) : "";
   EXPECT_EQ(run.answer, run.stdoutBytes);
-  EXPECT_EQ(Returned(body, "getPlythErrCode"), row.errCode);
-  EXPECT_EQ(Returned(body, "getPlythLink"), "\"" + std::string(row.link) + "\"");
-  EXPECT_EQ(Returned(body, "getPlythSharingLink"), "\"" + std::string(row.sharingLink) + "\"");
-  EXPECT_EQ(Returned(body, "getPlythFile"), row.hasFile ? Text(row.fetch["data"]) : "");
-  Json::Value sent = Parse(R"({"path":"link:P1"})");
+  EXPECT_TRUE(run.logger.empty());
+  EXPECT_EQ(run.answer, cookie + "Content-Type:application/javascript; charset=\"UTF-8\"\r\n\r\n"
+            "window.getPlythShareMode=function(){return 'public';}\r\n"
+            "window.getPlythErrCode=function(){return " + row.errCode + ";}\r\n"
+            "window.getPlythLink=function(){return \"" + row.link + "\";}\r\n"
+            "window.getPlythSharingLink=function(){return \"" + row.sharingLink + "\";}\r\n"
+            "window.getPlythFile=function(){return " + file + ";}\r\n"
+            "window.getPlythTexts=function(){return {\"action\":{\"download\":\"DownloadBtn\"}};}\r\n"
+            "window.getOfficeTexts=function(){return {\"office\":{\"save\":\"Save\"}};}");
+  Json::Value sent = Parse(R"({"path":"link:P\"1"})");
   if (row.fetchToken != nullptr) sent["sharing_token"] = row.fetchToken;
   EXPECT_EQ(files_.Calls().size(), row.fetchUser == nullptr ? 0u : 1u);
   for (const auto& c : files_.Calls()) EXPECT_EQ(c.user + Text(c.params), row.fetchUser + Text(sent));
-  for (const auto& c : auth_.Calls()) {
-    EXPECT_EQ(c.user + Text(c.params), R"(anonymous{"password":"","sharing_link":"S1"})");
-  }
+  for (const auto& c : auth_.Calls()) EXPECT_EQ(c.user + Text(c.params), kUnlockCall);
 }
 
-const Visitor kBob{SignIn::kWebServer, "bob"};
 
 INSTANTIATE_TEST_SUITE_P(Rows, Script, ::testing::ValuesIn(std::vector<Row>{
     {.description = "anonymous"},
     {.description = "signed in", .visitor = {SignIn::kAlice, "bob"}, .fetchUser = "alice"},
-    {.description = "web server names a user", .visitor = kBob, .fetchUser = "bob"},
+    {.description = "web server names a user", .visitor = {SignIn::kWebServer, "bob"}, .fetchUser = "bob"},
     {.description = "web server auth without USERNAME", .visitor = {SignIn::kWebServer}},
     {.description = "USERNAME without web server auth", .visitor = {SignIn::kNone, "bob"}},
     {.description = "1002", .fetch = Failed(1002), .errCode = "1002", .hasFile = false},
     {.description = "removed: no link", .fetch = Found({.removed = true}), .link = "", .hasFile = false},
     {.description = "not previewable", .fetch = Found({.canPreview = false}), .hasFile = false},
     {.description = "unlocked", .sharingLink = "S1", .unlock = Unlocked(), .cookieLine = "NEW", .fetchToken = "NEW"},
-    {.description = "cookie", .sharingLink = "S1", .cookie = "OLD", .visitor = {SignIn::kAlice},
-     .unlock = Failed(1037), .fetchToken = "OLD"},
+    {.description = "cookie", .sharingLink = "S1", .cookie = "OLD", .visitor = {SignIn::kAlice}, .unlock = Failed(1037),
+     .fetchToken = "OLD"},
     {.description = "empty cookie", .sharingLink = "S1", .cookie = "", .unlock = Unlocked(), .cookieLine = "NEW",
      .fetchToken = "NEW"},
-    {.description = "stale cookie", .sharingLink = "S1", .cookie = "OLD", .fetch = Failed(1002), .errCode = "1002",
-     .hasFile = false, .fetchToken = "OLD"},
-    {.description = "1037", .sharingLink = "S1", .unlock = Failed(1037), .errCode = "1037", .hasFile = false,
+    {.description = "1037", .sharingLink = "S1", .unlock = Failed(1037), .errCode = "1037", .fetchUser = nullptr},
+    {.description = "1038", .sharingLink = "S1", .unlock = Failed(1038), .errCode = "1038", .fetchUser = nullptr},
+    {.description = "other failures: 1036", .sharingLink = "S1", .unlock = Failed(1002), .errCode = "1036",
      .fetchUser = nullptr},
-    {.description = "1038", .sharingLink = "S1", .unlock = Failed(1038), .errCode = "1038", .hasFile = false,
-     .fetchUser = nullptr},
-    {.description = "other unlock failures: 1036", .sharingLink = "S1", .unlock = Failed(1002), .errCode = "1036",
-     .hasFile = false, .fetchUser = nullptr},
     {.description = "no code: unlocked", .sharingLink = "S1", .unlock = FakeAPI::FailureWithoutError(),
      .cookieLine = ""}}));
 

@@ -15,8 +15,7 @@ const char kRecords[] =
 const char kNoPortal[] = R"({"success":true,"data":{"services":[{"id":"other","enabled":true}]}})";
 const char kPortal[] = R"({"success":true,"data":{"services":[{"id":"other","enabled":true},)"
                        R"({"id":"nxo_portal","enabled":true}]}})";
-const char kPortalOff[] =
-    R"({"success":true,"data":{"services":[{"id":"nxo_portal","enabled":false}]}})";
+const char kPortalOff[] = R"({"success":true,"data":{"services":[{"id":"nxo_portal","enabled":false}]}})";
 const char kRelay[] = R"({"success":true,"data":{"enabled":true,"server_alias":"mynas",)"
                       R"("region":"eu","domain":"skyvane.example"}})";
 const char kRelayOff[] = R"({"success":true,"data":{"enabled":false,"server_alias":"mynas"}})";
@@ -32,9 +31,7 @@ class Origin : public ::testing::Test {
     Answer(permission_, kNoPortal);
     Answer(skyvane_, kRelay);
   }
-  static void Answer(FakeAPI& api, const char* result) {
-    if (result != nullptr) api.AlwaysReturn(Parse(result));
-  }
+  static void Answer(FakeAPI& api, const char* result) { if (result != nullptr) api.AlwaysReturn(Parse(result)); }
 
   ApplianceRoot root_;
   FakeAPI ddns_{"ZANT.Core.DDNS.Record", 1, "list"};
@@ -69,9 +66,7 @@ TEST_P(ExternalOrigin, OrderOfPreference) {
   EXPECT_EQ(source, row.source);
   EXPECT_EQ(std::to_string(ddns_.Calls().size()) + std::to_string(permission_.Calls().size()) +
                 std::to_string(skyvane_.Calls().size()), row.calls);
-  Lines lines;
-  if (row.logLine != 0) lines.push_back(Logged(3, PLYTH_HTTP_SOURCE, row.logLine, row.logText));
-  EXPECT_EQ(log.Lines(), lines);
+  EXPECT_EQ(log.Lines(), row.logLine ? (Lines{Logged(3, PLYTH_HTTP_SOURCE, row.logLine, row.logText)}) : Lines());
   for (const FakeAPI* api : {&ddns_, &permission_, &skyvane_}) {
     for (const auto& call : api->Calls()) EXPECT_EQ(call.user, "admin");
   }
@@ -83,22 +78,16 @@ const char kHttp[] = "nxo_http_port=\"80\"\nexternal_host_ip=\"h\"\n";
 using O = OriginRow;
 
 INSTANTIATE_TEST_SUITE_P(Rows, ExternalOrigin, ::testing::Values(
-    O{"empty scheme: success, nothing", "", kExtHost, true, 0, kPortal, 0, "", "", "000"},
-    O{"external host before dynamic DNS", "https", kExtHost, true, kRecords, kPortal, 0,
-      "https://ext.example:8443", "external", "000"},
+    O{"external host", "https", kExtHost, true, kRecords, kPortal, 0, "https://ext.example:8443", "external", "000"},
     O{"http: the desktop's port", "http", kHttp, false, 0, 0, 0, "http://h:80", "external", "000"},
-    O{"first enabled record with a name", "https", kPorts, true, kRecords, kPortal, 0,
-      "https://b.example:5101", "ddns", "100"},
+    O{"first named record", "https", kPorts, true, kRecords, kPortal, 0, "https://b.example:5101", "ddns", "100"},
     O{"supportddns absent: no query", "https", kPorts, false, kRecords, 0, 0, 0, "", "010"},
-    O{"record list failed", "https", kPorts, true, kFail, kPortal, 0, kRelayOrigin, "skyvane",
-      "111", 84, kFail},
-    O{"other scheme: only the relay", "ftp", kExtHost, true, 0, kPortal, 0, kRelayOrigin, "skyvane",
-      "011"},
-    O{"permission failed", "ftp", "", false, 0, kFail, 0, 0, "", "010", 31, kFail},
-    O{"portal disabled", "ftp", "", false, 0, kPortalOff, 0, 0, "", "010"},
-    O{"relay query failed", "ftp", "", false, 0, kPortal, kFail, 0, "", "011", 55, kFail},
-    O{"relay disabled", "ftp", "", false, 0, kPortal, kRelayOff, 0, "", "011"},
-    O{"relay alias empty", "ftp", "", false, 0, kPortal, kNoAlias, 0, "", "011"}));
+    O{"record list failed", "https", kPorts, true, kFail, kPortal, 0, kRelayOrigin, "skyvane", "111", 84, kFail},
+    O{"permission failed", "https", "", false, 0, kFail, 0, 0, "", "010", 31, kFail},
+    O{"portal disabled", "https", "", false, 0, kPortalOff, 0, 0, "", "010"},
+    O{"relay query failed", "https", "", false, 0, kPortal, kFail, 0, "", "011", 55, kFail},
+    O{"relay disabled", "https", "", false, 0, kPortal, kRelayOff, 0, "", "011"},
+    O{"relay alias empty", "https", "", false, 0, kPortal, kNoAlias, 0, "", "011"}));
 
 // The one address variable not set (or ""); the connections table (null: none;
 // "DIR": unreadable).
@@ -164,17 +153,15 @@ const char kApp[] = "ZANT.QRT.Plyth.Application";
 using B = BaseRow;
 
 INSTANTIATE_TEST_SUITE_P(Rows, BaseURL, ::testing::Values(
-    B{"relayed", "n.quickrelay.test", 0, "", "/d", kExt, kPortal,
-      "https://mynas.eu.skyvane.example/", "skyvane"},
-    B{"relayed without relay origin: never the external one", "n.quickrelay.test", 0, "", "/d",
-      kExt, kNoPortal, "http://n.quickrelay.test/", "browser"},
+    B{"relayed", "n.quickrelay.test", 0, "", "/d", kExt, kPortal, "https://mynas.eu.skyvane.example/", "skyvane"},
+    B{"relayed: never the external one", "n.quickrelay.test", 0, "", "/d", kExt, kNoPortal, "http://n.quickrelay.test/",
+      "browser"},
     B{"HOST absent", "nas:5", 0, "", "/d", kExt, kNoPortal, "http://ext.example:8080/", "external"},
     B{"HOST dotted", "nas:5", "10.0.0.5", "", "/d", kExt, kPortal, "http://nas:5/", "browser"},
-    B{"application", "nas", "nas", kApp, "/p/oo/sharing/webapi/entry.cgi?x=1", kExt, kNoPortal,
+    B{"application", "nas", "nas", kApp, "/p/oo/sharing/webapi/e.cgi?x=1", kExt, kNoPortal,
       "http://ext.example:8080/p/", "external"},
-    B{"application: cuts in turn", "nas", "a.b", kApp, "/a/webapi/oo/r/webapi/e.cgi", "", kNoPortal,
-      "http://nas/a/", "browser"},
-    B{"other application", "nas", "a.b", "ZANT.QRT.Other", "/p/webapi/e.cgi", "", kNoPortal,
-      "http://nas/", "browser"}));
+    B{"application: cuts in turn", "nas", "a.b", kApp, "/a/webapi/oo/r/webapi/e.cgi", "", kNoPortal, "http://nas/a/",
+      "browser"},
+    B{"other application", "nas", "a.b", "ZANT.Other", "/p/webapi/e.cgi", "", kNoPortal, "http://nas/", "browser"}));
 
 }  // namespace
