@@ -47,21 +47,17 @@ describe('no road ends in nothing', { skip }, () => {
       assert.equal(await page.textContent('.plyth-share-name'), 'notes.kdoc');
       assert.equal(await page.title(), 'notes.kdoc');
       await s.look(page, `${device}-office`);
-      await page.context().close();
     });
   }
 
   test('an unknown document on the office address says so, nothing is a 404', async () => {
-    const page = await s.open('desktop', '/oo/r/NoSuchLink000000');
-    await page.waitForSelector('#plyth-share-root[data-view="office-missing"]');
+    const page = await s.open('desktop', '/oo/r/NoSuchLink000000', '#plyth-share-root[data-view="office-missing"]');
     assert.equal(await page.textContent('.plyth-share-error'), 'The document does not exist or is no longer shared.');
     await s.look(page, 'desktop-office-missing');
-    await page.context().close();
   });
 
   test('desktop, signed out: sign in, then the item in the web application', async () => {
-    const page = await s.open('desktop', `/d/f/${s.links.notes}`);
-    await page.waitForSelector('#plyth-share-root[data-view="signin"]');
+    const page = await s.open('desktop', `/d/f/${s.links.notes}`, '#plyth-share-root[data-view="signin"]');
     assert.equal(await page.textContent('.plyth-share-title'), 'Sign in to open this item');
     await s.look(page, 'desktop-members-signed-out');
     await Promise.all([page.waitForURL(/\/\?redirect=/), page.click('#plyth-sign-in')]);
@@ -77,32 +73,27 @@ describe('no road ends in nothing', { skip }, () => {
     assert.equal(await page.$eval('.plyth-share-icon', (node) => node.hidden), false);
     await s.look(page, 'desktop-item-view');
     assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'notes.kdoc', bytes: NOTES });
-    await page.context().close();
   });
 
   test('the web application address signed out: the sign-in form comes back to it', async () => {
     const url = `/?launchApp=ZANT.QRT.Plyth.Application&launchParam=file_id%3D${s.links.notesId}`;
-    const page = await s.open('desktop', url);
-    await page.waitForSelector('#zant-signin-form');
+    const page = await s.open('desktop', url, '#zant-signin-form');
     await s.signIn(page, 'alice');
     await page.waitForSelector('#plyth-share-root[data-view="item"]');
     assert.equal(page.url(), s.origin + url);
-    const meta = await page.$$eval('.plyth-share-meta', (rows) => rows.map((r) => r.textContent));
-    assert.equal(meta.at(-1), 'Owner: alice');
-    await page.context().close();
+    assert.equal((await s.texts(page, '.plyth-share-meta')).at(-1), 'Owner: alice');
   });
 
   // Carol asks on the desktop, then again on her phone: one request.
+  const SENT = 'Your request has been sent to the owner. You will be notified when access is granted.';
   const denied = [
-    { device: 'desktop', title: '.plyth-share-title', notice: '#plyth-request-notice',
-      text: 'Your request has been sent to the owner. You will be notified when access is granted.' },
-    { device: 'phone', title: '.plyth-mobile-title', notice: '#plyth-mobile-notice',
-      text: 'Request sentYour request has been sent to the owner. You will be notified when access is granted.' },
+    { device: 'desktop', title: '.plyth-share-title', notice: '#plyth-request-notice', text: SENT },
+    { device: 'phone', title: '.plyth-mobile-title', notice: '#plyth-mobile-notice', text: `Request sent${SENT}` },
   ];
   for (const { device, title, notice, text } of denied) {
     test(`${device}, signed in without access: the request reaches the owner once, another account may sign in`, async () => {
-      const page = await s.open(await s.context(device, 'carol'), `/d/f/${s.links.notes}`);
-      await page.waitForSelector('#plyth-request-access');
+      const carol = await s.context(device, 'carol');
+      const page = await s.open(carol, `/d/f/${s.links.notes}`, '#plyth-request-access');
       assert.equal(await page.textContent(title), 'You do not have permission');
       assert.equal(await page.isVisible(notice), false);
       await s.look(page, `${device}-no-permission`);
@@ -118,7 +109,6 @@ describe('no road ends in nothing', { skip }, () => {
       await page.click('#zant-sign-out');
       await page.waitForSelector('#zant-signin-form');
       assert.equal((await page.context().cookies()).find((c) => c.name === 'id' && c.value), undefined);
-      await page.context().close();
     });
   }
 
@@ -133,8 +123,7 @@ describe('no road ends in nothing', { skip }, () => {
   ];
   for (const { device, url, trash, notice, text, className } of binned) {
     test(`${device}: the download of an item in the recycle bin is explained, not saved`, async () => {
-      const page = await s.open(device, url());
-      await page.waitForSelector('#plyth-download');
+      const page = await s.open(device, url(), '#plyth-download');
       if (trash) s.ctl('file', 'trash', trash);
       let saved = false;
       page.on('download', () => (saved = true));
@@ -143,7 +132,6 @@ describe('no road ends in nothing', { skip }, () => {
       assert.deepEqual([await page.textContent(notice), await page.$eval(notice, (n) => n.className)], [text, className]);
       await s.look(page, `${device}-download-refused`);
       assert.equal(saved, false);
-      await page.context().close();
     });
   }
 
@@ -156,12 +144,10 @@ describe('no road ends in nothing', { skip }, () => {
     const item = encodeURIComponent(JSON.stringify(`link:${s.links.binned}`));
     const response = await page.goto(`${s.origin}/webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1&method=download&path=${item}`);
     assert.deepEqual([response.status(), await page.textContent('h1')], [410, 'The download did not start']);
-    await page.context().close();
   });
 
   test('the password page fits a phone and works with the keyboard alone', async () => {
-    const page = await s.open('phone', `/d/s/${s.links.locked}/${s.links.report}`);
-    await page.waitForSelector('#plyth-password');
+    const page = await s.open('phone', `/d/s/${s.links.locked}/${s.links.report}`, '#plyth-password');
     assert.equal(await page.evaluate(() => document.documentElement.clientWidth), 390);
     const field = await page.$eval('#plyth-password', (node) => node.getBoundingClientRect().width);
     assert.ok(field > 300, `password field ${field}px wide`);
@@ -173,7 +159,6 @@ describe('no road ends in nothing', { skip }, () => {
     await page.focus('#plyth-download');
     const [got] = await Promise.all([page.waitForEvent('download'), page.keyboard.press('Enter')]);
     assert.equal(fs.readFileSync(await got.path(), 'utf8'), REPORT);
-    await page.context().close();
   });
 
   s.closingChecks();
