@@ -1,8 +1,7 @@
 // Every road a visitor can take from a link ends somewhere useful, on a
 // desktop and on a phone, signed out and signed in: the office editor's
 // address, the web application's item view, signing in for members-only
-// links, downloads that fail, requests for access, "open in the app"
-// without the app, phone layout.
+// links, downloads that fail, requests for access.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
 import path from 'node:path';
@@ -21,12 +20,10 @@ describe('no road ends in nothing', { skip }, () => {
       return ctl('file', 'add', owner, file, '--from', path.join(dir, 'content')).split('\t');
     };
     for (const account of ['alice', 'bob', 'carol']) ctl('user', 'add', account, '--password', `${account}-pw`);
-    [, links.report] = add('alice', '/Reports/report.txt', REPORT);
     [links.notesId, links.notes] = add('alice', '/Reports/notes.kdoc', NOTES);
     [, links.moving] = add('alice', '/Reports/moving.txt', REPORT);
     [, links.binned] = add('alice', '/Old/binned.txt', REPORT);
     ctl('grant', 'alice:/Reports', 'bob', 'viewer');
-    links.locked = ctl('share', 'make', 'alice:/Reports/report.txt', '--password', 'secret');
     links.office = ctl('share', 'make', 'alice:/Reports/notes.kdoc');
     links.moveShare = ctl('share', 'make', 'alice:/Reports/moving.txt');
     links.binShare = ctl('share', 'make', 'alice:/Old/binned.txt');
@@ -144,21 +141,6 @@ describe('no road ends in nothing', { skip }, () => {
     const item = encodeURIComponent(JSON.stringify(`link:${s.links.binned}`));
     const response = await page.goto(`${s.origin}/webapi/entry.cgi?api=ZANT.BrindlexPlyth.Files&version=1&method=download&path=${item}`);
     assert.deepEqual([response.status(), await page.textContent('h1')], [410, 'The download did not start']);
-  });
-
-  test('the password page fits a phone and works with the keyboard alone', async () => {
-    const page = await s.open('phone', `/d/s/${s.links.locked}/${s.links.report}`, '#plyth-password');
-    assert.equal(await page.evaluate(() => document.documentElement.clientWidth), 390);
-    const field = await page.$eval('#plyth-password', (node) => node.getBoundingClientRect().width);
-    assert.ok(field > 300, `password field ${field}px wide`);
-    await s.look(page, 'phone-password');
-    await page.keyboard.type('secret');
-    await Promise.all([page.waitForNavigation(), page.keyboard.press('Enter')]);
-    await page.waitForSelector('#plyth-download');
-    // Tab to the download and press Enter: the file arrives.
-    await page.focus('#plyth-download');
-    const [got] = await Promise.all([page.waitForEvent('download'), page.keyboard.press('Enter')]);
-    assert.equal(fs.readFileSync(await got.path(), 'utf8'), REPORT);
   });
 
   s.closingChecks();

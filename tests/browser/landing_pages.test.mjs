@@ -1,6 +1,7 @@
-// The landing pages as a visitor sees them. Desktop: sharing link and its
-// download, password form and throttle, expiry, removed item, unknown link,
-// the page's formats. Phone: the item page, the sign-in choice and the
+// The landing pages as a visitor sees them. Both: the password form typed
+// into. Desktop: sharing link and its download, password throttle, expiry,
+// removed item, unknown link, the page's formats. Phone: the item page, its
+// width, "open in the app" without the app, the sign-in choice and the
 // sign-in page, expired and invalid links, icon categories. Then hostile
 // link identifiers and sign-in redirects, through nginx and zant-webapid
 // with the deploy configuration.
@@ -66,21 +67,6 @@ describe('landing pages on a running appliance', { skip }, () => {
       assert.deepEqual(formats, { sizes, time: '05.03.2024 07:08:09|3/5/24 7:08 AM', noTime: '' });
     });
 
-    test('a password link asks and opens with the right password', async () => {
-      const page = await s.open('desktop', sharePath(s.links.locked), '#plyth-share-root[data-view="password"]');
-      assert.equal(await page.textContent('.plyth-share-title'), 'This link is protected by a password');
-      assert.equal(await page.isVisible('#plyth-password-error'), false);
-      await s.look(page, 'desktop-password');
-      await page.fill('#plyth-password', PASSWORD);
-      await Promise.all([page.waitForEvent('load'), page.press('#plyth-password', 'Enter')]);
-      await page.waitForSelector(fileView);
-      assert.equal(await page.textContent('.plyth-share-name'), 'report.txt');
-      // The page keeps the token as the server would have: a session cookie for the whole site.
-      const cookie = (await page.context().cookies()).find((c) => c.name === `plyth-sharing-${s.links.locked}`);
-      assert.deepEqual([cookie.path, cookie.expires], ['/', -1]);
-      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
-    });
-
     test('wrong passwords are refused, too many give the throttle message', async () => {
       const page = await s.open('desktop', sharePath(s.links.throttled), '#plyth-password-form');
       const messages = [];
@@ -96,6 +82,31 @@ describe('landing pages on a running appliance', { skip }, () => {
       await s.look(page, 'desktop-password-throttled');
     });
   });
+
+  // Typed on either device (the field has the focus); the phone's page fits its width.
+  for (const device of ['desktop', 'phone']) {
+    test(`${device}: a password link asks and opens with the right password, from the keyboard alone`, async () => {
+      const page = await s.open(device, sharePath(s.links.locked), '#plyth-password');
+      if (device === 'desktop') {
+        assert.equal(await page.textContent('.plyth-share-title'), 'This link is protected by a password');
+        assert.equal(await page.isVisible('#plyth-password-error'), false);
+      } else {
+        assert.equal(await page.evaluate(() => document.documentElement.clientWidth), 390);
+        const field = await page.$eval('#plyth-password', (node) => node.getBoundingClientRect().width);
+        assert.ok(field > 300, `password field ${field}px wide`);
+      }
+      await s.look(page, `${device}-password`);
+      await page.keyboard.type(PASSWORD);
+      await Promise.all([page.waitForEvent('load'), page.keyboard.press('Enter')]);
+      await page.waitForSelector('#plyth-download');
+      // The page keeps the token as the server would have: a session cookie for the whole site.
+      const cookie = (await page.context().cookies()).find((c) => c.name === `plyth-sharing-${s.links.locked}`);
+      assert.deepEqual([cookie.path, cookie.expires], ['/', -1]);
+      await page.focus('#plyth-download');
+      const [got] = await Promise.all([page.waitForEvent('download'), page.keyboard.press('Enter')]);
+      assert.deepEqual([got.suggestedFilename(), fs.readFileSync(await got.path(), 'utf8')], ['report.txt', REPORT]);
+    });
+  }
 
   describe('phone', () => {
     const buttons = (page) =>
