@@ -118,9 +118,7 @@ if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
 // Why the suites cannot run here, else false (for describe's `skip`).
 export const skip = !playwright || !axeSource
   ? 'playwright-core or axe-core is not installed (npm ci --prefix tests/browser)'
-  : missing
-    ? `no complete staging tree: ${missing}`
-    : false;
+  : missing ? `no complete staging tree: ${missing}` : false;
 
 export const DEVICES = {
   desktop: { viewport: { width: 1280, height: 800 } },
@@ -163,11 +161,7 @@ export function applianceSuite(prefix, setup) {
     if (process.env.PLYTH_KEEP_BROWSER_TMP) console.log(`# kept ${suite.dir}`);
     else if (suite.dir) fs.rmSync(suite.dir, { recursive: true, force: true });
   });
-  return Object.assign(suite, pageHelpers(suite));
-}
-
-function pageHelpers(suite) {
-  return {
+  return Object.assign(suite, {
     // A context of `device`, signed in as `account` (password
     // "<account>-pw") through the sign-in API when one is named.
     async context(device, account) {
@@ -242,5 +236,5 @@ function pageHelpers(suite) {
         assert.deepEqual(suite.violations, []);
       });
     },
-  };
+  });
 }
