@@ -13,27 +13,14 @@ import fs from 'node:fs';
 import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
-import { after, before, test } from 'node:test';
+import { after, afterEach, before, test } from 'node:test';
 import { fileURLToPath } from 'node:url';
 
 
 export const repoRoot = path.resolve(path.dirname(fileURLToPath(import.meta.url)), '..', '..');
 
-const stagePrograms = [
-  'usr/zant/zantman/webapi/entry.cgi',
-  'usr/zant/bin/zant-webapid',
-  'usr/zant/bin/plythctl',
-  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Shard.so',
-  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Services.so',
-];
-
-// The staging tree to use ($PLYTH_STAGE, else the dev preset's), and why it
-// cannot be used when a program is missing.
-function findStage() {
-  const stage = process.env.PLYTH_STAGE || path.join(repoRoot, 'build', 'dev', 'stage');
-  const missing = stagePrograms.filter((file) => !fs.existsSync(path.join(stage, file)));
-  return { stage, missing: missing.length ? `${stage} lacks ${missing.join(', ')}` : '' };
-}
+const stagePrograms = ['usr/zant/zantman/webapi/entry.cgi', 'usr/zant/bin/zant-webapid', 'usr/zant/bin/plythctl',
+  'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Shard.so', 'usr/zant/lib/webapi/ZANT.BrindlexPlyth.Services.so'];
 
 async function freePort() {
   const server = net.createServer().listen(0, '127.0.0.1');
@@ -66,17 +53,17 @@ async function stopChild(child) {
   clearTimeout(timer);
 }
 
+// The standard output of `cmd args`, which must succeed.
+export function run(cmd, args, options = {}) {
+  const result = spawnSync(cmd, args, { encoding: 'utf8', ...options });
+  assert.equal(result.status, 0, `${path.basename(cmd)} ${args.join(' ')}: ${result.stderr}`);
+  return result.stdout;
+}
+
 // Makes the root in dir/root and starts the servers. Returns
 // { root, origin, ctl (plythctl(...args)), stop() }; the servers log into dir.
-async function startAppliance({ dir, stage }) {
+async function startAppliance(dir) {
   const root = path.join(dir, 'root');
-  const run = (cmd, args, options = {}) => {
-    const result = spawnSync(cmd, args, { encoding: 'utf8', ...options });
-    if (result.status !== 0) {
-      throw new Error(`${path.basename(cmd)} ${args.join(' ')} exited ${result.status}: ${result.stderr}`);
-    }
-    return result.stdout;
-  };
   run(path.join(repoRoot, 'scripts', 'mkroot'), ['--stage', stage, root]);
   fs.chmodSync(root, 0o755);
 
@@ -84,9 +71,9 @@ async function startAppliance({ dir, stage }) {
   // (tokens, failed passwords) must be that user's, as after plythctl.
   const serviceUser = process.getuid && process.getuid() === 0 ? 'www-data' : '';
   const storeDir = path.join(root, 'var/packages/BrindlexPlyth/target/var');
-  const plythctlPath = path.join(root, 'usr/zant/bin/plythctl');
   const plythctl = (...args) => {
-    const out = run(plythctlPath, ['--root', root, ...args], { env: { ...process.env, TZ: 'UTC' } });
+    const env = { ...process.env, TZ: 'UTC' };
+    const out = run(path.join(root, 'usr/zant/bin/plythctl'), ['--root', root, ...args], { env });
     if (serviceUser) run('chown', ['-R', `${serviceUser}:${serviceUser}`, storeDir]);
     return out.trim();
   };
@@ -96,16 +83,10 @@ async function startAppliance({ dir, stage }) {
   const nginxDir = path.join(runDir, 'nginx');
   fs.mkdirSync(nginxDir, { recursive: true });
   const socket = path.join(runDir, 'zant-webapid.sock');
-  const daemonLog = path.join(dir, 'webapid.log');
-  const nginxLog = path.join(dir, 'nginx.log');
-  // Standard output and error of a server, appended to `file`.
-  const into = (file) => ['ignore', fs.openSync(file, 'a'), fs.openSync(file, 'a')];
-
-  const daemon = spawn(
-    path.join(root, 'usr/zant/bin/zant-webapid'),
-    ['--root', root, '--socket', socket, '--workers', '2'],
-    { cwd: root, stdio: into(daemonLog) },
-  );
+  // Standard output and error of a server, appended to dir/<name>.log.
+  const into = (name) => ['ignore', ...[1, 2].map(() => fs.openSync(path.join(dir, `${name}.log`), 'a'))];
+  const daemonArgs = ['--root', root, '--socket', socket, '--workers', '2'];
+  const daemon = spawn(path.join(root, 'usr/zant/bin/zant-webapid'), daemonArgs, { cwd: root, stdio: into('webapid') });
   let nginx = null;
   const stop = async () => {
     await stopChild(nginx);
@@ -115,20 +96,11 @@ async function startAppliance({ dir, stage }) {
     await listening({ path: socket }, 'zant-webapid socket', daemon);
     const port = await freePort();
     const conf = path.join(runDir, 'nginx.conf');
-    fs.writeFileSync(
-      conf,
-      run(path.join(repoRoot, 'deploy', 'render-nginx-conf'), [
-        '--root', root, '--port', String(port), '--socket', socket, '--run-dir', nginxDir,
-      ]),
-    );
-    nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], { stdio: into(nginxLog) });
+    const confArgs = ['--root', root, '--port', String(port), '--socket', socket, '--run-dir', nginxDir];
+    fs.writeFileSync(conf, run(path.join(repoRoot, 'deploy', 'render-nginx-conf'), confArgs));
+    nginx = spawn('nginx', ['-p', nginxDir, '-c', conf, '-e', 'stderr'], { stdio: into('nginx') });
     await listening({ port, host: '127.0.0.1' }, 'nginx port', nginx);
-    return {
-      root,
-      origin: `http://127.0.0.1:${port}`,
-      ctl: plythctl,
-      stop,
-    };
+    return { root, origin: `http://127.0.0.1:${port}`, ctl: plythctl, stop };
   } catch (error) {
     await stop();
     throw error;
@@ -137,24 +109,23 @@ async function startAppliance({ dir, stage }) {
 
 const playwright = await import('playwright-core').catch(() => null);
 const axeSource = (await import('axe-core').catch(() => null))?.default.source;
-const { stage, missing } = findStage();
+// The staging tree ($PLYTH_STAGE, else the dev preset's), and why it cannot be used.
+const stage = process.env.PLYTH_STAGE || path.join(repoRoot, 'build', 'dev', 'stage');
+const absent = stagePrograms.filter((file) => !fs.existsSync(path.join(stage, file)));
+const missing = absent.length ? `${stage} lacks ${absent.join(', ')}` : '';
 if (missing && process.env.PLYTH_STAGE) throw new Error(missing);
 
 // Why the suites cannot run here, else false (for describe's `skip`).
 export const skip = !playwright || !axeSource
   ? 'playwright-core or axe-core is not installed (npm ci --prefix tests/browser)'
-  : missing
-    ? `no complete staging tree: ${missing}`
-    : false;
+  : missing ? `no complete staging tree: ${missing}` : false;
 
 export const DEVICES = {
   desktop: { viewport: { width: 1280, height: 800 } },
   phone: {
     userAgent:
       'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/17.0 Mobile/15E148 Safari/604.1',
-    viewport: { width: 390, height: 844 },
-    isMobile: true,
-    hasTouch: true,
+    viewport: { width: 390, height: 844 }, isMobile: true, hasTouch: true,
   },
 };
 
@@ -167,36 +138,35 @@ const chromiumArgs = [
 // Registers the hooks of a suite (call it inside describe) and answers the
 // suite, filled in by `before`: { dir, root, origin, ctl (plythctl), stop,
 // links (what `setup(ctl, suite)` answered), browser } and the page helpers
-// below.
+// below. The contexts a test made are closed after it.
 // Screenshots go to $PLYTH_SCREENSHOTS, else the temporary directory, which
 // PLYTH_KEEP_BROWSER_TMP keeps with the servers' logs.
 export function applianceSuite(prefix, setup) {
-  const suite = { problems: [], violations: [] };
+  const suite = { problems: [], violations: [], contexts: [] };
   before(async () => {
     suite.dir = fs.mkdtempSync(path.join(os.tmpdir(), prefix));
     fs.chmodSync(suite.dir, 0o755);
     suite.shots = process.env.PLYTH_SCREENSHOTS || path.join(suite.dir, 'screenshots');
     fs.mkdirSync(suite.shots, { recursive: true });
-    Object.assign(suite, await startAppliance({ dir: suite.dir, stage }));
+    Object.assign(suite, await startAppliance(suite.dir));
     suite.links = await setup(suite.ctl, suite);
     suite.browser = await playwright.chromium.launch({ executablePath: '/usr/bin/chromium', args: chromiumArgs });
   });
+  afterEach(async () => {
+    for (const context of suite.contexts.splice(0)) await context.close();
+  });
   after(async () => {
-    const keep = process.env.PLYTH_KEEP_BROWSER_TMP;
     if (suite.browser) await suite.browser.close();
     if (suite.stop) await suite.stop();
-    if (keep) console.log(`# kept ${suite.dir}`);
+    if (process.env.PLYTH_KEEP_BROWSER_TMP) console.log(`# kept ${suite.dir}`);
     else if (suite.dir) fs.rmSync(suite.dir, { recursive: true, force: true });
   });
-  return Object.assign(suite, pageHelpers(suite));
-}
-
-function pageHelpers(suite) {
-  return {
+  return Object.assign(suite, {
     // A context of `device`, signed in as `account` (password
     // "<account>-pw") through the sign-in API when one is named.
     async context(device, account) {
       const context = await suite.browser.newContext(DEVICES[device]);
+      suite.contexts.push(context);
       // Renditions are made on first sight: a busy machine needs more than 30 s.
       context.setDefaultTimeout(60000);
       if (account) {
@@ -210,8 +180,8 @@ function pageHelpers(suite) {
 
     // A new page in `where` (a context, or a device name for a context of
     // its own) that records its console errors and page errors; at `url`
-    // when one is given. Tests close page.context() when done.
-    async open(where, url) {
+    // once `ready` is there when they are given.
+    async open(where, url, ready) {
       const context = typeof where === 'string' ? await suite.context(where) : where;
       const page = await context.newPage();
       page.on('console', (message) => {
@@ -219,15 +189,16 @@ function pageHelpers(suite) {
       });
       page.on('pageerror', (error) => suite.problems.push(`${page.url()}: ${error.message}`));
       if (url) await page.goto(suite.origin + url, { waitUntil: 'load' });
+      if (ready) await page.waitForSelector(ready);
       return page;
     },
 
-    // A screenshot of the page state, named `state`, without axe-core.
-    shoot: (page, state) => page.screenshot({ path: path.join(suite.shots, `${state}.png`), fullPage: true }),
+    // The text of every node that `selector` finds.
+    texts: (page, selector) => page.$$eval(selector, (nodes) => nodes.map((node) => node.textContent)),
 
     // axe-core on the page as it stands (evaluated by the driver, so the
     // page's security policy does not stop it): serious and critical
-    // findings fail the closing check. Then the screenshot.
+    // findings fail the closing check. Then a screenshot named `state`.
     async look(page, state) {
       await page.evaluate(axeSource);
       const found = await page.evaluate(async () => {
@@ -237,13 +208,15 @@ function pageHelpers(suite) {
           .map((v) => `${v.id} (${v.nodes.map((n) => n.target.join(' ')).join(', ')})`);
       });
       for (const finding of found) suite.violations.push(`${state}: ${finding}`);
-      await suite.shoot(page, state);
+      await page.screenshot({ path: path.join(suite.shots, `${state}.png`), fullPage: true });
     },
 
-    // What clicking `selector` saves: the suggested name and the text.
-    async download(page, selector) {
+    // What clicking `selector` saves: the suggested name and the bytes
+    // (as text unless `binary`).
+    async download(page, selector, binary = false) {
       const [got] = await Promise.all([page.waitForEvent('download'), page.click(selector)]);
-      return { name: got.suggestedFilename(), bytes: fs.readFileSync(await got.path(), 'utf8') };
+      const bytes = fs.readFileSync(await got.path());
+      return { name: got.suggestedFilename(), bytes: binary ? bytes : bytes.toString('utf8') };
     },
 
     // The sign-in form of the page, filled and sent.
@@ -263,5 +236,5 @@ function pageHelpers(suite) {
         assert.deepEqual(suite.violations, []);
       });
     },
-  };
+  });
 }

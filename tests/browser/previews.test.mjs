@@ -4,12 +4,11 @@
 // breadcrumbs and downloaded as a ZIP whose entries match the folder; and a
 // preview-only link that shows the preview and offers no download.
 import assert from 'node:assert/strict';
-import { spawnSync } from 'node:child_process';
 import fs from 'node:fs';
 import path from 'node:path';
 import { describe, test } from 'node:test';
 
-import { DEVICES, applianceSuite, repoRoot, skip } from './lib.mjs';
+import { DEVICES, applianceSuite, repoRoot, run, skip } from './lib.mjs';
 
 // Where each page draws the content: the desktop panel or the phone's main box.
 const CONTENT = { desktop: '#plyth-share-content', phone: '#plyth-mobile-content' };
@@ -28,11 +27,10 @@ const TRIP = {
 
 // Entry names of a ZIP the page saved, sorted, read with Python's zipfile
 // (what each entry holds is the archive's own tests' business).
-function zipNames(file) {
-  const script = 'import sys, zipfile, json; print(json.dumps(sorted(zipfile.ZipFile(sys.argv[1]).namelist())))';
-  const result = spawnSync('python3', ['-c', script, file], { encoding: 'utf8' });
-  assert.equal(result.status, 0, result.stderr);
-  return JSON.parse(result.stdout);
+function zipNames({ bytes }) {
+  const script = 'import io, json, sys, zipfile\n' +
+    'print(json.dumps(sorted(zipfile.ZipFile(io.BytesIO(sys.stdin.buffer.read())).namelist())))';
+  return JSON.parse(run('python3', ['-c', script], { input: bytes }));
 }
 
 describe('previews and folder shares', { skip }, () => {
@@ -40,8 +38,7 @@ describe('previews and folder shares', { skip }, () => {
   const s = applianceSuite('plyth-previews-', (ctl, { dir, root }) => {
     const links = {};
     samples = path.join(dir, 'samples');
-    const made = spawnSync(path.join(repoRoot, 'scripts', 'make-sample-files'), [samples], { encoding: 'utf8' });
-    assert.equal(made.status, 0, made.stderr);
+    run(path.join(repoRoot, 'scripts', 'make-sample-files'), [samples]);
     ctl('user', 'add', 'alice', '--password', 'alice-pw');
     for (const [name, from] of Object.entries(TRIP)) {
       if (from) ctl('file', 'add', 'alice', `/Trip/${name}`, '--from', path.join(samples, from));
@@ -56,13 +53,12 @@ describe('previews and folder shares', { skip }, () => {
     // 205 empty files in one statement (205 runs of plythctl take a minute);
     // the plythctl runs after it hand the store back to the service user.
     const store = path.join(root, 'var/packages/BrindlexPlyth/target/var/plyth.db');
-    const insert = spawnSync('sqlite3', [store,
+    run('sqlite3', [store,
       'WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 204) ' +
       'INSERT INTO items (file_id, parent_id, owner_uid, owner_name, path, display_path, name, kind, created_time, ' +
       'modified_time, access_time, change_time, permanent_link) SELECT printf(\'M%015d\', i), ' +
       `'${idOf('/Many')}', 1026, 'alice', printf('/Many/f%03d.txt', i), printf('/Many/f%03d.txt', i), ` +
-      "printf('f%03d.txt', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n"], { encoding: 'utf8' });
-    assert.equal(insert.status, 0, insert.stderr);
+      "printf('f%03d.txt', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n"]);
 
     for (const [key, p] of Object.entries({
       photo: '/Trip/photo.jpg', pdf: '/Trip/guide.pdf', text: '/Trip/notes.txt', audio: '/Trip/tone.wav',
@@ -84,12 +80,8 @@ describe('previews and folder shares', { skip }, () => {
         const page = await s.open(device, share(s.links.photo));
         const img = await page.waitForSelector(`${CONTENT[device]} #plyth-viewer-image`);
         await page.waitForFunction((node) => node.complete && node.naturalWidth > 0, img);
-        const size = await img.evaluate((node) => ({
-          natural: node.naturalWidth,
-          shown: node.getBoundingClientRect().width,
-          view: document.documentElement.clientWidth,
-          src: node.getAttribute('src'),
-        }));
+        const size = await img.evaluate((node) => ({ natural: node.naturalWidth, shown: node.getBoundingClientRect().width,
+          view: document.documentElement.clientWidth, src: node.getAttribute('src') }));
         const asked = Number(/size=(\d+)/.exec(size.src)[1]);
         assert.ok(size.natural <= asked && size.natural <= 800, JSON.stringify(size));
         assert.ok(size.shown <= size.view, 'fits the view');
@@ -99,12 +91,10 @@ describe('previews and folder shares', { skip }, () => {
         await page.waitForFunction((node) => node.complete && /size=2048/.test(node.src), img);
         await img.press('Enter');
         await page.waitForSelector('.plyth-viewer-kind-image:not(.plyth-viewer-zoomed)');
-        await page.context().close();
       });
 
       test('a PDF is paged through', async () => {
-        const page = await s.open(device, share(s.links.pdf));
-        await page.waitForSelector('#plyth-viewer-page');
+        const page = await s.open(device, share(s.links.pdf), '#plyth-viewer-page');
         assert.equal(await page.textContent('#plyth-viewer-counter'), 'Page 1 of 3');
         assert.equal(await page.isDisabled('#plyth-viewer-prev'), true);
         await page.click('#plyth-viewer-next');
@@ -116,7 +106,6 @@ describe('previews and folder shares', { skip }, () => {
           return img.complete && img.naturalWidth > 0 && /page=3/.test(img.src);
         });
         await s.look(page, `${device}-pdf`);
-        await page.context().close();
       });
 
       test('text, audio and video are shown or played', async () => {
@@ -126,8 +115,7 @@ describe('previews and folder shares', { skip }, () => {
           { what: 'video', link: s.links.video, selector: '#plyth-viewer-video' },
         ];
         for (const row of rows) {
-          const page = await s.open(device, share(row.link));
-          await page.waitForSelector(row.selector);
+          const page = await s.open(device, share(row.link), row.selector);
           if (row.what === 'text') {
             assert.equal(await page.textContent(row.selector), sample('notes.txt').toString('utf8'));
           } else {
@@ -135,24 +123,20 @@ describe('previews and folder shares', { skip }, () => {
             await page.waitForFunction((sel) => document.querySelector(sel).readyState >= 1, row.selector);
           }
           await s.look(page, `${device}-${row.what}`);
-          await page.context().close();
         }
       });
 
       test('a damaged picture keeps its type icon', async () => {
-        const page = await s.open(device, share(s.links.broken));
         const icon = device === 'desktop' ? '.plyth-share-icon' : '#plyth-mobile-icon img';
-        await page.waitForSelector(icon);
+        const page = await s.open(device, share(s.links.broken), icon);
         await page.waitForFunction(() => !document.querySelector('.plyth-viewer'));
         await page.waitForTimeout(300);
         assert.equal(await page.$('.plyth-viewer'), null);
         assert.equal(await page.isVisible(icon), true);
-        await page.context().close();
       });
 
       test('a folder is browsed with breadcrumbs and downloaded as a ZIP of its entries', async () => {
-        const page = await s.open(device, share(s.links.trip));
-        await page.waitForSelector('#plyth-browser-list li');
+        const page = await s.open(device, share(s.links.trip), '#plyth-browser-list li');
         const names = () => page.$$eval('#plyth-browser-list li', (rows) => rows.map((r) => r.getAttribute('data-name')));
         assert.deepEqual(await names(), ['Day 1', 'broken.jpg', 'clip.webm', 'guide.pdf', 'notes.txt', 'photo.jpg', 'tone.wav']);
         const thumb = await page.$eval('li[data-name="photo.jpg"] img', (img) => img.getAttribute('src'));
@@ -163,70 +147,60 @@ describe('previews and folder shares', { skip }, () => {
         await page.waitForSelector('li[data-name="Evening"]');
         await page.click('li[data-name="Evening"] .plyth-browser-name');
         await page.waitForSelector('li[data-name="café & \\"notes\\".txt"]');
-        const crumbs = () => page.$$eval('.plyth-browser-crumb', (nodes) => nodes.map((n) => n.textContent));
-        assert.deepEqual(await crumbs(), ['Trip', 'Day 1', 'Evening']);
+        assert.deepEqual(await s.texts(page, '.plyth-browser-crumb'), ['Trip', 'Day 1', 'Evening']);
         await s.look(page, `${device}-folder-nested`);
 
         // A file of the folder: its preview and its own download.
         await page.click('.plyth-browser-name');
         await page.waitForSelector('#plyth-browser-file #plyth-viewer-text');
-        const [single] = await Promise.all([page.waitForEvent('download'), page.click('#plyth-browser-download')]);
-        assert.equal(single.suggestedFilename(), 'café & "notes".txt'.replace(/"/g, '_'));
-        assert.deepEqual(fs.readFileSync(await single.path()), sample('notes.txt'));
+        const single = await s.download(page, '#plyth-browser-download', true);
+        assert.deepEqual(single, { name: 'café & _notes_.txt', bytes: sample('notes.txt') });
         await page.click('#plyth-browser-back');
 
         // Up to the shared folder, which is as high as the trail goes.
         await page.click('.plyth-browser-crumb >> text=Trip');
         await page.waitForSelector('li[data-name="photo.jpg"]');
-        assert.deepEqual(await crumbs(), ['Trip']);
+        assert.deepEqual(await s.texts(page, '.plyth-browser-crumb'), ['Trip']);
 
-        const [zip] = await Promise.all([page.waitForEvent('download'), page.click('#plyth-browser-zip')]);
-        assert.equal(zip.suggestedFilename(), 'Trip.zip');
-        assert.deepEqual(zipNames(await zip.path()), [...Object.keys(TRIP), 'broken.jpg'].sort());
+        const zip = await s.download(page, '#plyth-browser-zip', true);
+        assert.equal(zip.name, 'Trip.zip');
+        assert.deepEqual(zipNames(zip), [...Object.keys(TRIP), 'broken.jpg'].sort());
 
         // A selection: two rows ticked.
         await page.check('li[data-name="guide.pdf"] .plyth-browser-check');
         await page.check('li[data-name="Day 1"] .plyth-browser-check');
-        const [chosen] = await Promise.all([page.waitForEvent('download'), page.click('#plyth-browser-zip-selected')]);
-        assert.deepEqual(zipNames(await chosen.path()), [
+        assert.deepEqual(zipNames(await s.download(page, '#plyth-browser-zip-selected', true)), [
           'Day 1/', 'Day 1/Evening/', 'Day 1/Evening/café & "notes".txt', 'Day 1/logo.png', 'guide.pdf',
         ]);
-        await page.context().close();
       });
 
       test('a preview-only link shows the preview and offers no download', async () => {
-        const page = await s.open(device, share(s.links.photoPreview));
-        await page.waitForSelector('#plyth-viewer-image');
+        const page = await s.open(device, share(s.links.photoPreview), '#plyth-viewer-image');
         await page.waitForFunction(() => document.getElementById('plyth-viewer-image').naturalWidth > 0);
         assert.equal(await page.$('#plyth-download'), null);
         if (device === 'desktop') {
           assert.equal(await page.textContent('.plyth-share-notice'), 'You may preview this item but not download it.');
         }
         await s.look(page, `${device}-preview-only`);
-        await page.context().close();
 
-        const folder = await s.open(device, share(s.links.tripPreview));
-        await folder.waitForSelector('li[data-name="photo.jpg"]');
+        const folder = await s.open(device, share(s.links.tripPreview), 'li[data-name="photo.jpg"]');
         assert.equal(await folder.$('#plyth-browser-zip'), null);
         assert.equal(await folder.$('.plyth-browser-check'), null);
         await folder.click('li[data-name="photo.jpg"] .plyth-browser-name');
         await folder.waitForSelector('#plyth-browser-file #plyth-viewer-image');
         assert.equal(await folder.$('#plyth-browser-download'), null);
-        await folder.context().close();
       });
     });
   }
 
   test('a large folder comes 200 items at a time', async () => {
-    const page = await s.open('desktop', share(s.links.many));
-    await page.waitForSelector('#plyth-browser-list li');
+    const page = await s.open('desktop', share(s.links.many), '#plyth-browser-list li');
     const count = () => page.$$eval('#plyth-browser-list li', (rows) => rows.length);
     assert.equal(await count(), 200);
     await page.click('#plyth-browser-more');
     await page.waitForFunction(() => document.querySelectorAll('#plyth-browser-list li').length === 205);
     assert.equal(await page.isVisible('#plyth-browser-more'), false);
     assert.equal(await page.getAttribute('#plyth-browser-list li:last-child', 'data-name'), 'f204.txt');
-    await page.context().close();
   });
 
   s.closingChecks();

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 #include <gtest/gtest.h>
 
@@ -40,9 +40,7 @@ void ApplianceRoot::WriteFile(const std::string& appliancePath, const std::strin
 
 std::string ApplianceRoot::ReadFile(const std::string& appliancePath) const {
   std::ifstream in(Host(appliancePath), std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 void ApplianceRoot::MakeDir(const std::string& appliancePath) const {

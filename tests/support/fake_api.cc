@@ -68,17 +68,9 @@ void FakeAPI::AlwaysReturn(const Json::Value& result) {
 
 void FakeAPI::Respond(Answer answer) { answer_ = std::move(answer); }
 
-Json::Value FakeAPI::FailureWithoutError() {
-  Json::Value result(Json::objectValue);
-  result["success"] = false;
-  return result;
-}
+Json::Value FakeAPI::FailureWithoutError() { return Parse(R"({"success": false})"); }
 
-Json::Value FakeAPI::SuccessWithoutData() {
-  Json::Value result(Json::objectValue);
-  result["success"] = true;
-  return result;
-}
+Json::Value FakeAPI::SuccessWithoutData() { return Parse(R"({"success": true})"); }
 
 Json::Value FakeAPI::Success(const Json::Value& data) {
   Json::Value result = SuccessWithoutData();

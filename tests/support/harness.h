@@ -51,6 +51,9 @@ class SyslogCapture {
   ~SyslogCapture();
   std::vector<SyslogLine> Lines() const;
   void Clear();
+
+ private:
+  size_t start_ = 0;  // the first line this capture answers
 };
 
 // Makes geteuid/getegid/setresuid/setresgid act on fake ids while the object

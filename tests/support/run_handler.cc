@@ -1,7 +1,8 @@
 // A handler run as the framework runs it, with everything it produced.
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <memory>
-#include <sstream>
 
 #include "harness.h"
 #include "zant/logger.h"
@@ -12,32 +13,27 @@ bool FakeIdentityActive();  // fake_identity.cc
 
 namespace {
 
-// Lines of the sync logger's file written since the last call.
-std::vector<std::string> TakeLoggerLines() {
-  static std::string lastPath;
-  static size_t offset = 0;
-  const std::string path = Logger::LogFilePath();
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream all;
-  if (in) all << in.rdbuf();
-  const std::string text = all.str();
-  // Another file, or one cut to its newest half: start over.
-  if (path != lastPath || text.size() < offset) {
-    lastPath = path;
-    offset = 0;
-  }
+std::string LoggerText() {
+  std::ifstream in(Logger::LogFilePath(), std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// The whole lines `after` added to `before`; all of them when the file was
+// cut to its newest half (or is another file) meanwhile.
+std::vector<std::string> NewLines(const std::string& before, const std::string& after) {
   std::vector<std::string> lines;
-  for (size_t end; (end = text.find('\n', offset)) != std::string::npos; offset = end + 1) {
-    lines.push_back(text.substr(offset, end - offset));
+  size_t from = after.compare(0, before.size(), before) == 0 ? before.size() : 0;
+  for (size_t end; (end = after.find('\n', from)) != std::string::npos; from = end + 1) {
+    lines.push_back(after.substr(from, end - from));
   }
-  return lines;  // a partial last line waits
+  return lines;
 }
 
 }  // namespace
 
 HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request) {
   HandlerRun run;
-  TakeLoggerLines();  // what earlier code logged is not this run's
+  const std::string loggedBefore = LoggerText();
   // The appliance runs handlers as root; so does a run without a test's own
   // identity, whoever runs the tests.
   std::unique_ptr<FakeIdentity> root;
@@ -52,7 +48,7 @@ HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request) {
     run.stdoutBytes = out.Take();
   }
   run.syslog = syslogCapture.Lines();
-  run.logger = TakeLoggerLines();
+  run.logger = NewLines(loggedBefore, LoggerText());
   run.answer = run.stdoutBytes;
   if (run.response.IsEnableOutput()) run.answer += ZANT::FormatFrameworkAnswer(run.response);
   return run;
@@ -61,13 +57,11 @@ HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request) {
 void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines,
                   std::string& body) {
   headerLines.clear();
-  body.clear();
-  size_t blank = answer.find("\r\n\r\n");
-  std::string head = blank == std::string::npos ? answer : answer.substr(0, blank + 2);
-  if (blank != std::string::npos) body = answer.substr(blank + 4);
+  const size_t blank = answer.find("\r\n\r\n");
+  body = blank == std::string::npos ? std::string() : answer.substr(blank + 4);
+  const std::string head = blank == std::string::npos ? answer : answer.substr(0, blank + 2);
   for (size_t from = 0, end; from < head.size(); from = end + 2) {
-    end = head.find("\r\n", from);
-    if (end == std::string::npos) end = head.size();
+    end = std::min(head.find("\r\n", from), head.size());
     headerLines.push_back(head.substr(from, end - from));
   }
 }

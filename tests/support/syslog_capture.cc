@@ -8,7 +8,6 @@
 #include <stdlib.h>
 #include <syslog.h>
 
-#include <map>
 #include <mutex>
 
 #include "harness.h"
@@ -19,9 +18,8 @@ namespace {
 
 struct SyslogState {
   std::mutex mutex;
-  std::vector<SyslogLine> lines;
-  // Each live capture sees the lines from its own start on.
-  std::map<const SyslogCapture*, size_t> starts;
+  std::vector<SyslogLine> lines;  // since the oldest live capture started
+  int captures = 0;
 };
 
 SyslogState& State() {
@@ -37,49 +35,41 @@ std::string Format(const char* format, va_list args) {
   return line;
 }
 
-using VsyslogFn = void (*)(int, const char*, va_list);
-
-void RealVsyslog(int priority, const char* format, va_list args) {
-  static VsyslogFn real = reinterpret_cast<VsyslogFn>(dlsym(RTLD_NEXT, "vsyslog"));
-  if (real != nullptr) real(priority, format, args);
-}
-
 void Route(int priority, const char* format, va_list args) {
   va_list copy;
   va_copy(copy, args);
   std::string text = Format(format, copy);
   va_end(copy);
   {
-    SyslogState& state = State();
-    std::lock_guard<std::mutex> lock(state.mutex);
-    if (!state.starts.empty()) return state.lines.push_back(SyslogLine{priority, std::move(text)});
+    std::lock_guard<std::mutex> lock(State().mutex);
+    if (State().captures > 0) return State().lines.push_back(SyslogLine{priority, std::move(text)});
   }
-  RealVsyslog(priority, format, args);
+  using VsyslogFn = void (*)(int, const char*, va_list);
+  static VsyslogFn real = reinterpret_cast<VsyslogFn>(dlsym(RTLD_NEXT, "vsyslog"));
+  if (real != nullptr) real(priority, format, args);
 }
 
 }  // namespace
 
-SyslogCapture::SyslogCapture() { Clear(); }
+SyslogCapture::SyslogCapture() {
+  std::lock_guard<std::mutex> lock(State().mutex);
+  ++State().captures;
+  start_ = State().lines.size();
+}
 
 SyslogCapture::~SyslogCapture() {
-  SyslogState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
-  state.starts.erase(this);
-  if (state.starts.empty()) state.lines.clear();
+  std::lock_guard<std::mutex> lock(State().mutex);
+  if (--State().captures == 0) State().lines.clear();
 }
 
 std::vector<SyslogLine> SyslogCapture::Lines() const {
-  SyslogState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
-  auto start = state.starts.find(this);
-  size_t from = start == state.starts.end() ? state.lines.size() : start->second;
-  return std::vector<SyslogLine>(state.lines.begin() + static_cast<long>(from), state.lines.end());
+  std::lock_guard<std::mutex> lock(State().mutex);
+  return std::vector<SyslogLine>(State().lines.begin() + static_cast<long>(start_), State().lines.end());
 }
 
 void SyslogCapture::Clear() {
-  SyslogState& state = State();
-  std::lock_guard<std::mutex> lock(state.mutex);
-  state.starts[this] = state.lines.size();
+  std::lock_guard<std::mutex> lock(State().mutex);
+  start_ = State().lines.size();
 }
 
 }  // namespace plyth_test
