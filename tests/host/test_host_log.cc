@@ -32,9 +32,7 @@ TEST(HostLog, ValuesNeverEndOrForgeALine) {
       {"never inside a character", "abcd\xc3\xa9" "fghijk", 11, "abcd [cut]"},
       {"a whole character kept", "abc\xc3\xa9" "fghijkl", 11, "abc\xc3\xa9 [cut]"},
   };
-  for (const Row& row : rows) {
-    EXPECT_EQ(zant_host::HostLogText(row.message, row.room), row.written) << row.what;
-  }
+  for (const Row& row : rows) EXPECT_EQ(zant_host::HostLogText(row.message, row.room), row.written) << row.what;
 }
 
 // The line's stamp, name and "error: " are pinned by the parameter guard's and
@@ -59,16 +57,19 @@ class SystemLogGateTest : public ::testing::Test {
     for (int fd : fds_) close(fd);
   }
 
-  // A socket of `type` bound at the path; listening when a stream socket.
-  int Bind(int type) {
+  // A socket of `type` bound at the path, listening when a stream socket;
+  // closed again when `ended`, which leaves its file behind.
+  void Bind(int type, bool ended = false) {
     const int fd = socket(AF_UNIX, type, 0);
     struct sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     strcpy(address.sun_path, path_.c_str());
     EXPECT_EQ(bind(fd, reinterpret_cast<struct sockaddr*>(&address), sizeof(address)), 0);
     if (type == SOCK_STREAM) listen(fd, 1);
-    fds_.push_back(fd);
-    return fd;
+    if (ended)
+      close(fd);
+    else
+      fds_.push_back(fd);
   }
 
   plyth_test::ApplianceRoot root_;
@@ -81,12 +82,7 @@ TEST_F(SystemLogGateTest, WhatListensAtThePath) {
       {"nothing", [](SystemLogGateTest*) {}, false},
       {"a datagram daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM); }, true},
       {"a stream daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_STREAM); }, true},
-      {"the socket file of a daemon that ended",
-       [](SystemLogGateTest* t) {
-         close(t->Bind(SOCK_DGRAM));
-         t->fds_.pop_back();
-       },
-       false},
+      {"the socket file of a daemon that ended", [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM, true); }, false},
       {"a plain file", [](SystemLogGateTest* t) { fclose(fopen(t->path_.c_str(), "w")); }, false},
   };
   for (const Row& row : rows) {

@@ -44,9 +44,8 @@ TEST(HostSession, StoreWritesLoadsExpiresAndSweeps) {
   EXPECT_FALSE(store.Load(late.id, 2000 + kSessionLifetime, &loaded));
   EXPECT_EQ(root.ReadFile("/var/lib/zant/sessions/" + zant_host::Sha256Hex(late.id)), "") << "expired: removed";
   for (const std::string& id : {std::string(63, 'a'), std::string(64, 'A'), std::string(64, '0'),
-                                "../../../../etc/passwd" + std::string(42, 'a')}) {
+                                "../../../../etc/passwd" + std::string(42, 'a')})
     EXPECT_FALSE(store.Load(id, 0, &loaded)) << id;
-  }
   const std::string id(64, 'b');
   for (const char* damaged : {"[]", "{\"user\":1,\"uid\":1,\"token\":\"t\",\"expires\":99999999999}",
                               "{\"user\":\"u\",\"uid\":-1,\"token\":\"t\",\"expires\":99999999999}"}) {
@@ -180,9 +179,8 @@ TEST_F(SignIn, SessionOfADisabledAccountIsDropped) {
 // A password that reads as JSON ("1.50" would become 1.5) is taken as typed.
 TEST_F(SignIn, RefusalsAnswerOneCode) {
   EXPECT_EQ(SignInWith("account=alice&passwd=%221.50%22").size(), 3u);
-  for (const char* body : {"account=alice&passwd=1.5", "account=zoe&passwd=1.50", "account=carol&passwd=1.50"}) {
+  for (const char* body : {"account=alice&passwd=1.5", "account=zoe&passwd=1.50", "account=carol&passwd=1.50"})
     EXPECT_EQ(HandleForm(kLogin, body), Error(400)) << body;
-  }
   EXPECT_EQ(HandleForm(kLogin, "passwd=pw"), Error(101));
 }
 

@@ -91,37 +91,25 @@ TEST(Cookies, ParsesHeader) {
   }
 }
 
-// Only optional texts without a validator are asked for.
-TEST(CheckString, ReportsState) {
-  const struct Row { const char* params; std::string expected; } rows[] = {
-      {"{}", "unset valid "},
-      {R"({"p":"abc"})", "set valid abc"},
-      {R"({"p":12})", "set invalid "},
-  };
-  for (const Row& row : rows) {
-    APIRequest request;
-    request.SetParams(Parse(row.params));
-    ZANT::APIParameter<std::string> p = request.GetAndCheckString("p", ZANT::kParamOptional, nullptr);
-    EXPECT_EQ(row.expected, std::string(p.IsSet() ? "set" : "unset") + (p.IsInvalid() ? " invalid " : " valid ") +
-                                p.Get()) << row.params;
-  }
+// Only optional texts without a validator are asked for; a text and a value
+// that is no text are pinned by the getjs tests.
+TEST(CheckString, AbsentOptionalIsValidAndEmpty) {
+  ZANT::APIParameter<std::string> p = APIRequest().GetAndCheckString("p", ZANT::kParamOptional, nullptr);
+  EXPECT_EQ(std::string(p.IsSet() ? "set" : "unset") + (p.IsInvalid() ? " invalid " : " valid ") + p.Get(),
+            "unset valid ");
 }
 
 // Success with and without data and the output switched off are pinned by the
-// host's and the module's answers.
+// host's and the module's answers, a raw result by the fixture's.
 TEST(Answer, ExactBytes) {
-  const std::string kJson = "Content-Type: application/json; charset=\"UTF-8\"\r\n";
   const struct Row { const char* d; void (*fill)(APIResponse&); std::string expected; } rows[] = {
-      {"error with data", [](APIResponse& r) { r.SetError(120, Parse(R"({"n":"x"})")); },
-       kJson + "\r\n" + R"({"error":{"code":120,"errors":{"n":"x"}},"success":false})"},
       {"redirect, last Location", [](APIResponse& r) { r.SetHeader("Location", "/1");
          r.SetHeader("Set-Cookie", "a=1"); r.SetHeader("location", "/x?y"); r.SetSuccess(); },
        "Status: 302 Found\r\nLocation: /x?y\r\n\r\n"},
       {"error with Location, headers in order", [](APIResponse& r) { r.SetHeader("Location", "/x");
          r.SetHeader("Content-Type", "text/plain"); r.SetHeader("X-A", "1"); r.SetError(105); },
-       kJson + "Location: /x\r\nX-A: 1\r\n\r\n" + R"({"error":{"code":105},"success":false})"},
-      {"raw result", [](APIResponse& r) { r.SetRawResult(Parse(R"({"success":false})")); },
-       kJson + "\r\n{\"success\":false}"},
+       "Content-Type: application/json; charset=\"UTF-8\"\r\nLocation: /x\r\nX-A: 1\r\n\r\n"
+       R"({"error":{"code":105},"success":false})"},
   };
   for (const Row& row : rows) {
     APIResponse response;
@@ -156,7 +144,7 @@ class Runner : public UserDatabase {
   void TearDown() override { APIRunner::Clear(); }
 };
 
-TEST_F(Runner, Answers) {
+TEST_F(Runner, AnswersAndMapsANestedRequestsUserInheritingTheLanguage) {
   const struct Row { const char* api; int version; const char* method; bool ran; const char* result; } rows[] = {
       {"T.API", 1, "get", true, R"({"success":true,"data":"get"})"},
       {"T.API", 1, "fail", true, R"({"success":false,"error":{"code":1002}})"},
@@ -170,10 +158,7 @@ TEST_F(Runner, Answers) {
     EXPECT_EQ(row.ran, APIRunner::Exec(result, row.api, row.version, row.method, Json::Value(), ""));
     EXPECT_EQ(Parse(row.result), result) << row.method;
   }
-}
-
-TEST_F(Runner, NestedRequestMapsUserAndInheritsLanguage) {
-  const struct Row { const char* user; std::string login; int uid, auth; } rows[] = {
+  const struct Nested { const char* user; std::string login; int uid, auth; } nested[] = {
       {nullptr, "", -1, ZANT::kAuthNone},
       {"anonymous", "anonymous", -1, ZANT::kAuthNone},
       {"alice", "alice", 1026, ZANT::kAuthUser},
@@ -183,15 +168,14 @@ TEST_F(Runner, NestedRequestMapsUserAndInheritsLanguage) {
   APIRequest outer;
   outer.SetUILanguage("ger");
   ZANT::CurrentRequestScope scope(&outer);
-  for (const Row& row : rows) {
+  for (const Nested& row : nested) {
     gSeen = Seen();
     Json::Value result;
     ASSERT_TRUE(APIRunner::Exec(result, "T.API", 2, "get", Parse(R"({"path":"link:A"})"), row.user));
-    EXPECT_EQ(row.login + " " + std::to_string(row.uid) + " " + std::to_string(row.auth),
-              gSeen.user + " " + std::to_string(gSeen.uid) + " " + std::to_string(gSeen.auth));
+    EXPECT_EQ(row.login + " " + std::to_string(row.uid) + " " + std::to_string(row.auth) + " ger current",
+              gSeen.user + " " + std::to_string(gSeen.uid) + " " + std::to_string(gSeen.auth) + " " + gSeen.lang +
+                  (gSeen.wasCurrent ? " current" : " not current"));
     EXPECT_EQ(Parse(R"({"path":"link:A"})"), gSeen.params);
-    EXPECT_TRUE(gSeen.wasCurrent);
-    EXPECT_EQ("ger", gSeen.lang);
     EXPECT_EQ(&outer, ZANT::CurrentRequest());
   }
 }
@@ -230,7 +214,6 @@ TEST_F(UserDatabase, CheckAuthorizedAnswers) {
   }
   unsetenv("USERNAME");
 }
-
 
 User NewUser(const std::string& name, uid_t uid = 0, const std::string& fullName = "") {
   return User{name, uid, 100, fullName, "/h", false, false, ""};
@@ -273,25 +256,20 @@ TEST_F(UserDatabase, UnreadableFileIsFileOpen) {
   EXPECT_EQ(Status::kFileOpen, db::AddUser(&added, ""));
 }
 
-TEST_F(UserDatabase, AddPicksNextUidOrRefuses) {
+TEST_F(UserDatabase, AddPicksNextUidOrRefusesRemoveDeletesFirstLineOfName) {
   User user = NewUser("erin", 0, "Erin");
   ASSERT_EQ(Status::kOk, db::AddUser(&user, ""));
   EXPECT_EQ(2000u, user.uid);  // one past the highest uid
-  const std::string added = kDatabase + "erin:2000:100:Erin:/h::\n";
-  EXPECT_EQ(added, root_.ReadFile(kUsersFile));
+  std::string expected = kDatabase + "erin:2000:100:Erin:/h::\n";
+  EXPECT_EQ(expected, root_.ReadFile(kUsersFile));
   User taken = NewUser("bob"), uid = NewUser("frank", 1027), bad = NewUser("x", 0, "F\nN");
   EXPECT_EQ(Status::kUserExists, db::AddUser(&taken, "pw"));
   EXPECT_EQ(Status::kUidInUse, db::AddUser(&uid, ""));
   EXPECT_EQ(Status::kBadParameter, db::AddUser(&bad, ""));
-  EXPECT_EQ(added, root_.ReadFile(kUsersFile));
-}
-
-TEST_F(UserDatabase, RemoveDeletesFirstLineOfName) {
   ASSERT_EQ(Status::kOk, db::RemoveUser("alice"));
   EXPECT_EQ(Status::kNoSuchUser, db::RemoveUser("dave"));
-  std::string expected = kDatabase;
   expected.erase(expected.find("alice:1026"), expected.find("bob:") - expected.find("alice:1026"));
-  EXPECT_EQ(expected, root_.ReadFile(kUsersFile));
+  EXPECT_EQ(expected, root_.ReadFile(kUsersFile)) << "the refusals changed nothing, the first alice line went";
 }
 
 TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
@@ -306,9 +284,8 @@ TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
   EXPECT_TRUE(db::CheckPassword("passwd", "pbkdf2-sha256$1$73616c74" + h));
   for (std::string bad : {"pbkdf2-sha1$1$73616c74" + h, "pbkdf2-sha256$0$73616c74" + h,
                           "pbkdf2-sha256$1$7361zc74" + h, "pbkdf2-sha256$1$73616c7" + h,
-                          std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"}) {
+                          std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"})
     EXPECT_FALSE(db::CheckPassword("passwd", bad)) << bad;
-  }
 }
 
 TEST_F(UserDatabase, SignInAuthenticates) {
@@ -325,11 +302,6 @@ TEST_F(UserDatabase, SignInAuthenticates) {
     EXPECT_EQ(row.expected, db::Authenticate(row.name, row.password, &user)) << row.name << " " << row.password;
     EXPECT_EQ(row.expected == Status::kOk ? 1024u : 0u, user.uid);
   }
-  ASSERT_EQ(Status::kOk, db::SetPassword("alice", "n3w"));
-  User user;
-  EXPECT_EQ(Status::kOk, db::Authenticate("alice", "n3w", &user));
-  ASSERT_EQ(Status::kOk, db::SetPassword("alice", ""));
-  EXPECT_EQ(Status::kWrongPassword, db::Authenticate("alice", "n3w", &user));
 }
 
 TEST(UserDatabaseConcurrency, ForkedWritersLoseNothing) {
@@ -365,12 +337,8 @@ TEST(UserDatabaseConcurrency, ForkedWritersLoseNothing) {
 }
 
 TEST(Template, Fills) {
-  Json::Value values;
-  values["TITLE"] = "A <b> & \"c\"";
-  values["EMPTY"] = "";
-  values["NUM"] = 5;
-  values["NUL"] = std::string("a\0b", 3);
-  values["LOOP"] = "{{TITLE}}";
+  const Json::Value values = Parse(R"({"TITLE":"A <b> & \"c\"","EMPTY":"","NUM":5,"NUL":"a\u0000b",
+                                       "LOOP":"{{TITLE}}"})");
   const struct Row { const char* d; std::string text, expected; } rows[] = {
       {"inserted as it stands, repeated", "<t>{{TITLE}}{{EMPTY}}{{TITLE}}</t>", "<t>A <b> & \"c\"A <b> & \"c\"</t>"},
       {"missing key, other case, number", "[{{MISSING}}{{title}}{{NUM}}]", "[]"},
@@ -426,12 +394,12 @@ TEST(ModifyTime, AbsoluteUnderRootOrNow) {
     ASSERT_EQ(0, utime(root.Host(path).c_str(), &times));
   }
   EXPECT_EQ("1400000001", WebUtils::GetModifyTime("/var/packages/X/b.css"));
-  // A relative path is under the web root, not the root: none of these has a file, so the answer is now.
-  for (const char* path : {"webman/c.js", "webman/missing.js", static_cast<const char*>(nullptr)}) {
+  // A relative path is under the web root, not the root: neither has a file, so the answer is now.
+  for (const char* path : {"webman/c.js", "webman/missing.js"}) {
     const long long before = time(nullptr);
     const long long answer = std::stoll(WebUtils::GetModifyTime(path));
-    EXPECT_LE(before, answer) << (path ? path : "null");
-    EXPECT_GE(time(nullptr), answer) << (path ? path : "null");
+    EXPECT_LE(before, answer) << path;
+    EXPECT_GE(time(nullptr), answer) << path;
   }
 }
 

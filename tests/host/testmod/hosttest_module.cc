@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -43,10 +44,7 @@ void Raw(Request*, Response* response) {
 // Marks its start in a file of the root, so a test knows the request is in hand.
 void Sleep(Request* request, Response* response) {
   const int ms = request->GetParamRef("ms", Json::Value(0)).asInt();
-  if (FILE* mark = fopen(ZANT::RootPath("/var/log/hosttest-sleep.log").c_str(), "a")) {
-    fputs("started\n", mark);
-    fclose(mark);
-  }
+  std::ofstream(ZANT::RootPath("/var/log/hosttest-sleep.log"), std::ios::app) << "started\n";
   std::this_thread::sleep_for(std::chrono::milliseconds(ms));
   Json::Value data;
   data["slept"] = ms;
