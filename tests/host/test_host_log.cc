@@ -77,7 +77,7 @@ class SystemLogGateTest : public ::testing::Test {
   std::vector<int> fds_;
 };
 
-TEST_F(SystemLogGateTest, WhatListensAtThePath) {
+TEST_F(SystemLogGateTest, WhatListensAtThePathLookedAtAgainAtMostOnceASecond) {
   const struct Row { const char* what; std::function<void(SystemLogGateTest*)> make; bool listens; } rows[] = {
       {"nothing", [](SystemLogGateTest*) {}, false},
       {"a datagram daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM); }, true},
@@ -91,11 +91,8 @@ TEST_F(SystemLogGateTest, WhatListensAtThePath) {
     zant_host::SystemLogGate gate(path_.c_str());
     EXPECT_EQ(gate.DaemonListens(0), row.listens) << row.what;
   }
-}
-
-TEST_F(SystemLogGateTest, LooksAgainAtMostOnceASecond) {
   // daemonThere: at the time of the call.
-  const struct Row { const char* what; long long atMs; bool daemonThere, listens; } rows[] = {
+  const struct Later { const char* what; long long atMs; bool daemonThere, listens; } later[] = {
       {"first line, no daemon", 5000, false, false},
       {"daemon started, same second", 5999, true, false},
       {"a second after the last look", 6000, true, true},
@@ -103,7 +100,7 @@ TEST_F(SystemLogGateTest, LooksAgainAtMostOnceASecond) {
       {"a second after the last look again", 7000, false, false},
   };
   zant_host::SystemLogGate gate(path_.c_str());
-  for (const Row& row : rows) {
+  for (const Later& row : later) {
     unlink(path_.c_str());
     if (row.daemonThere) Bind(SOCK_DGRAM);
     EXPECT_EQ(gate.DaemonListens(row.atMs), row.listens) << row.what;

@@ -117,7 +117,8 @@ TEST(HostDecode, LimitsAndServerVariables) {
             (CgiVars{{"HTTP_HOST", "h=1"}, {"HTTPS", ""}, {"REWRITE_APP", "r"}, {"HOST", "h"}}));
 }
 
-TEST(HostLanguage, FromCodeAndAcceptHeader) {
+// A known parameter winning is pinned by the sign-in flow (lang=ja over the session's language).
+TEST(HostLanguage, FromCodeAndAcceptHeaderParamThenSessionThenBrowserThenEnglish) {
   const TextPair codes[] = {
       {"EN_gb", "enu"}, {"zh-Hant-HK", "cht"}, {"zh-HK", "cht"}, {"zh-Hans-SG", "chs"}, {"zh", "chs"},
       {"pt", "ptb"},    {"pt-PT", "ptg"},      {"CHT", "cht"},   {" enu ", "enu"},      {"xx", ""},
@@ -131,10 +132,6 @@ TEST(HostLanguage, FromCodeAndAcceptHeader) {
   };
   for (const TextPair& row : headers)
     EXPECT_EQ(zant_host::LanguageFromAcceptHeader(row.first), row.second) << row.first;
-}
-
-// A known parameter winning is pinned by the sign-in flow (lang=ja over the session's language).
-TEST(HostLanguage, ParamThenSessionThenBrowserThenEnglish) {
   using zant_host::ChooseUILanguage;
   EXPECT_EQ(ChooseUILanguage(Json::Value("xx"), "jpn", "fr"), "jpn");
   EXPECT_EQ(ChooseUILanguage(Json::Value(7), "", "fr"), "fre");

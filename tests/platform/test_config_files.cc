@@ -123,7 +123,8 @@ TEST_F(RootTable, RelayClassifies) {
   }
 }
 
-TEST_F(RootTable, TextsParse) {
+// A JSON file that reads and a missing one are pinned by the init tests' date formats.
+TEST_F(RootTable, TextsParseMalformedJsonIsRefused) {
   const char kTexts[] = "/var/packages/X/target/texts/enu";
   EXPECT_EQ(Json::Value(Json::objectValue), ZANT::QRT::LocalizedStringParser::ParseTexts("/no/dir"));
   const struct Row { const char* d; const char* content; const char* expected; } rows[] = {
@@ -140,10 +141,6 @@ TEST_F(RootTable, TextsParse) {
     root_.WriteFile(std::string(kTexts) + "/strings", row.content);
     EXPECT_EQ(Parse(row.expected), ZANT::QRT::LocalizedStringParser::ParseTexts(kTexts)) << row.d;
   }
-}
-
-// A file that reads and a missing one are pinned by the init tests' date formats.
-TEST_F(RootTable, JsonFileRefusesMalformedJson) {
   root_.WriteFile("/bad.json", "{\"date_format\":");
   Json::Value out;
   EXPECT_FALSE(ZANT::JsonFromFile(root_.Host("/bad.json"), out));
@@ -209,11 +206,6 @@ const char kComponent[] = "default_component";
 class LoggerTest : public ::testing::Test {
  protected:
   void TearDown() override { Logger::Initialize(0, "", "", 50, 1); }
-  mode_t Mode() const {
-    struct stat st;
-    EXPECT_EQ(0, stat(root_.Host(kLogFile).c_str(), &st));
-    return st.st_mode & 07777;
-  }
   plyth_test::ApplianceRoot root_;
 };
 
@@ -241,29 +233,11 @@ TEST_F(LoggerTest, LevelFileDecides) {
   }
 }
 
-TEST_F(LoggerTest, CutsToTheNewestHalfPastTheLimit) {
-  std::string full;
-  for (int i = 100000; full.size() <= 1024 * 1024; ++i) full += "line " + std::to_string(i) + "\n";
-  root_.WriteFile(kLogFile, full);
-  // The cut file replaces the log: it must not widen the mode.
-  ASSERT_EQ(0, chmod(root_.Host(kLogFile).c_str(), 0644));
-  ASSERT_EQ(0, Logger::Initialize(0, "", "", 1, 1));
-  Logger::LogMsg(3, kComponent, "last");
-  const std::string cut = root_.ReadFile(kLogFile);
-  EXPECT_LE(cut.size(), (full.size() + 5) / 2);
-  EXPECT_GT(cut.size(), (full.size() + 5) / 2 - 20);
-  EXPECT_EQ(0u, cut.find("line 1")) << "starts at a whole line";
-  EXPECT_EQ("last\n", cut.substr(cut.size() - 5));
-  EXPECT_EQ(0640u, Mode());
-  ASSERT_EQ(0, Logger::Initialize(0, "", "", 0, 1));
-  Logger::LogMsg(3, kComponent, "kept");
-  EXPECT_EQ(cut + "kept\n", root_.ReadFile(kLogFile)) << "size 0: no limit";
-}
-
 // What a message becomes in the file: one line, control bytes escaped, long
 // ones cut. The message is passed as a "%s" argument. (Formats with their
-// arguments are pinned by the module's log lines.)
-TEST_F(LoggerTest, MessageIsOneLine) {
+// arguments are pinned by the module's log lines.) Then the file past its
+// size limit.
+TEST_F(LoggerTest, MessageIsOneLineAndTheFileIsCutToTheNewestHalfPastTheLimit) {
   const size_t kMax = Logger::kMaxLineBytes;
   const struct Row { const char* d; std::string message; std::string line; } rows[] = {
       {"forged line", "link: a\r\n(  1:  2) [ERROR] x", "link: a\\r\\n(  1:  2) [ERROR] x\n"},
@@ -284,7 +258,27 @@ TEST_F(LoggerTest, MessageIsOneLine) {
     Logger::LogMsg(3, kComponent, "%s", row.message.c_str());
     EXPECT_EQ(row.line, root_.ReadFile(kLogFile)) << row.d;
   }
-  EXPECT_EQ(0640u, Mode()) << "a new file is for owner and group only";
+  struct stat st;
+  ASSERT_EQ(0, stat(root_.Host(kLogFile).c_str(), &st));
+  EXPECT_EQ(0640u, st.st_mode & 07777) << "a new file is for owner and group only";
+
+  std::string full;
+  for (int i = 100000; full.size() <= 1024 * 1024; ++i) full += "line " + std::to_string(i) + "\n";
+  root_.WriteFile(kLogFile, full);
+  // The cut file replaces the log: it must not widen the mode.
+  ASSERT_EQ(0, chmod(root_.Host(kLogFile).c_str(), 0644));
+  ASSERT_EQ(0, Logger::Initialize(0, "", "", 1, 1));
+  Logger::LogMsg(3, kComponent, "last");
+  const std::string cut = root_.ReadFile(kLogFile);
+  EXPECT_LE(cut.size(), (full.size() + 5) / 2);
+  EXPECT_GT(cut.size(), (full.size() + 5) / 2 - 20);
+  EXPECT_EQ(0u, cut.find("line 1")) << "starts at a whole line";
+  EXPECT_EQ("last\n", cut.substr(cut.size() - 5));
+  ASSERT_EQ(0, stat(root_.Host(kLogFile).c_str(), &st));
+  EXPECT_EQ(0640u, st.st_mode & 07777) << "the cut file kept the mode";
+  ASSERT_EQ(0, Logger::Initialize(0, "", "", 0, 1));
+  Logger::LogMsg(3, kComponent, "kept");
+  EXPECT_EQ(cut + "kept\n", root_.ReadFile(kLogFile)) << "size 0: no limit";
 }
 
 }  // namespace

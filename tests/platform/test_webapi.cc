@@ -219,7 +219,7 @@ User NewUser(const std::string& name, uid_t uid = 0, const std::string& fullName
   return User{name, uid, 100, fullName, "/h", false, false, ""};
 }
 
-TEST_F(UserDatabase, LookupFindsRecordOrSetsError) {
+TEST_F(UserDatabase, LookupFindsRecordOrSetsErrorFileOpenWhenUnreadable) {
   // expected: "0 name:uid:full name:home:<admin><disabled>", or "-1, error <code>".
   const std::string noSuchUser = "-1, error " + std::to_string(VLIBC_ERR_NO_SUCH_USER);
   const struct Row { const char* name; std::string expected; } rows[] = {
@@ -233,19 +233,13 @@ TEST_F(UserDatabase, LookupFindsRecordOrSetsError) {
   for (const Row& row : rows) {
     VLIBCErrSet(VLIBC_ERR_NONE, "", 0);
     PZANTUSER u = nullptr;
-    std::string got = std::to_string(ZANTUserGet(row.name, &u));
-    if (u == nullptr) {
-      got += ", error " + std::to_string(VLIBCErrGet());
-    } else {
-      got += std::string(" ") + u->szName + ":" + std::to_string(u->uid) + ":" + u->szFullName + ":" + u->szHome +
-             ":" + std::to_string(u->isAdmin) + std::to_string(u->isDisabled);
-    }
-    EXPECT_EQ(row.expected, got);
+    const std::string rc = std::to_string(ZANTUserGet(row.name, &u));
+    EXPECT_EQ(row.expected, u == nullptr ? rc + ", error " + std::to_string(VLIBCErrGet())
+                                         : rc + " " + u->szName + ":" + std::to_string(u->uid) + ":" + u->szFullName +
+                                               ":" + u->szHome + ":" + std::to_string(u->isAdmin) +
+                                               std::to_string(u->isDisabled));
     ZANTUserFree(u);
   }
-}
-
-TEST_F(UserDatabase, UnreadableFileIsFileOpen) {
   PZANTUSER user = nullptr;
   root_.Remove(kUsersFile);
   root_.MakeDir(kUsersFile);
@@ -277,8 +271,7 @@ TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
   const std::string known = "pbkdf2-sha256$1$73616c74$55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc";
   EXPECT_TRUE(db::CheckPassword("passwd", known));
   std::string fresh = db::HashPassword("pa:ss$word");
-  const std::regex shape("pbkdf2-sha256\\$100000\\$[0-9a-f]{32}\\$[0-9a-f]{64}");
-  EXPECT_TRUE(std::regex_match(fresh, shape)) << fresh;
+  EXPECT_TRUE(std::regex_match(fresh, std::regex("pbkdf2-sha256\\$100000\\$[0-9a-f]{32}\\$[0-9a-f]{64}"))) << fresh;
   EXPECT_NE(fresh, db::HashPassword("pa:ss$word"));
   const std::string h = "$55ac046e56e3089fec1691c22544b605";  // a prefix of the right hash
   EXPECT_TRUE(db::CheckPassword("passwd", "pbkdf2-sha256$1$73616c74" + h));
