@@ -48,53 +48,48 @@ describe('landing pages on a running appliance', { skip }, () => {
     return links;
   });
   const sharePath = (sharing, permanent = s.links.report) => `/d/s/${sharing}/${permanent}`;
-  const fileView = '#plyth-share-root[data-view="file"]';
 
-  describe('desktop', () => {
-    test('a sharing link without a password shows the file, every resource it names answers, and it downloads', async () => {
-      const failed = [];
-      const page = await s.open('desktop');
-      page.on('response', (response) => {
-        if (response.status() !== 200) failed.push(`${response.status()} ${response.url()}`);
-      });
-      await page.goto(s.origin + sharePath(s.links.open), { waitUntil: 'load' });
-      await page.waitForSelector(fileView);
-      assert.equal(await page.textContent('.plyth-share-name'), 'report.txt');
-      assert.match(await page.getAttribute('.plyth-share-icon', 'src'), /\/FileType\/64\/txt\.png$/);
-      const [size, modified, owner, ...more] = await s.texts(page, '.plyth-share-meta');
-      assert.deepEqual([size, owner, more], [`Size: ${REPORT.length} B`, 'Owner: alice', []]);
-      assert.match(modified, /^Modified: \d{4}-\d\d-\d\d \d\d:\d\d$/);
-      // The viewer's own files, loaded by the page script, and the text preview.
-      await page.waitForSelector('#plyth-viewer-text');
-      assert.equal(await page.title(), 'report.txt');
-      await s.look(page, 'desktop-file');
-      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
-      assert.deepEqual(failed, []);
-      // The page's formats where no page state shows them.
-      const formats = await page.evaluate(() => ({
-        sizes: [0, 1023, 1024, 1536, 10 * 1024, 5 * 1024 ** 3, -1, 'x'].map(window.ZANTUI.format.size),
-        // 2024-03-05 07:08:09 local time.
-        time: window.ZANTUI.format.time(new Date(2024, 2, 5, 7, 8, 9).getTime() / 1000, 'd.m.Y H:i:s|n/j/y g:i A'),
-        noTime: window.ZANTUI.format.time(0),
-      }));
-      const sizes = ['0 B', '1023 B', '1.0 KB', '1.5 KB', '10 KB', '5.0 GB', '', ''];
-      assert.deepEqual(formats, { sizes, time: '05.03.2024 07:08:09|3/5/24 7:08 AM', noTime: '' });
-    });
+  test('desktop: a sharing link without a password shows the file, loads every resource, and downloads', async () => {
+    const failed = [];
+    const page = await s.open('desktop');
+    page.on('response', (r) => { if (r.status() !== 200) failed.push(`${r.status()} ${r.url()}`); });
+    await page.goto(s.origin + sharePath(s.links.open), { waitUntil: 'load' });
+    await page.waitForSelector('#plyth-share-root[data-view="file"]');
+    assert.equal(await page.textContent('.plyth-share-name'), 'report.txt');
+    assert.match(await page.getAttribute('.plyth-share-icon', 'src'), /\/FileType\/64\/txt\.png$/);
+    const [size, modified, owner, ...more] = await s.texts(page, '.plyth-share-meta');
+    assert.deepEqual([size, owner, more], [`Size: ${REPORT.length} B`, 'Owner: alice', []]);
+    assert.match(modified, /^Modified: \d{4}-\d\d-\d\d \d\d:\d\d$/);
+    // The viewer's own files, loaded by the page script, and the text preview.
+    await page.waitForSelector('#plyth-viewer-text');
+    assert.equal(await page.title(), 'report.txt');
+    await s.look(page, 'desktop-file');
+    assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
+    assert.deepEqual(failed, []);
+    // The page's formats where no page state shows them.
+    const formats = await page.evaluate(() => ({
+      sizes: [0, 1023, 1024, 1536, 10 * 1024, 5 * 1024 ** 3, -1, 'x'].map(window.ZANTUI.format.size),
+      // 2024-03-05 07:08:09 local time.
+      time: window.ZANTUI.format.time(new Date(2024, 2, 5, 7, 8, 9).getTime() / 1000, 'd.m.Y H:i:s|n/j/y g:i A'),
+      noTime: window.ZANTUI.format.time(0),
+    }));
+    const sizes = ['0 B', '1023 B', '1.0 KB', '1.5 KB', '10 KB', '5.0 GB', '', ''];
+    assert.deepEqual(formats, { sizes, time: '05.03.2024 07:08:09|3/5/24 7:08 AM', noTime: '' });
+  });
 
-    test('wrong passwords are refused, too many give the throttle message', async () => {
-      const page = await s.open('desktop', sharePath(s.links.throttled), '#plyth-password-form');
-      const messages = [];
-      for (let i = 0; i < 6; i++) {
-        await page.fill('#plyth-password', `wrong-${i}`);
-        await page.click('#plyth-password-form button');
-        await page.waitForSelector('#plyth-password-error:not([hidden])');
-        await page.waitForSelector('#plyth-password-form button:not([disabled])');
-        messages.push(await page.textContent('#plyth-password-error'));
-      }
-      const throttled = 'Too many wrong passwords. Try again in a few minutes.';
-      assert.deepEqual(messages, [...Array(5).fill('The password is wrong.'), throttled]);
-      await s.look(page, 'desktop-password-throttled');
-    });
+  test('desktop: wrong passwords are refused, too many give the throttle message', async () => {
+    const page = await s.open('desktop', sharePath(s.links.throttled), '#plyth-password-form');
+    const messages = [];
+    for (let i = 0; i < 6; i++) {
+      await page.fill('#plyth-password', `wrong-${i}`);
+      await page.click('#plyth-password-form button');
+      await page.waitForSelector('#plyth-password-error:not([hidden])');
+      await page.waitForSelector('#plyth-password-form button:not([disabled])');
+      messages.push(await page.textContent('#plyth-password-error'));
+    }
+    const throttled = 'Too many wrong passwords. Try again in a few minutes.';
+    assert.deepEqual(messages, [...Array(5).fill('The password is wrong.'), throttled]);
+    await s.look(page, 'desktop-password-throttled');
   });
 
   // Typed on either device (the field has the focus); the phone's page fits its width.
@@ -122,61 +117,58 @@ describe('landing pages on a running appliance', { skip }, () => {
     });
   }
 
-  describe('phone', () => {
-    const buttons = (page) =>
-      page.$$eval('#plyth-mobile-actions > *', (nodes) => nodes.map((n) => [n.textContent, n.getAttribute('href')]));
+  const buttons = (page) =>
+    page.$$eval('#plyth-mobile-actions > *', (nodes) => nodes.map((n) => [n.textContent, n.getAttribute('href')]));
 
-    test('the item page of a public link: open in the app, download, the app missing, the icon rules', async () => {
-      const page = await s.open('phone', `/d/f/${s.links.report}`, '#plyth-download');
-      assert.equal(await page.textContent('.plyth-mobile-title'), 'report.txt');
-      assert.equal(await page.isVisible('.plyth-mobile-desc'), false);
-      assert.match(await page.getAttribute('#plyth-mobile-icon img', 'src'), /\/FileType\/64\/txt\.png$/);
-      const [openInApp, download] = await buttons(page);
-      assert.deepEqual([openInApp[0], download[0]], ['Open in the app', 'Download']);
-      const app = new URL(openInApp[1]);
-      const query = [app.searchParams.get('permanent_link'), app.searchParams.get('host')];
-      assert.deepEqual([app.protocol, ...query], ['plyth:', s.links.report, new URL(s.origin).host]);
-      await s.look(page, 'phone-item');
-      assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
-      // Without the app the page stays, says so, and hands the focus to the download.
-      await page.click('#plyth-open-app');
-      await page.waitForSelector('#plyth-mobile-notice:not([hidden])', { timeout: 10000 });
-      const notice = 'It does not seem to be installed on this device. You can continue in the browser.';
-      assert.equal(await page.textContent('#plyth-mobile-notice'), `The app did not open${notice}`);
-      assert.equal(await page.evaluate(() => document.activeElement.id), 'plyth-download');
-      // The icon rules the phone pages keep beside the server's.
-      const cases = [
-        { name: 'Holiday.JPG', type: 'file', category: 'image' },
-        { name: 'song.ac3', type: 'file', category: 'audio' }, // in the audio and the video list: audio comes first
-        { name: 'camera.raw', type: 'file', category: 'xxx' }, // deliberately generic
-        { name: 'clip.mpeg', type: 'file', category: 'video' },
-        { name: 'main.c', type: 'file', category: 'xxx' }, // one-letter extensions never match
-        { name: 'main.cc', type: 'file', category: 'code' },
-        { name: 'backup.tar.gz', type: 'file', category: 'zip' },
-        { name: 'notes', type: 'file', category: 'xxx' },
-        { name: 'photos.jpg', type: 'dir', category: 'folder' },
-        { name: null, type: null, category: 'xxx' },
-      ];
-      const got = await page.evaluate((rows) => rows.map((r) => window.PlythMobile.category(r.name, r.type)), cases);
-      assert.deepEqual(got, cases.map((row) => row.category));
-    });
+  test('phone: the item page of a public link: app link, download, the app missing, icon rules', async () => {
+    const page = await s.open('phone', `/d/f/${s.links.report}`, '#plyth-download');
+    assert.equal(await page.textContent('.plyth-mobile-title'), 'report.txt');
+    assert.equal(await page.isVisible('.plyth-mobile-desc'), false);
+    assert.match(await page.getAttribute('#plyth-mobile-icon img', 'src'), /\/FileType\/64\/txt\.png$/);
+    const [openInApp, download] = await buttons(page);
+    assert.deepEqual([openInApp[0], download[0]], ['Open in the app', 'Download']);
+    const app = new URL(openInApp[1]);
+    const query = [app.searchParams.get('permanent_link'), app.searchParams.get('host')];
+    assert.deepEqual([app.protocol, ...query], ['plyth:', s.links.report, new URL(s.origin).host]);
+    await s.look(page, 'phone-item');
+    assert.deepEqual(await s.download(page, '#plyth-download'), { name: 'report.txt', bytes: REPORT });
+    // Without the app the page stays, says so, and hands the focus to the download.
+    await page.click('#plyth-open-app');
+    await page.waitForSelector('#plyth-mobile-notice:not([hidden])', { timeout: 10000 });
+    const notice = 'It does not seem to be installed on this device. You can continue in the browser.';
+    assert.equal(await page.textContent('#plyth-mobile-notice'), `The app did not open${notice}`);
+    assert.equal(await page.evaluate(() => document.activeElement.id), 'plyth-download');
+    // The icon rules the phone pages keep beside the server's.
+    // Files unless a type is given.
+    const cases = [
+      { name: 'Holiday.JPG', category: 'image' }, { name: 'clip.mpeg', category: 'video' },
+      { name: 'song.ac3', category: 'audio' }, // in the audio and the video list: audio comes first
+      { name: 'camera.raw', category: 'xxx' }, // deliberately generic
+      { name: 'main.c', category: 'xxx' }, // one-letter extensions never match
+      { name: 'main.cc', category: 'code' }, { name: 'backup.tar.gz', category: 'zip' },
+      { name: 'notes', category: 'xxx' }, // no extension
+      { name: 'photos.jpg', type: 'dir', category: 'folder' }, { name: null, type: null, category: 'xxx' },
+    ];
+    const got = await page.evaluate(
+      (rows) => rows.map(({ name, type = 'file' }) => window.PlythMobile.category(name, type)), cases);
+    assert.deepEqual(got, cases.map((row) => row.category));
+  });
 
-    test('a private link offers the app or the sign-in page; without the app, the sign-in page follows', async () => {
-      const page = await s.open('phone', `/d/f/${s.links.plan}`, '#plyth-open-link');
-      const signInPage = `/?redirect=${encodeURIComponent(`/d/f/${s.links.plan}`)}`;
-      assert.deepEqual((await buttons(page)).map(([text]) => text), ['Open in the app', 'Continue in the browser']);
-      assert.equal(await page.textContent('.plyth-mobile-desc'), 'How would you like to open this link?');
-      await s.look(page, 'phone-sign-in-choice');
-      // The app address goes nowhere here.
-      await page.click('#plyth-open-app');
-      await page.waitForURL(s.origin + signInPage, { timeout: 10000 });
-      // The form in a fresh context: in the tab that tried the app address,
-      // headless Chromium did not always deliver the click to the form.
-      const form = await s.open('phone', signInPage, '#zant-signin-form');
-      await s.signIn(form, 'alice', 'not-her-password');
-      await form.waitForSelector('#zant-signin-error:not([hidden])');
-      await s.look(form, 'phone-sign-in-failed');
-    });
+  test('phone: a private link offers the app or the sign-in page; without the app, sign-in follows', async () => {
+    const page = await s.open('phone', `/d/f/${s.links.plan}`, '#plyth-open-link');
+    const signInPage = `/?redirect=${encodeURIComponent(`/d/f/${s.links.plan}`)}`;
+    assert.deepEqual((await buttons(page)).map(([text]) => text), ['Open in the app', 'Continue in the browser']);
+    assert.equal(await page.textContent('.plyth-mobile-desc'), 'How would you like to open this link?');
+    await s.look(page, 'phone-sign-in-choice');
+    // The app address goes nowhere here.
+    await page.click('#plyth-open-app');
+    await page.waitForURL(s.origin + signInPage, { timeout: 10000 });
+    // The form in a fresh context: in the tab that tried the app address,
+    // headless Chromium did not always deliver the click to the form.
+    const form = await s.open('phone', signInPage, '#zant-signin-form');
+    await s.signIn(form, 'alice', 'not-her-password');
+    await form.waitForSelector('#zant-signin-error:not([hidden])');
+    await s.look(form, 'phone-sign-in-failed');
   });
 
   // What a dead link shows: a title and nothing to download or open.
@@ -189,11 +181,15 @@ describe('landing pages on a running appliance', { skip }, () => {
     { ...unknown, state: 'desktop-invalid', ready: '[data-view="invalid"]' },
     { ...expired, state: 'phone-expired', ready: '.plyth-mobile-status-expired' },
     { ...unknown, state: 'phone-unknown', ready: '.plyth-mobile-status-invalid' },
+    // An unknown document on the office address: nothing there is a 404 either.
+    { state: 'desktop-office-missing', url: () => '/oo/r/NoSuchLink000000', ready: '[data-view="office-missing"]',
+      title: 'The office editor is not installed', error: 'The document does not exist or is no longer shared.' },
   ];
-  for (const { state, url, ready, title } of deadLinks) {
+  for (const { state, url, ready, title, error } of deadLinks) {
     test(`${state}: says so, offers nothing`, async () => {
       const page = await s.open(state.split('-')[0], url(), ready);
       assert.equal(await page.textContent('.plyth-share-title, .plyth-mobile-title'), title);
+      if (error) assert.equal(await page.textContent('.plyth-share-error'), error);
       assert.equal(await page.$('#plyth-download, #plyth-mobile-actions > *'), null);
       await s.look(page, state);
     });
@@ -217,12 +213,6 @@ describe('landing pages on a running appliance', { skip }, () => {
       await s.look(page, `${device}-office`);
     });
   }
-
-  test('an unknown document on the office address says so, nothing is a 404', async () => {
-    const page = await s.open('desktop', '/oo/r/NoSuchLink000000', '#plyth-share-root[data-view="office-missing"]');
-    assert.equal(await page.textContent('.plyth-share-error'), 'The document does not exist or is no longer shared.');
-    await s.look(page, 'desktop-office-missing');
-  });
 
   test('desktop, signed out: sign in, then the item in the web application', async () => {
     const page = await s.open('desktop', `/d/f/${s.links.notes}`, '#plyth-share-root[data-view="signin"]');
@@ -272,8 +262,7 @@ describe('landing pages on a running appliance', { skip }, () => {
       assert.equal(await page.isDisabled('#plyth-request-access'), true);
       assert.match(s.ctl('requests', 'list'), /^alice:\/Reports\/notes\.kdoc\tcarol\t[^\n]+$/);
 
-      assert.match(await page.getAttribute('#plyth-switch-account', 'href'), /^\/\?redirect=%2Fd%2Ff%2F/);
-      await Promise.all([page.waitForURL(/\/\?redirect=/), page.click('#plyth-switch-account')]);
+      await Promise.all([page.waitForURL(/\/\?redirect=%2Fd%2Ff%2F/), page.click('#plyth-switch-account')]);
       await page.click('#zant-sign-out');
       await page.waitForSelector('#zant-signin-form');
       assert.equal((await page.context().cookies()).find((c) => c.name === 'id' && c.value), undefined);
@@ -379,11 +368,10 @@ describe('landing pages on a running appliance', { skip }, () => {
     // The sign-in page only goes on to a path of this site: one target per
     // way out (another host by "//" or a scheme, a blank or control character
     // as sent or percent-encoded, a backslash, U+2028).
-    const REDIRECTS = [
-      '//evil.example', 'https://evil.example', '%20/x', '/%09/evil.example',
-      '/%2509/evil.example', '/%5Cevil.example', '/x%E2%80%A8',
-    ];
-    test('sign-in page: redirects that leave the site are dropped', async () => {
+    const REDIRECTS = ['//evil.example', 'https://evil.example', '%20/x', '/%09/evil.example', '/%2509/evil.example',
+      '/%5Cevil.example', '/x%E2%80%A8'];
+    // Signed in: the link to go on; signed out: where signing in leads.
+    test('sign-in page: redirects that leave the site are dropped, after signing in too', async () => {
       const page = await (await s.context('desktop', 'alice')).newPage();
       const continueTo = async (query) => {
         await page.goto(`${s.origin}/?redirect=${query}`);
@@ -394,11 +382,8 @@ describe('landing pages on a running appliance', { skip }, () => {
       for (const query of REDIRECTS) assert.equal(await continueTo(query), null, query);
       assert.equal(await continueTo(enc('/d/f/abc?x=1#top')), '/d/f/abc?x=1#top');
       assert.equal(await continueTo(enc('/a/../b')), '/b', 'resolved against the site');
-    });
-
-    test('sign-in page: after signing in, a hostile redirect lands on /', async () => {
-      const page = await s.open('desktop', '/?redirect=/%09/evil.example');
-      await Promise.all([page.waitForURL(`${s.origin}/`), s.signIn(page, 'alice')]);
+      const signedOut = await s.open('desktop', '/?redirect=/%09/evil.example');
+      await Promise.all([signedOut.waitForURL(`${s.origin}/`), s.signIn(signedOut, 'alice')]);
     });
   });
 

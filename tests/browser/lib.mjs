@@ -120,20 +120,16 @@ export const skip = !playwright || !axeSource
   ? 'playwright-core or axe-core is not installed (npm ci --prefix tests/browser)'
   : missing ? `no complete staging tree: ${missing}` : false;
 
+const IPHONE = 'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) ' +
+  'Version/17.0 Mobile/15E148 Safari/604.1';
 export const DEVICES = {
   desktop: { viewport: { width: 1280, height: 800 } },
-  phone: {
-    userAgent:
-      'Mozilla/5.0 (iPhone; CPU iPhone OS 17_0 like Mac OS X) AppleWebKit/605.1.15 (KHTML, like Gecko) Version/17.0 Mobile/15E148 Safari/604.1',
-    viewport: { width: 390, height: 844 }, isMobile: true, hasTouch: true,
-  },
+  phone: { userAgent: IPHONE, viewport: { width: 390, height: 844 }, isMobile: true, hasTouch: true },
 };
 
 // Chromium flags for a quiet headless run without a sandbox (containers).
-const chromiumArgs = [
-  '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-  '--disable-background-networking', '--disable-component-update', '--disable-sync',
-];
+const chromiumArgs = ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+  '--disable-background-networking', '--disable-component-update', '--disable-sync'];
 
 // Registers the hooks of a suite (call it inside describe) and answers the
 // suite, filled in by `before`: { dir, root, origin, ctl (plythctl), stop,

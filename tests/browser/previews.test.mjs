@@ -14,15 +14,9 @@ import { DEVICES, applianceSuite, repoRoot, run, skip } from './lib.mjs';
 const CONTENT = { desktop: '#plyth-share-content', phone: '#plyth-mobile-content' };
 // The folder as shared: path below the shared folder -> sample file (folders end in "/").
 const TRIP = {
-  'Day 1/': null,
-  'Day 1/Evening/': null,
-  'Day 1/Evening/café & "notes".txt': 'notes.txt',
-  'Day 1/logo.png': 'logo.png',
-  'clip.webm': 'clip.webm',
-  'guide.pdf': 'guide.pdf',
-  'notes.txt': 'notes.txt',
-  'photo.jpg': 'photo.jpg',
-  'tone.wav': 'tone.wav',
+  'Day 1/': null, 'Day 1/Evening/': null, 'Day 1/Evening/café & "notes".txt': 'notes.txt',
+  'Day 1/logo.png': 'logo.png', 'clip.webm': 'clip.webm', 'guide.pdf': 'guide.pdf', 'notes.txt': 'notes.txt',
+  'photo.jpg': 'photo.jpg', 'tone.wav': 'tone.wav',
 };
 
 // Entry names of a ZIP the page saved, sorted, read with Python's zipfile
@@ -66,9 +60,9 @@ describe('previews and folder shares', { skip }, () => {
     })) {
       links[key] = { permanent: linkOf(p), sharing: ctl('share', 'make', `alice:${p}`) };
     }
-    const previewer = ['--role', 'previewer'];
-    links.photoPreview = { ...links.photo, sharing: ctl('share', 'make', 'alice:/Trip/photo.jpg', ...previewer) };
-    links.tripPreview = { ...links.trip, sharing: ctl('share', 'make', 'alice:/Trip', ...previewer) };
+    const preview = (p) => ctl('share', 'make', p, '--role', 'previewer');
+    links.photoPreview = { ...links.photo, sharing: preview('alice:/Trip/photo.jpg') };
+    links.tripPreview = { ...links.trip, sharing: preview('alice:/Trip') };
     return links;
   });
   const share = ({ sharing, permanent }) => `/d/s/${sharing}/${permanent}`;
@@ -109,27 +103,22 @@ describe('previews and folder shares', { skip }, () => {
       });
 
       test('text, audio and video are shown or played', async () => {
-        const rows = [
-          { what: 'text', link: s.links.text, selector: '#plyth-viewer-text' },
-          { what: 'audio', link: s.links.audio, selector: '#plyth-viewer-audio' },
-          { what: 'video', link: s.links.video, selector: '#plyth-viewer-video' },
-        ];
-        for (const row of rows) {
-          const page = await s.open(device, share(row.link), row.selector);
-          if (row.what === 'text') {
-            assert.equal(await page.textContent(row.selector), sample('notes.txt').toString('utf8'));
+        for (const what of ['text', 'audio', 'video']) {
+          const selector = `#plyth-viewer-${what}`;
+          const page = await s.open(device, share(s.links[what]), selector);
+          if (what === 'text') {
+            assert.equal(await page.textContent(selector), sample('notes.txt').toString('utf8'));
           } else {
             // Metadata read through byte ranges of the download address.
-            await page.waitForFunction((sel) => document.querySelector(sel).readyState >= 1, row.selector);
+            await page.waitForFunction((sel) => document.querySelector(sel).readyState >= 1, selector);
           }
-          await s.look(page, `${device}-${row.what}`);
+          await s.look(page, `${device}-${what}`);
         }
       });
 
       test('a damaged picture keeps its type icon', async () => {
         const icon = device === 'desktop' ? '.plyth-share-icon' : '#plyth-mobile-icon img';
         const page = await s.open(device, share(s.links.broken), icon);
-        await page.waitForFunction(() => !document.querySelector('.plyth-viewer'));
         await page.waitForTimeout(300);
         assert.equal(await page.$('.plyth-viewer'), null);
         assert.equal(await page.isVisible(icon), true);
@@ -195,8 +184,7 @@ describe('previews and folder shares', { skip }, () => {
 
   test('a large folder comes 200 items at a time', async () => {
     const page = await s.open('desktop', share(s.links.many), '#plyth-browser-list li');
-    const count = () => page.$$eval('#plyth-browser-list li', (rows) => rows.length);
-    assert.equal(await count(), 200);
+    assert.equal(await page.$$eval('#plyth-browser-list li', (rows) => rows.length), 200);
     await page.click('#plyth-browser-more');
     await page.waitForFunction(() => document.querySelectorAll('#plyth-browser-list li').length === 205);
     assert.equal(await page.isVisible('#plyth-browser-more'), false);
