@@ -27,14 +27,11 @@ TEST_F(GetJSTest, LinkThatIsNoTextGetsTheFrameworksError114) {
 // The link service's results; the token cookie's value (null: no cookie line);
 // the user who fetched (null: no fetch, so no record) and the token sent.
 struct Row {
-  const char* description;
-  const char* sharingLink = "";  // empty: absent
-  const char* cookie = nullptr;  // null: none
+  const char *description, *sharingLink = "" /* empty: absent */, *cookie = nullptr /* null: none */;
   Visitor visitor = {};
   Json::Value unlock = {}, fetch = Found({});
-  const char *errCode = "0", *link = "P\"1";
+  const char *errCode = "0", *link = "P\"1", *cookieLine = nullptr, *fetchUser = "anonymous", *fetchToken = nullptr;
   bool hasFile = true;
-  const char *cookieLine = nullptr, *fetchUser = "anonymous", *fetchToken = nullptr;
 };
 
 class Script : public GetJSTest, public ::testing::WithParamInterface<Row> {};

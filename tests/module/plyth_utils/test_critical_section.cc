@@ -20,14 +20,11 @@ const SyslogLine kEnterFailed = Line(35, "ERROR: ENTERCriticalSection");
 // entering saved, and after a raise it runs as root, which is never refused.
 struct Row {
   const char* description;
-  uid_t uid;
-  gid_t gid;
+  uid_t uid, uidInside = 0;
+  gid_t gid, gidInside = 0;
   bool failUid = false, failGid = false;
-  Lines enterLog = {};
+  Lines enterLog = {}, leaveLog = {};
   int enterErrno = 0;
-  uid_t uidInside = 0;
-  gid_t gidInside = 0;
-  Lines leaveLog = {};
 };
 
 const Row kRows[] = {
@@ -37,12 +34,12 @@ const Row kRows[] = {
      .leaveLog = {Raised(kUid0)}},
     {.description = "root uid", .uid = 0, .gid = 100, .enterLog = {Raised(kGid0)}},
     {.description = "root gid", .uid = 1000, .gid = 0, .enterLog = {Raised(kUid0)}, .leaveLog = {Raised(kUid0)}},
-    {.description = "gid refused", .uid = 1000, .gid = 100, .failGid = true, .enterLog = {Refused(kGid0), kEnterFailed},
-     .enterErrno = 1, .uidInside = 1000, .gidInside = 100},
-    {.description = "uid refused", .uid = 1000, .gid = 100, .failUid = true,
-     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000},
-    {.description = "root gid, uid refused", .uid = 1000, .gid = 0, .failUid = true,
-     .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000}};
+    {.description = "gid refused", .uid = 1000, .uidInside = 1000, .gid = 100, .gidInside = 100, .failGid = true,
+     .enterLog = {Refused(kGid0), kEnterFailed}, .enterErrno = 1},
+    {.description = "uid refused", .uid = 1000, .uidInside = 1000, .gid = 100, .failUid = true,
+     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1},
+    {.description = "root gid, uid refused", .uid = 1000, .uidInside = 1000, .gid = 0, .failUid = true,
+     .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1}};
 
 TEST(CriticalSection, RaisesThenRestores) {
   for (const Row& row : kRows) {

@@ -50,7 +50,6 @@ TEST(ConvertFileInfoToJSon, EdgeValues) {
   ASSERT_EQ(0, ConvertFileInfoToJSon(info, out));
   EXPECT_EQ("\"18446744073709551615\"", Text(out["version_id"]));
   EXPECT_EQ("18446744073709551615", Text(out["sync_id"]));
-  EXPECT_EQ("[]", Text(out["shared_with"]));
   EXPECT_EQ("[]", Text(out["labels"]));
   EXPECT_EQ("\"\"", Text(out["type"]));
   info.kind = 1;
