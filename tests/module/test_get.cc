@@ -31,8 +31,6 @@ std::string LoggerLine(int line, const char* level, const std::string& what) {
 std::string CannotGet(int line, const std::string& token) {
   return LoggerLine(line, "ERROR", "cannot get file : link: L1, sharing_token: " + token + ".");
 }
-const std::string kRemovedAtDebug =
-    LoggerLine(568, "DEBUG", "advance sharing file is removed : link: L1, sharing_token: OLD.");
 
 // The answer in a few words: "redirect <url>", "desktop" ("+token" when the
 // page script carries the sign-in token), or the mobile page's script name
@@ -133,7 +131,9 @@ INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingR
     {.description = "removed, unlock fails", .phone = true, .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
      .cookies = kGone, .page = "invalid"},
     {.description = "removed, at debug level", .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
-     .cookies = kGone, .logger = {kRemovedAtDebug}, .debugLevel = true},
+     .cookies = kGone,
+     .logger = {LoggerLine(568, "DEBUG", "advance sharing file is removed : link: L1, sharing_token: OLD.")},
+     .debugLevel = true},
     {.description = "no can_read", .phone = true, .fresh = Found({.canRead = false}), .cookies = kNew, .page = "info"},
     // A failed fetch right after an unlock still counts as unlocked.
     {.description = "fetch fails after unlock", .phone = true, .fresh = kNotRead, .cookies = kNew,

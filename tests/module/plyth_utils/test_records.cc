@@ -52,9 +52,6 @@ TEST(ConvertFileInfoToJSon, EdgeValues) {
   EXPECT_EQ("18446744073709551615", Text(out["sync_id"]));
   EXPECT_EQ("[]", Text(out["labels"]));
   EXPECT_EQ("\"\"", Text(out["type"]));
-  info.kind = 1;
-  ASSERT_EQ(0, ConvertFileInfoToJSon(info, out));
-  EXPECT_EQ("dir", out["type"].asString());
 }
 
 TEST(ConvertFileInfoToJSon, UnparsablePropertiesFailWithTheirLogLine) {
