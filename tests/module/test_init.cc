@@ -2,6 +2,7 @@
 // from the web root, the system-log lines of skipped entries, and the
 // same-domain-and-port check that guards a web-server-named session.
 #include <filesystem>
+#include <regex>
 #include <sstream>
 
 #include "init.h"
@@ -61,10 +62,7 @@ TEST_P(Config, Gathers) {
   request_.SetParam("action", row.action);
   HandlerRun run = Run();
   ASSERT_TRUE(run.response.IsSuccess());
-  auto inModule = [](std::string text) {
-    for (size_t at; (at = text.find("$m")) != std::string::npos;) text.replace(at, 2, "webman/modules/a");
-    return text;
-  };
+  auto inModule = [](const char* text) { return std::regex_replace(text, std::regex("\\$m"), "webman/modules/a"); };
   EXPECT_EQ(Text(run.response.GetData()["JSConfig"]), inModule(row.jsConfig));
   EXPECT_EQ(run.syslog, row.logLine ? Lines{Err(row.logLine, inModule(row.logText))} : Lines());
 }

@@ -69,15 +69,14 @@ TEST(SharePage, FillsEveryKey) {
                  MarkedTemplate({"NXOJSFILE", "NODEJSFILE", "CSS", "TITLE", "FAVICON", "NODE_URL", "NODE_TITLE",
                                  "NODE_THUMB"}));
   const struct {
-    const char *description, *agent, *host, *sharingLink, *token, *record;
-    const char* pageScriptQuery;  // after "...&permanent_link=%22AbC%22"
-    const char *nodeURL, *nodeTitle, *thumbBase, *icon;
+    const char *description, *agent, *host, *token, *record;
+    const char *pageScriptQuery /* after "...&permanent_link=%22AbC%22" */, *nodeURL, *nodeTitle, *thumbBase, *icon;
   } rows[] = {
-      {"token, escaped folder name", "Mozilla/5.0", "nas.example.com:5000", "sh1", "tok9",
+      {"token, escaped folder name", "Mozilla/5.0", "nas.example.com:5000", "tok9",
        R"({"name":"My <Docs> & \"more\"","type":"dir"})",
        "&sharing_link=%22sh1%22&ZantToken=tok9", "https://nas.example.com:5000/d/s/sh1",
        "My &lt;Docs&gt; &amp; &quot;more&quot;", "https://nas.example.com:5000/", "folder"},
-      {"crawler: the port in every URL", kCrawler, "nas.example.com", "sh1", "", "null", "&sharing_link=%22sh1%22",
+      {"crawler: the port in every URL", kCrawler, "nas.example.com", "", "null", "&sharing_link=%22sh1%22",
        "https://nas.example.com:5001/d/s/sh1", "", "https://nas.example.com:5001/", "xxx"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.description);
@@ -92,7 +91,7 @@ TEST(SharePage, FillsEveryKey) {
     ZANT::APIResponse response;
     plyth_test::StdoutCapture out;
     time_t before = time(nullptr);
-    WriteSharePage(&request, &response, "AbC", row.sharingLink, Parse(row.record), row.token);
+    WriteSharePage(&request, &response, "AbC", "sh1", Parse(row.record), row.token);
     const std::string body = BodyOf(out.Take());  // the header block is the page writer's
 
     // The page script is never cached: "&_dc=" and the current time.

@@ -18,16 +18,17 @@ class LinkClient : public ::testing::Test {
   FakeAPI auth_{"ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth"};
 };
 
-// PlythFileGet("alice", "AbC", token) or PlythSharingAuth("L1", password).
+// PlythFileGet("alice", "AbC", token) or PlythSharingAuth("L1", password): the token or the password;
+// the parameters, as logged on failure; the record (as JSON) or the token ("old" before); the result as
+// logged (null: nothing logged).
 struct Case {
   const char* description;
   bool auth;
-  const char* input;  // the token, or the password
+  const char* input;
   Json::Value result;
-  const char* sent;  // the parameters, as logged on failure
+  const char* sent;
   int code;
-  const char* after;  // the record (as JSON) or the token ("old" before)
-  const char* loggedResult;  // null: nothing logged
+  const char *after, *loggedResult;
 };
 
 class Call : public LinkClient, public ::testing::WithParamInterface<Case> {};
