@@ -107,8 +107,7 @@ TEST_F(InitTest, MissingDirectoryFailsWith117) {
 
 #define IN R"({"ZantToken":"TOK","isLogined":true,"lang":"ger","standalone":true})"
 #define GUEST(date, time) \
-  R"({"date_format":)" date R"(,"isLogined":false,"lang":"ger","standalone":true,)" \
-  R"("time_format":)" time "}"
+  R"({"date_format":)" date R"(,"isLogined":false,"lang":"ger","standalone":true,"time_format":)" time "}"
 #define OUT GUEST(R"("d/m/Y")", R"("h:i a")")
 const char k32[] = "* * * * 32\n";
 

@@ -56,21 +56,19 @@ TEST(ConvertFileInfoToJSon, EdgeValues) {
 
 TEST(ConvertFileInfoToJSon, UnparsablePropertiesFailWithTheirLogLine) {
   const struct {
-    std::string properties, appProperties;
-    int line;
-    const char* logText;
-  } rows[] = {{"", "{}", 137, "Properties cannot be parsed.\n"},
+    std::string properties, appProperties, log;  // the log line after "<source>:"
+  } rows[] = {{"", "{}", "137 Properties cannot be parsed.\n"},
               // Deeper than the reader's stack limit, which it signals by throwing.
-              {std::string(2000, '['), "{}", 137, "Properties cannot be parsed.\n"},
-              {"{\"a\":1}", "{\"b\":", 142, "App properties cannot be parsed.\n"}};
+              {std::string(2000, '['), "{}", "137 Properties cannot be parsed.\n"},
+              {"{\"a\":1}", "{\"b\":", "142 App properties cannot be parsed.\n"}};
   for (const auto& row : rows) {
     Tarnova::FileInfo info = FullRecord();
     info.properties = row.properties;
     info.app_properties = row.appProperties;
     SyslogCapture syslog;
     Json::Value out;
-    EXPECT_EQ(-1, ConvertFileInfoToJSon(info, out)) << row.logText;
-    EXPECT_EQ(syslog.Lines(), (Lines{Logged(3, PLYTH_UTILS_SOURCE, row.line, row.logText)}));
+    EXPECT_EQ(-1, ConvertFileInfoToJSon(info, out)) << row.log;
+    EXPECT_EQ(syslog.Lines(), (Lines{{3, PLYTH_UTILS_SOURCE ":" + row.log}}));
   }
 }
 
