@@ -20,7 +20,7 @@ Tarnova::FileInfo FullRecord() {
       4, "document", 1600000000};
 }
 
-TEST(ConvertFileInfoToJSon, FullRecordHasExactShape) {
+TEST(ConvertFileInfoToJSon, FullRecordHasExactShapeAndEdgeValues) {
   SyslogCapture syslog;
   Json::Value out;
   ASSERT_EQ(0, ConvertFileInfoToJSon(FullRecord(), out));
@@ -38,15 +38,11 @@ TEST(ConvertFileInfoToJSon, FullRecordHasExactShape) {
     "content_snippet":"snip","revisions":4,"content_type":"document",
     "image_metadata":{"time":1600000000}})")), Text(out));
   EXPECT_TRUE(syslog.Lines().empty());
-}
 
-TEST(ConvertFileInfoToJSon, EdgeValues) {
   Tarnova::FileInfo info = FullRecord();
   info.sync_id = std::numeric_limits<uint64_t>::max();
-  info.shared_with.clear();
   info.labels.clear();
   info.kind = 2;  // no third kind name
-  Json::Value out;
   ASSERT_EQ(0, ConvertFileInfoToJSon(info, out));
   EXPECT_EQ("\"18446744073709551615\"", Text(out["version_id"]));
   EXPECT_EQ("18446744073709551615", Text(out["sync_id"]));
