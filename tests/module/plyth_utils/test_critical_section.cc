@@ -2,6 +2,8 @@
 // lines (priority and text) they leave, errno, and the ids afterwards.
 #include <errno.h>
 
+#include <utility>
+
 #include "../module_testing.h"
 #include "plyth_utils.h"
 
@@ -53,15 +55,13 @@ TEST(CriticalSection, RaisesThenRestores) {
     ENTERCriticalSection(saved, kSource, 64);
     EXPECT_EQ(errno, row.enterErrno);
     EXPECT_EQ(log.Lines(), row.enterLog);
-    EXPECT_EQ(identity.Euid(), row.uidInside);
-    EXPECT_EQ(identity.Egid(), row.gidInside);
+    EXPECT_EQ(std::make_pair(identity.Euid(), identity.Egid()), std::make_pair(row.uidInside, row.gidInside));
     log.Clear();
     errno = 42;
     LEAVECriticalSection(saved, kSource, 64);
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(log.Lines(), row.leaveLog);
-    EXPECT_EQ(identity.Euid(), row.uid);
-    EXPECT_EQ(identity.Egid(), row.gid);
+    EXPECT_EQ(std::make_pair(identity.Euid(), identity.Egid()), std::make_pair(row.uid, row.gid));
   }
 }
 
