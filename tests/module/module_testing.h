@@ -104,10 +104,7 @@ inline Json::Value Found(const Record& record) {
 
 // Who asks, and the USERNAME the web server hands on (null: unset).
 enum class SignIn { kAnonymous, kAlice, kWebServer, kNone };
-struct Visitor {
-  SignIn signIn = SignIn::kAnonymous;
-  const char* username = nullptr;
-};
+struct Visitor { SignIn signIn = SignIn::kAnonymous; const char* username = nullptr; };
 
 // A request of the module's methods, with the link service, texts and users.
 class LinkTest : public ::testing::Test {

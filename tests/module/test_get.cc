@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "module_testing.h"
 #include "shard_api.h"
@@ -30,8 +31,6 @@ std::string LoggerLine(int line, const char* level, const std::string& what) {
 std::string CannotGet(int line, const std::string& token) {
   return LoggerLine(line, "ERROR", "cannot get file : link: L1, sharing_token: " + token + ".");
 }
-const std::string kRemovedAtDebug =
-    LoggerLine(568, "DEBUG", "advance sharing file is removed : link: L1, sharing_token: OLD.");
 
 // The answer in a few words: "redirect <url>", "desktop" ("+token" when the
 // page script carries the sign-in token), or the mobile page's script name
@@ -40,9 +39,7 @@ std::string PageOf(const HandlerRun& run) {
   std::string location = run.response.GetHeader("Location");
   if (!location.empty()) return "redirect " + location;
   const std::string body = BodyOf(run.answer);
-  if (body.rfind("DESKTOP", 0) == 0) {
-    return body.find("&ZantToken=TOK") != std::string::npos ? "desktop+token" : "desktop";
-  }
+  if (body.rfind("DESKTOP", 0) == 0) return body.find("&ZantToken=TOK") != body.npos ? "desktop+token" : "desktop";
   if (body.rfind("MOBILE", 0) != 0) return "nothing";
   size_t from = body.rfind("js/mobile/") + 10;  // the page's own script follows common.js
   std::string page = body.substr(from, body.find(".js", from) - from);
@@ -54,9 +51,8 @@ Strings CookieLines(const HandlerRun& run) {
   Strings headers, cookies;
   std::string body;
   plyth_test::SplitHeaders(run.answer, headers, body);
-  for (const std::string& line : headers) {
-    if (line.rfind("Set-Cookie: ", 0) == 0) cookies.push_back(line);
-  }
+  std::copy_if(headers.begin(), headers.end(), std::back_inserter(cookies),
+               [](const std::string& line) { return line.rfind("Set-Cookie: ", 0) == 0; });
   EXPECT_TRUE(std::equal(cookies.begin(), cookies.end(), headers.begin())) << "cookies first";
   return cookies;
 }
@@ -135,7 +131,9 @@ INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingR
     {.description = "removed, unlock fails", .phone = true, .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
      .cookies = kGone, .page = "invalid"},
     {.description = "removed, at debug level", .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
-     .cookies = kGone, .logger = {kRemovedAtDebug}, .debugLevel = true},
+     .cookies = kGone,
+     .logger = {LoggerLine(568, "DEBUG", "advance sharing file is removed : link: L1, sharing_token: OLD.")},
+     .debugLevel = true},
     {.description = "no can_read", .phone = true, .fresh = Found({.canRead = false}), .cookies = kNew, .page = "info"},
     // A failed fetch right after an unlock still counts as unlocked.
     {.description = "fetch fails after unlock", .phone = true, .fresh = kNotRead, .cookies = kNew,
@@ -177,16 +175,13 @@ TEST_P(Permanent, Answers) {
   SetVisitor(row.visitor);
   HandlerRun run = Run(row.phone, "", "L1");
   EXPECT_EQ(PageOf(run), row.page);
-  EXPECT_TRUE(CookieLines(run).empty());
-  EXPECT_TRUE(auth_.Calls().empty());
-  EXPECT_TRUE(run.logger.empty());
+  EXPECT_TRUE(CookieLines(run).empty() && auth_.Calls().empty() && run.logger.empty());
   std::string fetched;
   for (const auto& call : files_.Calls()) fetched += call.user + " " + Text(call.params);
   EXPECT_EQ(fetched, *row.fetchUser ? row.fetchUser + std::string(R"( {"path":"link:L1"})") : "");
 }
 
-#define APP \
-  "redirect http://nas.example:5000/?launchApp=ZANT.QRT.Plyth.Application&launchParam=file_id%3DF1"
+#define APP "redirect http://nas.example:5000/?launchApp=ZANT.QRT.Plyth.Application&launchParam=file_id%3DF1"
 const Json::Value kInHome = Found({.displayPath = "/home/a.txt"});
 
 INSTANTIATE_TEST_SUITE_P(Rows, Permanent, ::testing::ValuesIn(std::vector<PermanentRow>{

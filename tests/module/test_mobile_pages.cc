@@ -30,10 +30,9 @@ class MobilePages : public ::testing::Test {
     std::string texts = "[plyth]\ndisplayname = \"Plyth & Co\"\n[request]\nno_perm_title = "
                         "\"No <permission>\"\nuser = \"Signed in as \\\"someone\\\"\"\n";
     for (std::string name : {"mobile.choose_action", "mobile.open_in_app", "mobile.open_the_link",
-                             "mobile.request_sent", "request.sent", "request.access",
-                             "request.switch_account", "request.not_exist_title", "action.download",
-                             "share.expired_title", "share.expired_link_desc",
-                             "error.item_not_exist"}) {
+                             "mobile.request_sent", "request.sent", "request.access", "request.switch_account",
+                             "request.not_exist_title", "action.download", "share.expired_title",
+                             "share.expired_link_desc", "error.item_not_exist"}) {
       size_t dot = name.find('.');
       texts += "[" + name.substr(0, dot) + "]\n" + name.substr(dot + 1) + " = \"" + name + "\"\n";
     }

@@ -6,11 +6,10 @@
 namespace {
 
 TEST(Redirect, Location) {
+  // REQUEST_SCHEME (empty: unset); the id is the permanent_link for the office, the file_id for the application.
   const struct {
     bool office;
-    const char *scheme /* REQUEST_SCHEME; empty: unset */, *uri;
-    const char* id;  // permanent_link for the office, file_id for the application
-    const char* location;
+    const char *scheme, *uri, *id, *location;
   } rows[] = {
       {true, "http", "/a/d/s/b/d/s/c", "P 1/+&", "http://nas:5000/a/oo/r/P%201%2F%2B%26?sharing_link=a%20b%3Dc"},
       {true, "", "/other/path", "P1", "://nas:5000/other/path/oo/r/P1?sharing_link=a%20b%3Dc"},

@@ -2,6 +2,8 @@
 // lines (priority and text) they leave, errno, and the ids afterwards.
 #include <errno.h>
 
+#include <utility>
+
 #include "../module_testing.h"
 #include "plyth_utils.h"
 
@@ -20,14 +22,11 @@ const SyslogLine kEnterFailed = Line(35, "ERROR: ENTERCriticalSection");
 // entering saved, and after a raise it runs as root, which is never refused.
 struct Row {
   const char* description;
-  uid_t uid;
-  gid_t gid;
+  uid_t uid, uidInside = 0;
+  gid_t gid, gidInside = 0;
   bool failUid = false, failGid = false;
-  Lines enterLog = {};
+  Lines enterLog = {}, leaveLog = {};
   int enterErrno = 0;
-  uid_t uidInside = 0;
-  gid_t gidInside = 0;
-  Lines leaveLog = {};
 };
 
 const Row kRows[] = {
@@ -37,12 +36,12 @@ const Row kRows[] = {
      .leaveLog = {Raised(kUid0)}},
     {.description = "root uid", .uid = 0, .gid = 100, .enterLog = {Raised(kGid0)}},
     {.description = "root gid", .uid = 1000, .gid = 0, .enterLog = {Raised(kUid0)}, .leaveLog = {Raised(kUid0)}},
-    {.description = "gid refused", .uid = 1000, .gid = 100, .failGid = true, .enterLog = {Refused(kGid0), kEnterFailed},
-     .enterErrno = 1, .uidInside = 1000, .gidInside = 100},
-    {.description = "uid refused", .uid = 1000, .gid = 100, .failUid = true,
-     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000},
-    {.description = "root gid, uid refused", .uid = 1000, .gid = 0, .failUid = true,
-     .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1, .uidInside = 1000}};
+    {.description = "gid refused", .uid = 1000, .uidInside = 1000, .gid = 100, .gidInside = 100, .failGid = true,
+     .enterLog = {Refused(kGid0), kEnterFailed}, .enterErrno = 1},
+    {.description = "uid refused", .uid = 1000, .uidInside = 1000, .gid = 100, .failUid = true,
+     .enterLog = {Raised(kGid0), Refused(kUid0), kEnterFailed}, .enterErrno = 1},
+    {.description = "root gid, uid refused", .uid = 1000, .uidInside = 1000, .gid = 0, .failUid = true,
+     .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1}};
 
 TEST(CriticalSection, RaisesThenRestores) {
   for (const Row& row : kRows) {
@@ -56,15 +55,13 @@ TEST(CriticalSection, RaisesThenRestores) {
     ENTERCriticalSection(saved, kSource, 64);
     EXPECT_EQ(errno, row.enterErrno);
     EXPECT_EQ(log.Lines(), row.enterLog);
-    EXPECT_EQ(identity.Euid(), row.uidInside);
-    EXPECT_EQ(identity.Egid(), row.gidInside);
+    EXPECT_EQ(std::make_pair(identity.Euid(), identity.Egid()), std::make_pair(row.uidInside, row.gidInside));
     log.Clear();
     errno = 42;
     LEAVECriticalSection(saved, kSource, 64);
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(log.Lines(), row.leaveLog);
-    EXPECT_EQ(identity.Euid(), row.uid);
-    EXPECT_EQ(identity.Egid(), row.gid);
+    EXPECT_EQ(std::make_pair(identity.Euid(), identity.Egid()), std::make_pair(row.uid, row.gid));
   }
 }
 

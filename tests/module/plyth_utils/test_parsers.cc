@@ -8,105 +8,77 @@ namespace {
 
 const std::string kSource = PLYTH_UTILS_SOURCE;
 
-// One parser call: the request text, the result, the target afterwards in
-// short ("a|b|..."), and the log line after "<source>:" (empty: none).
-struct Row {
-  const char *description, *json;
-  int result;
-  const char *after, *log;
-};
-
-class Parser : public ::testing::TestWithParam<Row> {
- protected:
-  // Called with the parser's result and its target in short, both taken first.
-  void Check(int result, const std::string& after) {
-    EXPECT_EQ(result, GetParam().result);
-    EXPECT_EQ(after, GetParam().after);
-    EXPECT_EQ(syslog_.Lines(), *GetParam().log ? (Lines{{3, kSource + ":" + GetParam().log}}) : Lines());
-  }
-  SyslogCapture syslog_;
-  Json::Value req_ = Parse(GetParam().json);
-};
-
-class MemberSelector : public Parser {};
-
-TEST_P(MemberSelector, FillsOrRejectsSilently) {
+// Each parser's result and its target afterwards in short ("result|a|b|...").
+std::string MemberOf(const Json::Value& req) {
   Tarnova::MemberSelector m{"old", "old", 7, 8};
-  int result = JsonReqToMemberSelector(req_, m);
-  Check(result, m.type + "|" + m.name + "|" + std::to_string(m.uid) + "|" + std::to_string(m.gid));
+  const int result = JsonReqToMemberSelector(req, m);
+  return std::to_string(result) + "|" + m.type + "|" + m.name + "|" + std::to_string(m.uid) + "|" +
+         std::to_string(m.gid);
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, MemberSelector, ::testing::Values(
-    Row{"array", R"([{"type":"user"}])", -1, "old|old|7|8", ""},
-    Row{"type not string", R"({"type":1})", -1, "old|old|7|8", ""},
-    Row{"all", R"({"type":"user","name":"bob","uid":1026,"gid":100})", 0, "user|bob|1026|100", ""},
-    Row{"empty name", R"({"type":"user","name":""})", -1, "user|old|7|8", ""},
-    Row{"name not string", R"({"type":"user","name":5})", -1, "user|old|7|8", ""},
-    Row{"uid fraction", R"({"type":"user","uid":1.5})", -1, "user|old|7|8", ""},
-    Row{"uid whole real", R"({"type":"user","uid":2.0})", 0, "user|old|2|8", ""},
-    Row{"uid -1 wraps", R"({"type":"user","uid":-1})", 0, "user|old|4294967295|8", ""},
-    Row{"gid bool", R"({"type":"group","uid":1,"gid":true})", -1, "group|old|1|8", ""}));
-
-class LabelAction : public Parser {};
-
-TEST_P(LabelAction, FillsOrRejectsWithLogLine) {
+std::string LabelOf(const Json::Value& req) {
   Tarnova::LabelEditAction a;
-  int result = JsonReqToLabelAction(req_, a);
-  Check(result, a.action + "|" + a.label_id + "|" + a.label_name + "|" + a.member.type);
+  const int result = JsonReqToLabelAction(req, a);
+  return std::to_string(result) + "|" + a.action + "|" + a.label_id + "|" + a.label_name + "|" + a.member.type;
 }
-
-// "requiered" and the missing line ends are the established log texts.
-const char kLabelShape[] = "287 label is expected as string or object\n";
-const char kNoAction[] = "300 action is requiered\n";
-const char kNoTarget[] = "308 one of label name and label id is requiered\n";
-
-INSTANTIATE_TEST_SUITE_P(Rows, LabelAction, ::testing::Values(
-    Row{"string adds", R"("team")", 0, "add||team|", ""},
-    Row{"array", R"(["team"])", -1, "|||", kLabelShape},
-    Row{"no action", R"({"name":"team"})", -1, "|||", kNoAction},
-    Row{"empty targets", R"({"action":"x","label_id":"","name":""})", -1, "x|||", kNoTarget},
-    Row{"by id", R"({"action":"remove","label_id":"L1"})", 0, "remove|L1||", ""},
-    Row{"member", R"({"action":"add","name":"t","member":{"type":"user"}})", 0, "add||t|user", ""},
-    Row{"bad member", R"({"action":"add","name":"t","member":null})", -1, "add||t|", "314 invalid member format"}));
-
-class StarAction : public Parser {};
-
-TEST_P(StarAction, FillsOrRejectsWithLogLine) {
+std::string StarOf(const Json::Value& req) {
   Tarnova::StarEditAction a;
   a.starred = true;
-  int result = JsonReqToStarAction(req_, a);
-  Check(result, std::to_string(a.starred) + "|" + a.member.type);
+  const int result = JsonReqToStarAction(req, a);
+  return std::to_string(result) + "|" + std::to_string(a.starred) + "|" + a.member.type;
 }
-
-const char kStarShape[] = "325 starred is expected as boolean or object\n";
-const char kNoStar[] = "335 starred is requiered\n";
-
-INSTANTIATE_TEST_SUITE_P(Rows, StarAction, ::testing::Values(
-    Row{"false", "false", 0, "0|", ""},
-    Row{"text", R"("true")", -1, "1|", kStarShape},
-    Row{"empty object", "{}", -1, "1|", kNoStar},
-    Row{"starred number", R"({"starred":1})", -1, "1|", kNoStar},
-    Row{"member", R"({"starred":false,"member":{"type":"group","gid":5}})", 0, "0|group", ""},
-    Row{"bad member", R"({"starred":false,"member":{"type":"user","name":""}})", -1, "0|user",
-        "343 invalid member format"}));
-
-class FileListFilter : public Parser {};
-
-TEST_P(FileListFilter, FillsOutputs) {
+std::string FilterOf(const Json::Value& req) {
   bool starred = true;
   std::string labelId = "old";
   Strings types = {"prev"}, extensions = {"prev"};
-  ParseFileListFilter(req_, starred, labelId, types, extensions);
-  Check(0, std::to_string(starred) + "|" + labelId + "|" + ::testing::PrintToString(types) +
-               ::testing::PrintToString(extensions));
+  ParseFileListFilter(req, starred, labelId, types, extensions);
+  return std::to_string(starred) + "|" + labelId + "|" + ::testing::PrintToString(types) +
+         ::testing::PrintToString(extensions);
 }
 
-INSTANTIATE_TEST_SUITE_P(Rows, FileListFilter, ::testing::Values(
-    Row{"not object", R"(["doc"])", 0, R"(1|old|{ "prev" }{ "prev" })", ""},
-    Row{"full", R"({"starred":true,"label_id":"L1","type":["doc","img"],"extensions":["odt"]})", 0,
-        R"(1|L1|{ "prev", "doc", "img" }{ "prev", "odt" })", ""},
-    Row{"elements as text", R"({"type":[1,true,null],"extensions":[{}]})", 0,
-        R"(0||{ "prev", "1", "true", "" }{ "prev", "" })", ""}));
+// The member selector never logs; "requiered" and the missing line ends are
+// the established log texts.
+TEST(Parsers, FillOrRejectWithTheirLogLines) {
+  const struct {
+    std::string (*parse)(const Json::Value&);
+    const char *json, *after, *log = "";  // the log line after "<source>:" (empty: none)
+  } rows[] = {
+      {.parse = MemberOf, .json = R"([{"type":"user"}])", .after = "-1|old|old|7|8"},
+      {.parse = MemberOf, .json = R"({"type":1})", .after = "-1|old|old|7|8"},
+      {.parse = MemberOf, .json = R"({"type":"user","name":"bob","uid":1026,"gid":100})",
+       .after = "0|user|bob|1026|100"},
+      {.parse = MemberOf, .json = R"({"type":"user","name":""})", .after = "-1|user|old|7|8"},
+      {.parse = MemberOf, .json = R"({"type":"user","name":5})", .after = "-1|user|old|7|8"},
+      {.parse = MemberOf, .json = R"({"type":"user","uid":1.5})", .after = "-1|user|old|7|8"},
+      {.parse = MemberOf, .json = R"({"type":"user","uid":2.0})", .after = "0|user|old|2|8"},
+      {.parse = MemberOf, .json = R"({"type":"user","uid":-1})", .after = "0|user|old|4294967295|8"},
+      {.parse = MemberOf, .json = R"({"type":"group","uid":1,"gid":true})", .after = "-1|group|old|1|8"},
+      {.parse = LabelOf, .json = R"("team")", .after = "0|add||team|"},
+      {.parse = LabelOf, .json = R"(["team"])", .after = "-1||||",
+       .log = "287 label is expected as string or object\n"},
+      {.parse = LabelOf, .json = R"({"name":"team"})", .after = "-1||||", .log = "300 action is requiered\n"},
+      {.parse = LabelOf, .json = R"({"action":"x","label_id":"","name":""})", .after = "-1|x|||",
+       .log = "308 one of label name and label id is requiered\n"},
+      {.parse = LabelOf, .json = R"({"action":"remove","label_id":"L1"})", .after = "0|remove|L1||"},
+      {.parse = LabelOf, .json = R"({"action":"add","name":"t","member":{"type":"user"}})", .after = "0|add||t|user"},
+      {.parse = LabelOf, .json = R"({"action":"add","name":"t","member":null})", .after = "-1|add||t|",
+       .log = "314 invalid member format"},
+      {.parse = StarOf, .json = "false", .after = "0|0|"},
+      {.parse = StarOf, .json = R"("true")", .after = "-1|1|", .log = "325 starred is expected as boolean or object\n"},
+      {.parse = StarOf, .json = R"({"starred":1})", .after = "-1|1|", .log = "335 starred is requiered\n"},
+      {.parse = StarOf, .json = R"({"starred":false,"member":{"type":"group","gid":5}})", .after = "0|0|group"},
+      {.parse = StarOf, .json = R"({"starred":false,"member":{"type":"user","name":""}})", .after = "-1|0|user",
+       .log = "343 invalid member format"},
+      {.parse = FilterOf, .json = R"(["doc"])", .after = R"(1|old|{ "prev" }{ "prev" })"},
+      {.parse = FilterOf, .json = R"({"starred":true,"label_id":"L1","type":["doc","img"],"extensions":["odt"]})",
+       .after = R"(1|L1|{ "prev", "doc", "img" }{ "prev", "odt" })"},
+      {.parse = FilterOf, .json = R"({"type":[1,true,null],"extensions":[{}]})",
+       .after = R"(0||{ "prev", "1", "true", "" }{ "prev", "" })"}};
+  for (const auto& row : rows) {
+    SyslogCapture syslog;
+    EXPECT_EQ(row.parse(Parse(row.json)), row.after) << row.json;
+    EXPECT_EQ(syslog.Lines(), *row.log ? (Lines{{3, kSource + ":" + row.log}}) : Lines()) << row.json;
+  }
+}
 
 TEST(IsSafePath, Decides) {
   for (const char* safe : {"a/b", "/a//b/", "", "///", "a/.../b", "a/b..c"}) EXPECT_TRUE(IsSafePath(safe)) << safe;

@@ -20,7 +20,7 @@ Tarnova::FileInfo FullRecord() {
       4, "document", 1600000000};
 }
 
-TEST(ConvertFileInfoToJSon, FullRecordHasExactShape) {
+TEST(ConvertFileInfoToJSon, FullRecordHasExactShapeAndEdgeValues) {
   SyslogCapture syslog;
   Json::Value out;
   ASSERT_EQ(0, ConvertFileInfoToJSon(FullRecord(), out));
@@ -38,43 +38,33 @@ TEST(ConvertFileInfoToJSon, FullRecordHasExactShape) {
     "content_snippet":"snip","revisions":4,"content_type":"document",
     "image_metadata":{"time":1600000000}})")), Text(out));
   EXPECT_TRUE(syslog.Lines().empty());
-}
 
-TEST(ConvertFileInfoToJSon, EdgeValues) {
   Tarnova::FileInfo info = FullRecord();
   info.sync_id = std::numeric_limits<uint64_t>::max();
-  info.shared_with.clear();
   info.labels.clear();
   info.kind = 2;  // no third kind name
-  Json::Value out;
   ASSERT_EQ(0, ConvertFileInfoToJSon(info, out));
   EXPECT_EQ("\"18446744073709551615\"", Text(out["version_id"]));
   EXPECT_EQ("18446744073709551615", Text(out["sync_id"]));
-  EXPECT_EQ("[]", Text(out["shared_with"]));
   EXPECT_EQ("[]", Text(out["labels"]));
   EXPECT_EQ("\"\"", Text(out["type"]));
-  info.kind = 1;
-  ASSERT_EQ(0, ConvertFileInfoToJSon(info, out));
-  EXPECT_EQ("dir", out["type"].asString());
 }
 
 TEST(ConvertFileInfoToJSon, UnparsablePropertiesFailWithTheirLogLine) {
   const struct {
-    std::string properties, appProperties;
-    int line;
-    const char* logText;
-  } rows[] = {{"", "{}", 137, "Properties cannot be parsed.\n"},
+    std::string properties, appProperties, log;  // the log line after "<source>:"
+  } rows[] = {{"", "{}", "137 Properties cannot be parsed.\n"},
               // Deeper than the reader's stack limit, which it signals by throwing.
-              {std::string(2000, '['), "{}", 137, "Properties cannot be parsed.\n"},
-              {"{\"a\":1}", "{\"b\":", 142, "App properties cannot be parsed.\n"}};
+              {std::string(2000, '['), "{}", "137 Properties cannot be parsed.\n"},
+              {"{\"a\":1}", "{\"b\":", "142 App properties cannot be parsed.\n"}};
   for (const auto& row : rows) {
     Tarnova::FileInfo info = FullRecord();
     info.properties = row.properties;
     info.app_properties = row.appProperties;
     SyslogCapture syslog;
     Json::Value out;
-    EXPECT_EQ(-1, ConvertFileInfoToJSon(info, out)) << row.logText;
-    EXPECT_EQ(syslog.Lines(), (Lines{Logged(3, PLYTH_UTILS_SOURCE, row.line, row.logText)}));
+    EXPECT_EQ(-1, ConvertFileInfoToJSon(info, out)) << row.log;
+    EXPECT_EQ(syslog.Lines(), (Lines{{3, PLYTH_UTILS_SOURCE ":" + row.log}}));
   }
 }
 
