@@ -30,23 +30,15 @@ TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndItsCapabilities) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
-  struct Row {
-    Visibility visibility;
-    const char* caller;
-    Role member = Role::kNone;
-    Role token = Role::kNone;
-    Caps caps = {};  // none: refused with 1002, and no record
-    bool showsPath = false;
-  } rows[] = {
-      {.visibility = Visibility::kMembers, .caller = "carol"},
-      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kPreviewer, .caps = kPreviewer,
-       .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kCommenter, .caps = kCommenter,
-       .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kEditor, .caps = kEditor,
-       .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "alice", .caps = kOwner, .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "anonymous", .token = Role::kPreviewer, .caps = kPreviewer},
+  // `caps` none: refused with 1002, and no record.
+  struct Row { Visibility visibility = Visibility::kMembers; const char* caller; Role member = Role::kNone;
+               Role token = Role::kNone; Caps caps = {}; bool showsPath = false; } rows[] = {
+      {.caller = "carol"},
+      {.caller = "bob", .member = Role::kPreviewer, .caps = kPreviewer, .showsPath = true},
+      {.caller = "bob", .member = Role::kCommenter, .caps = kCommenter, .showsPath = true},
+      {.caller = "bob", .member = Role::kEditor, .caps = kEditor, .showsPath = true},
+      {.caller = "alice", .caps = kOwner, .showsPath = true},
+      {.caller = "anonymous", .token = Role::kPreviewer, .caps = kPreviewer},
       {.visibility = Visibility::kSignedIn, .caller = "anonymous"},
       {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer},
       {.visibility = Visibility::kSignedIn, .caller = "bob", .member = Role::kPreviewer, .caps = kViewer,
