@@ -57,9 +57,15 @@ inline Json::Value FileGet(const std::string& path, const std::string& user, con
   return Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", path}, {"sharing_token", given}}), user);
 }
 
-inline Json::Value Auth(const std::string& link, const Json::Value& password) {
-  return Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", Params({{"sharing_link", link}, {"password", password}}),
-              "anonymous");
+// The unlock of `link` by a visitor, from the client `address` when one is given.
+inline Json::Value Auth(const std::string& link, const Json::Value& password, const std::string& address = "") {
+  ZANT::APIRequest request;
+  request.SetAPI("ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth");
+  request.SetParams(Params({{"sharing_link", link}, {"password", password}}));
+  if (!address.empty()) request.SetServerVar("REMOTE_ADDR", address);
+  ZANT::APIResponse response;
+  ZANT::APIRunner::Dispatch(&request, &response);
+  return response.ToResult();
 }
 
 // The token of a link that needs no password (or of `password`).

@@ -58,9 +58,7 @@ TEST_F(ServicesTest, DesktopScripts) {
   root_.WriteFile("/usr/zant/zantman/texts/enu/strings", "[common]\nok = \"OK\"\n");
   root_.WriteFile("/usr/zant/zantman/texts/ger/strings", "[common]\nok = \"Gut\"\n");
   root_.WriteFile("/usr/zant/zantman/zantQRTjslib/texts/enu/strings", "[lib]\nyes = \"Yes\"\n");
-  const plyth_test::HandlerRun defs = Script(plyth_services::DesktopDefsGetJSFunc, "ger");
-  EXPECT_FALSE(defs.response.IsEnableOutput());
-  EXPECT_EQ(defs.answer, std::string(kScriptHead) +
+  EXPECT_EQ(Script(plyth_services::DesktopDefsGetJSFunc, "ger").answer, std::string(kScriptHead) +
                              "window.ZANTDefs={\"lang\":\"ger\",\"product\":\"Brindlex Plyth\",\"signed_in\":false};\n"
                              "window.ZANTDef=function(k,d){var v=window.ZANTDefs[k];return v===undefined?d:v;};\n");
   EXPECT_EQ(Script(plyth_services::DesktopJSUIStringGetJSFunc, "enu").answer,

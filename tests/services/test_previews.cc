@@ -107,8 +107,9 @@ class Previews : public ServicesTest {
     return Call("ZANT.BrindlexPlyth.Files", "list", params, "anonymous");
   }
   void SetSize(const Item& item, int64_t size) {
-    const std::string sql = "UPDATE items SET size = " + std::to_string(size) + " WHERE file_id = '" + item.file_id + "'";
-    ASSERT_TRUE(Db().Exec(sql.c_str()));
+    plyth_services::Statement grow(Db().Db(), "UPDATE items SET size = ?1 WHERE file_id = ?2");
+    grow.Bind(1, size).Bind(2, item.file_id);
+    ASSERT_TRUE(grow.Run());
   }
   void Open(const Item& item, Role role) {
     ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, role), 0);

@@ -8,13 +8,6 @@
 namespace services_test {
 namespace {
 
-std::set<std::string>* gTraced = nullptr;
-
-int OnStatement(unsigned, void*, void* stmt, void*) {
-  if (gTraced != nullptr) gTraced->insert(sqlite3_sql(static_cast<sqlite3_stmt*>(stmt)));
-  return 0;
-}
-
 // Reads every row: "SCAN items" (with or without a covering index), and a
 // bare "SEARCH items", which is how SQLite shows MAX() over an unindexed column.
 std::vector<std::string> FullScans(sqlite3* db, const std::string& sql) {
@@ -38,15 +31,17 @@ TEST_F(ServicesTest, HotPathQueriesUseAnIndex) {
   sqlite3* shared = plyth_services::Store::Shared(&error)->Db();
   ASSERT_NE(shared, nullptr) << error;
   std::set<std::string> traced;
-  gTraced = &traced;
-  sqlite3_trace_v2(shared, SQLITE_TRACE_STMT, &OnStatement, nullptr);
+  const auto onStatement = [](unsigned, void* into, void* stmt, void*) {
+    static_cast<std::set<std::string>*>(into)->insert(sqlite3_sql(static_cast<sqlite3_stmt*>(stmt)));
+    return 0;
+  };
+  sqlite3_trace_v2(shared, SQLITE_TRACE_STMT, onStatement, &traced);
   const std::string token = TokenFor(open);
   EXPECT_EQ(ErrorCode(FileGet("link:" + item.permanent_link, "anonymous", token)), 0);
   EXPECT_EQ(ErrorCode(FileGet("link:" + item.permanent_link, "alice")), 0);
   EXPECT_EQ(ErrorCode(FileGet("link:" + folder.permanent_link, "alice")), 0);
   EXPECT_EQ(ErrorCode(Auth(locked, "wrong")), 1037);
   sqlite3_trace_v2(shared, 0, nullptr, nullptr);
-  gTraced = nullptr;
 
   ASSERT_GE(traced.size(), 5u);
   for (const std::string& sql : traced) {
