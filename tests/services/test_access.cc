@@ -26,7 +26,7 @@ Caps Granted(const Json::Value& caps) {
 
 // alice owns the item; bob is a member when `member` is given; carol is
 // only signed in; a token lends the role of its sharing link.
-TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndItsCapabilities) {
+TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndPathsAnswerTheirCode) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
@@ -57,16 +57,11 @@ TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndItsCapabilities) {
     EXPECT_EQ(Granted(result["data"]["capabilities"]), row.caps);
     EXPECT_EQ(result["data"]["display_path"].asString(), row.showsPath ? "/docs/plan.txt" : "");
   }
-}
 
-// The link's visibility lends nothing to a caller who names the file id.
-TEST_F(ServicesTest, PathsAnswerTheirCode) {
-  const Item item = AddItem("alice", "/docs/plan.txt", "plan");
-  AddUser("bob");
-  AddUser("carol");
+  // The link's visibility lends nothing to a caller who names the file id.
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kViewer), 0);
   ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, Role::kEditor), 0);
-  struct Row { Json::Value path; const char* user; int code; } rows[] = {  // a null path: none given
+  struct PathRow { Json::Value path; const char* user; int code; } pathRows[] = {  // a null path: none given
       {.path = "id:" + item.file_id, .user = "alice", .code = 0},
       {.path = "id:" + item.file_id, .user = "bob", .code = 0},
       {.path = "id:" + item.file_id, .user = "carol", .code = 1002},
@@ -76,7 +71,7 @@ TEST_F(ServicesTest, PathsAnswerTheirCode) {
       {.path = 5, .user = "alice", .code = 101},
       {.path = "id:NoSuchFile1234", .user = "alice", .code = 408},
   };
-  for (const Row& row : rows) {
+  for (const PathRow& row : pathRows) {
     EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", row.path}}), row.user)), row.code)
         << ZANT::JsonToString(row.path) << " by " << row.user;
   }

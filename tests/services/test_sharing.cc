@@ -94,8 +94,9 @@ TEST_F(Sharing, AuthAnswersEachPasswordAndRefusesRevokedAndMissingLinks) {
 }
 
 // Expiry at second E: the link works up to E - 1; at E it has expired, which
-// is told before the password is looked at.
-TEST_F(Sharing, AtTheExpirySecondTheLinkHasExpired) {
+// is told before the password is looked at. Its tokens end then too, or at
+// their own lifetime's end, and open no other link.
+TEST_F(Sharing, LinksAndTokensEndAtTheirExpirySecondAndTokensOpenOnlyTheirLink) {
   const int64_t expiry = gNow + 100;
   const std::string link = Share(item_, "s3cret", expiry);
   struct Row { int64_t at; int noPassword, rightPassword; } rows[] = {
@@ -107,9 +108,7 @@ TEST_F(Sharing, AtTheExpirySecondTheLinkHasExpired) {
     EXPECT_EQ(ErrorCode(Auth(link, "")), row.noPassword) << row.at - expiry;
     EXPECT_EQ(ErrorCode(Auth(link, "s3cret")), row.rightPassword) << row.at - expiry;
   }
-}
 
-TEST_F(Sharing, TokensOpenOnlyTheirOwnLinkWhileTheyLast) {
   const int64_t start = gNow;
   const std::string token = TokenFor(Share(item_, "", start + 3 * plyth_services::kTokenLifetime));
   const Item other = AddItem("alice", "/docs/other.txt", "other");
