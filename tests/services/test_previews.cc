@@ -325,10 +325,9 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
             "Status: 200 OK\r\nContent-Type: application/zip\r\n"
             "Content-Disposition: attachment; filename=\"Trip.zip\"; filename*=UTF-8''Trip.zip\r\n"
             "X-Content-Type-Options: nosniff\r\n\r\n");
-  const std::map<std::string, std::string> expected = {
-      {"Caf\xC3\xA9/", ""}, {"Caf\xC3\xA9/menu \"1\".txt", "soup"}, {"empty/", ""},
-      {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}};
-  EXPECT_EQ(Unzip(body), expected);
+  EXPECT_EQ(Unzip(body), (std::map<std::string, std::string>{
+                             {"Caf\xC3\xA9/", ""}, {"Caf\xC3\xA9/menu \"1\".txt", "soup"}, {"empty/", ""},
+                             {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}}));
 
   Json::Value chosen = whole;
   chosen["items"].append(notes.file_id);

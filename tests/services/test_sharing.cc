@@ -29,11 +29,9 @@ TEST_F(Sharing, UnlockingSignsATokenAndWritesNothing) {
   std::string error;
   sqlite3* shared = plyth_services::Store::Shared(&error)->Db();
   const int changesBefore = sqlite3_total_changes(shared);
-  const Json::Value result = Auth(link, "");
-  ASSERT_EQ(ErrorCode(result), 0);
-  EXPECT_EQ(result["data"].getMemberNames(), std::vector<std::string>{"sharing_token"});
-  const std::string token = result["data"]["sharing_token"].asString();
-  EXPECT_EQ(TokenFor(link), token) << "the same second, the same token";
+  const Json::Value data = Auth(link, "")["data"];
+  EXPECT_EQ(data.getMemberNames(), std::vector<std::string>{"sharing_token"});
+  EXPECT_EQ(TokenFor(link), data["sharing_token"].asString()) << "the same second, the same token";
   EXPECT_EQ(sqlite3_total_changes(shared), changesBefore);
   struct stat key;
   ASSERT_EQ(stat(root_.Host(plyth_services::kTokenKeyPath).c_str(), &key), 0);
