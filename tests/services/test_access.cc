@@ -18,9 +18,8 @@ const Caps kPreviewer = {"can_preview"}, kViewer = {"can_preview", "can_read"},
 // The capabilities the record grants, by name; one that is not a boolean as "name?".
 Caps Granted(const Json::Value& caps) {
   Caps granted;
-  for (const std::string& key : kOwner) {
+  for (const std::string& key : kOwner)
     if (!caps[key].isBool() || caps[key].asBool()) granted.insert(caps[key].isBool() ? key : key + "?");
-  }
   return granted;
 }
 

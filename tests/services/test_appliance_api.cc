@@ -14,9 +14,8 @@ TEST_F(ServicesTest, ConfigurationApisAnswerAdministratorsFromTheFile) {
   AddUser("bob");
   std::string codes;
   for (const char* user : {"admin", "root2", "bob", "anonymous"}) {
-    for (const char* api : {"ZANT.BrindlexPlyth.Info", "ZANT.Core.Skyvane.Permission", "ZANT.Core.Skyvane"}) {
+    for (const char* api : {"ZANT.BrindlexPlyth.Info", "ZANT.Core.Skyvane.Permission", "ZANT.Core.Skyvane"})
       codes += std::to_string(ErrorCode(Call(api, "get", Json::Value(), user))) + " ";
-    }
     codes += std::to_string(ErrorCode(Call("ZANT.Core.DDNS.Record", "list", Json::Value(), user))) + "|";
   }
   EXPECT_EQ(codes, "0 0 0 0|0 0 0 0|105 105 105 105|105 105 105 105|");

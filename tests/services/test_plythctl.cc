@@ -158,9 +158,8 @@ TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
 
 TEST_F(ServicesTest, LocalTimeIsLocalTimeOrEpochSeconds) {
   int64_t when = -1;
-  for (const char* good : {"2024-02-29 12:00:00", "@1709208000"}) {
+  for (const char* good : {"2024-02-29 12:00:00", "@1709208000"})
     EXPECT_TRUE(plyth_services::ParseLocalTime(good, &when) && when == 1709208000) << good;
-  }
   for (const char* bad : {"2023-02-29 12:00:00", "2024-01-01 24:00:00", "2024-01-01 00:00:60", "2024-01-01T00:00:00",
                           "2024-1-01 00:00:00", "2024-01-01 00:00:00 ", "@", "@12a", ""}) {
     EXPECT_FALSE(plyth_services::ParseLocalTime(bad, &when)) << bad;

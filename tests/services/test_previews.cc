@@ -302,9 +302,8 @@ TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
       {.what = "offset of another type", .offset = Json::arrayValue, .error = 101},
       {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f1001.txt").file_id, .error = 1005},
   };
-  for (const Refusal& row : refusals) {
+  for (const Refusal& row : refusals)
     EXPECT_EQ(ErrorCode(List(folder_, Params({{"offset", row.offset}, {"item", row.item}}))), row.error) << row.what;
-  }
 }
 
 using Archives = Previews;
