@@ -261,26 +261,23 @@ TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
 
 using Listings = Previews;
 
-TEST_F(Listings, PutFoldersFirstThenNamesAndTellEachKind) {
+TEST_F(Listings, PutFoldersFirstThenNamesTellEachKindPageByTwoHundredAndGiveTheWayDown) {
   for (const char* path : {"/Trip/b.txt", "/Trip/A.jpg", "/Trip/zeta/x.txt", "/Trip/Beta/y.txt", "/Trip/clip.webm",
                            "/Trip/a.pdf", "/Trip/Caf\xC3\xA9 & \"<x>\".txt"})
     AddItem("alice", path, "x");
+  for (int i = 1000; i <= 1200; ++i) AddItem("alice", "/Trip/in/deep/f" + std::to_string(i) + ".txt");
   ASSERT_EQ(plyth_services::SetRemoved(Db(), AddItem("alice", "/Trip/gone.txt", "x"), true), 0);
   Open(folder_, Role::kPreviewer);
   const Json::Value data = List(folder_, Json::objectValue)["data"];
   std::string names;
   for (const Json::Value& entry : data["items"]) names += entry["name"].asString() + (entry["type"] == "dir" ? "/ " : " ");
-  EXPECT_EQ(names, "Beta/ zeta/ A.jpg a.pdf b.txt Caf\xC3\xA9 & \"<x>\".txt clip.webm ");
+  EXPECT_EQ(names, "Beta/ in/ zeta/ A.jpg a.pdf b.txt Caf\xC3\xA9 & \"<x>\".txt clip.webm ");
   EXPECT_EQ(Pick(data, {"can_read", "offset", "page_size", "total"}),
-            R"({"can_read":false,"offset":0,"page_size":200,"total":7})");
-  EXPECT_EQ(Pick(data["items"][3], {"name", "type", "size", "preview"}),
+            R"({"can_read":false,"offset":0,"page_size":200,"total":8})");
+  EXPECT_EQ(Pick(data["items"][4], {"name", "type", "size", "preview"}),
             R"({"name":"a.pdf","preview":"pdf","size":1,"type":"file"})");
-  EXPECT_EQ(data["items"][6]["preview"], "none") << "a previewer gets no player";
-}
+  EXPECT_EQ(data["items"][7]["preview"], "none") << "a previewer gets no player";
 
-TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
-  for (int i = 1000; i <= 1200; ++i) AddItem("alice", "/Trip/in/deep/f" + std::to_string(i) + ".txt");
-  Open(folder_, Role::kViewer);
   const Item deep = Find("alice", "/Trip/in/deep");
   struct Row { int64_t offset; size_t count; const char* first; } rows[] = {
       {.offset = 0, .count = 200, .first = "f1000.txt"},
@@ -308,13 +305,13 @@ TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
 
 using Archives = Previews;
 
-TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
+TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8NamesAndRefuseWhatTheyCannotCarry) {
   const Item notes = AddItem("alice", "/Trip/notes.txt", std::string(5000, 'n'));
   AddItem("alice", "/Trip/Caf\xC3\xA9/menu \"1\".txt", "soup");
   const Item photo = AddItem("alice", "/Trip/pics/a.jpg", "jpeg bytes");
   AddItem("alice", "/Trip/empty", "", true);
   ASSERT_EQ(plyth_services::SetRemoved(Db(), AddItem("alice", "/Trip/gone.txt", "x"), true), 0);
-  AddItem("alice", "/Tripping/beside.txt", "no");
+  const Item beside = AddItem("alice", "/Tripping/beside.txt", "no");
   const std::string token = TokenFor(Share(folder_));
 
   const Json::Value whole = Params({{"sharing_token", token}});
@@ -335,12 +332,8 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
   EXPECT_EQ(Unzip(Body(Raw(plyth_services::FilesArchiveFunc, "archive", folder_, chosen))),
             (std::map<std::string, std::string>{
                 {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}}));
-}
 
-TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   const Item big = AddItem("alice", "/Trip/big.bin", "x");
-  const Item beside = AddItem("alice", "/other.txt", "x");
-  const std::string token = TokenFor(Share(folder_));
   struct Row { const char* what; Json::Value items; Role role; int error; } rows[] = {
       {.what = "empty selection", .items = Json::arrayValue, .role = Role::kViewer, .error = 101},
       {.what = "selection of another type", .items = "x", .role = Role::kViewer, .error = 101},
@@ -356,8 +349,7 @@ TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   // Past either cap nothing is written: the byte cap first, then the entry
   // cap (its rows made in one statement).
   auto expectNothingWritten = [&](const char* what) {
-    const plyth_test::HandlerRun run =
-        Raw(plyth_services::FilesArchiveFunc, "archive", folder_, Params({{"sharing_token", token}}));
+    const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, whole);
     EXPECT_EQ(RawError(run), 1061) << what;
     EXPECT_EQ(run.stdoutBytes, "") << what;
   };
