@@ -76,7 +76,7 @@ TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndPathsAnswerTheirCod
   }
 }
 
-TEST_F(ServicesTest, GrantsOnAFolderReachEverythingBelowIt) {
+TEST_F(ServicesTest, GrantsAndTheRecycleBinOnAFolderReachEverythingBelowIt) {
   const Item file = AddItem("alice", "/team/q1/report.txt", "r");
   AddUser("bob");
   const Item team = Find("alice", "/team");
@@ -85,6 +85,19 @@ TEST_F(ServicesTest, GrantsOnAFolderReachEverythingBelowIt) {
   EXPECT_EQ(Granted(data["capabilities"]), kCommenter);
   EXPECT_EQ(ZANT::JsonToString(data["shared_with"]), R"([{"inherited":true,"name":"bob","permission_id":")" +
                                                         team.file_id + R"(:bob","role":"commenter","type":"user"}])");
+
+  // The recycle bin too, but not a sibling sharing the folder's prefix;
+  // removed items are still answered, as removed, to a token holder.
+  const Item inside = AddItem("alice", "/old/notes/a.txt", "a");
+  const Item beside = AddItem("alice", "/older/b.txt", "b");
+  const Item folder = Find("alice", "/old");
+  const std::string token = TokenFor(Share(inside));
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, true), 0);
+  auto bit = [this](const Item& item) { return Reload(item).removed ? '1' : '0'; };
+  EXPECT_EQ((std::string{bit(folder), bit(inside), bit(beside)}), "110");
+  EXPECT_TRUE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, false), 0);
+  EXPECT_FALSE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
 }
 
 TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {
@@ -105,21 +118,6 @@ TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {
   EXPECT_EQ(Pick(FileGet("link:" + Find("alice", "/private").permanent_link, "alice")["data"],
                  {"type", "content_type", "revisions"}),
             "{\"content_type\":\"\",\"revisions\":0,\"type\":\"dir\"}");
-}
-
-// Trash reaches everything below a folder, not a sibling sharing its prefix;
-// removed items are still answered, as removed, to a token holder.
-TEST_F(ServicesTest, RemovedItemsAreAnsweredAsRemoved) {
-  const Item inside = AddItem("alice", "/old/notes/a.txt", "a");
-  const Item beside = AddItem("alice", "/older/b.txt", "b");
-  const Item folder = Find("alice", "/old");
-  const std::string token = TokenFor(Share(inside));
-  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, true), 0);
-  auto bit = [this](const Item& item) { return Reload(item).removed ? '1' : '0'; };
-  EXPECT_EQ((std::string{bit(folder), bit(inside), bit(beside)}), "110");
-  EXPECT_TRUE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
-  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, false), 0);
-  EXPECT_FALSE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
 }
 
 }  // namespace

@@ -76,7 +76,7 @@ std::string Digits(const char* status, const char* length, const char* contentRa
 
 // A reader gets exact bytes; a refusal writes nothing itself and leaves the
 // framework's JSON answer on.
-TEST_F(Download, ReadersGetExactBytesAndOthersNothing) {
+TEST_F(Download, ReadersGetExactBytesEvenAcrossTheCopyBufferAndOthersNothing) {
   const Item digits = AddItem("alice", "/docs/digits.txt", "0123456789");
   const std::string viewer = TokenFor(Share(digits, "", 0, Role::kViewer));
   // `token`: a visitor holding a viewer's token; else the owner.
@@ -101,9 +101,8 @@ TEST_F(Download, ReadersGetExactBytesAndOthersNothing) {
     EXPECT_TRUE(row.run.response.IsEnableOutput()) << row.what;
     EXPECT_EQ(row.run.response.GetErrorCode(), row.code) << row.what;
   }
-}
 
-TEST_F(Download, RangesAcrossTheCopyBufferAreExact) {
+  // A range across the copy buffer's ends.
   std::string content;
   for (int i = 0; i < 200000; ++i) content += static_cast<char>('a' + i % 23);
   const std::string answer = Get(AddItem("alice", "/big.bin", content), "alice", "bytes=65000-140000").answer;
