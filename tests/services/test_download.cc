@@ -45,8 +45,7 @@ TEST(Names, GiveDispositionAndType) {
       {.name = "r\xC3\xA9sum\xC3\xA9.docx",
        .disposition = "attachment; filename=\"r__sum__.docx\"; filename*=UTF-8''r%C3%A9sum%C3%A9.docx"},
       {.name = "100%;x.", .disposition = "attachment; filename=\"100%;x.\"; filename*=UTF-8''100%25%3Bx."},
-      {.name = std::string("a\0b", 3), .disposition = "attachment; filename=\"a_b\"; filename*=UTF-8''a%00b"},
-      {.name = "\x7f\t", .disposition = "attachment; filename=\"__\"; filename*=UTF-8''%7F%09"},
+      {.name = std::string("\0\x7f\t", 3), .disposition = "attachment; filename=\"___\"; filename*=UTF-8''%00%7F%09"},
   };
   for (const Row& row : rows) EXPECT_EQ(plyth_services::ContentDisposition(row.name), row.disposition);
   EXPECT_EQ(plyth_services::ContentTypeFor("a.PDF"), "application/pdf") << "the extension in any case";

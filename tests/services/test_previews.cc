@@ -216,7 +216,7 @@ TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNotForItemsBelowTheSharedFold
   }
 }
 
-TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
+TEST_F(Previews, AreCachedWithinTheCapAndInfoTellsTheViewerAndThePages) {
   const Item photo = AddItem("alice", "/photo.png", Picture(600, 600, 3, ".png"));
   Open(photo, Role::kPreviewer);
   const std::string first = Body(Preview(photo, Params({{"size", 256}})));
@@ -239,9 +239,8 @@ TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
   for (int i = 0; i < 4; ++i) left.push_back(access(root_.Host(dir + std::to_string(i)).c_str(), F_OK) == 0);
   EXPECT_EQ(left, (std::vector<bool>{false, false, true, true}));
   EXPECT_EQ(access(root_.Host(file).c_str(), F_OK), 0);
-}
 
-TEST_F(Previews, InfoTellsTheViewerAndThePages) {
+  // What the viewer needs to know first: the kind, and a PDF's pages.
   const Item doc = AddItem("alice", "/doc.pdf", Pdf(3));
   const Item bad = AddItem("alice", "/bad.pdf", "%PDF-1.4 nothing else");
   const Item clip = AddItem("alice", "/clip.webm", "webm");
