@@ -14,19 +14,13 @@ namespace {
 
 std::string gRoot, gPermanent, gOpenLink;
 
-// Runs `command` with its output in files; its exit code.
-int Run(const std::string& command, std::string* out, std::string* err = nullptr) {
-  const blackbox::Run run = blackbox::RunCommand(command + " </dev/null", gRoot);
-  *out = run.out;
-  if (err != nullptr) *err = run.err;
-  return run.status;
-}
-
 // plythctl's exit code; `out` its first line.
 int Ctl(const std::string& args, std::string* out, std::string* err = nullptr) {
-  const int code = Run("env -u ZANT_ROOT " + gRoot + "/usr/zant/bin/plythctl --root " + gRoot + " " + args, out, err);
-  *out = out->substr(0, out->find('\n'));
-  return code;
+  const blackbox::Run run = blackbox::RunCommand(
+      "env -u ZANT_ROOT " + gRoot + "/usr/zant/bin/plythctl --root " + gRoot + " " + args + " </dev/null", gRoot);
+  *out = run.out.substr(0, run.out.find('\n'));
+  if (err != nullptr) *err = run.err;
+  return run.status;
 }
 
 class Environment : public ::testing::Environment {
@@ -48,11 +42,12 @@ const ::testing::Environment* const kEnvironment = ::testing::AddGlobalTestEnvir
 
 // entry.cgi's standard output for `query` with a clean CGI environment plus `extra`.
 std::string Cgi(const std::string& query, const std::string& extra = "") {
-  std::string out;
-  EXPECT_EQ(Run("env -i ZANT_ROOT=" + gRoot + " REQUEST_METHOD=GET SERVER_NAME=nas.test SERVER_PORT=5000 "
-                "HTTP_HOST=nas.test:5000 'REQUEST_URI=/webapi/entry.cgi?" + query + "' 'QUERY_STRING=" + query +
-                "' " + extra + " " + gRoot + "/usr/zant/zantman/webapi/entry.cgi", &out), 0) << query;
-  return out;
+  const blackbox::Run run = blackbox::RunCommand(
+      "env -i ZANT_ROOT=" + gRoot + " REQUEST_METHOD=GET SERVER_NAME=nas.test SERVER_PORT=5000 HTTP_HOST=nas.test:5000 "
+      "'REQUEST_URI=/webapi/entry.cgi?" + query + "' 'QUERY_STRING=" + query + "' " + extra + " " + gRoot +
+      "/usr/zant/zantman/webapi/entry.cgi </dev/null", gRoot);
+  EXPECT_EQ(run.status, 0) << query;
+  return run.out;
 }
 
 const char kDesktopAgent[] = "'HTTP_USER_AGENT=Mozilla/5.0 (X11; Linux x86_64) Chrome/120.0'";

@@ -46,9 +46,8 @@ inline Json::Value Call(const char* api, const char* method, const Json::Value& 
 // Call parameters: the members given, less those that are null.
 inline Json::Value Params(std::initializer_list<std::pair<const char*, Json::Value>> members) {
   Json::Value params(Json::objectValue);
-  for (const auto& [name, value] : members) {
+  for (const auto& [name, value] : members)
     if (!value.isNull()) params[name] = value;
-  }
   return params;
 }
 
@@ -57,9 +56,15 @@ inline Json::Value FileGet(const std::string& path, const std::string& user, con
   return Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", path}, {"sharing_token", given}}), user);
 }
 
-inline Json::Value Auth(const std::string& link, const Json::Value& password) {
-  return Call("ZANT.BrindlexPlyth.AdvanceSharing.Public", "auth", Params({{"sharing_link", link}, {"password", password}}),
-              "anonymous");
+// The unlock of `link` by a visitor, from the client `address` when one is given.
+inline Json::Value Auth(const std::string& link, const Json::Value& password, const std::string& address = "") {
+  ZANT::APIRequest request;
+  request.SetAPI("ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth");
+  request.SetParams(Params({{"sharing_link", link}, {"password", password}}));
+  if (!address.empty()) request.SetServerVar("REMOTE_ADDR", address);
+  ZANT::APIResponse response;
+  ZANT::APIRunner::Dispatch(&request, &response);
+  return response.ToResult();
 }
 
 // The token of a link that needs no password (or of `password`).
@@ -78,9 +83,8 @@ inline plyth_test::HandlerRun RunFiles(ZANT::APIHandler handler, const char* met
   ZANT::APIRequest request;
   request.SetAPI("ZANT.BrindlexPlyth.Files", 1, method);
   request.SetParams(params);
-  for (const auto& [name, value] : serverVars) {
+  for (const auto& [name, value] : serverVars)
     if (!value.empty()) request.SetServerVar(name, value);
-  }
   const bool anonymous = user == "anonymous";
   request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
   return plyth_test::RunHandler(handler, request);

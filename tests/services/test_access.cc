@@ -18,35 +18,26 @@ const Caps kPreviewer = {"can_preview"}, kViewer = {"can_preview", "can_read"},
 // The capabilities the record grants, by name; one that is not a boolean as "name?".
 Caps Granted(const Json::Value& caps) {
   Caps granted;
-  for (const std::string& key : kOwner) {
+  for (const std::string& key : kOwner)
     if (!caps[key].isBool() || caps[key].asBool()) granted.insert(caps[key].isBool() ? key : key + "?");
-  }
   return granted;
 }
 
 // alice owns the item; bob is a member when `member` is given; carol is
 // only signed in; a token lends the role of its sharing link.
-TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndItsCapabilities) {
+TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndPathsAnswerTheirCode) {
   const Item item = AddItem("alice", "/docs/plan.txt", "plan");
   AddUser("bob");
   AddUser("carol");
-  struct Row {
-    Visibility visibility;
-    const char* caller;
-    Role member = Role::kNone;
-    Role token = Role::kNone;
-    Caps caps = {};  // none: refused with 1002, and no record
-    bool showsPath = false;
-  } rows[] = {
-      {.visibility = Visibility::kMembers, .caller = "carol"},
-      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kPreviewer, .caps = kPreviewer,
-       .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kCommenter, .caps = kCommenter,
-       .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "bob", .member = Role::kEditor, .caps = kEditor,
-       .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "alice", .caps = kOwner, .showsPath = true},
-      {.visibility = Visibility::kMembers, .caller = "anonymous", .token = Role::kPreviewer, .caps = kPreviewer},
+  // `caps` none: refused with 1002, and no record.
+  struct Row { Visibility visibility = Visibility::kMembers; const char* caller; Role member = Role::kNone;
+               Role token = Role::kNone; Caps caps = {}; bool showsPath = false; } rows[] = {
+      {.caller = "carol"},
+      {.caller = "bob", .member = Role::kPreviewer, .caps = kPreviewer, .showsPath = true},
+      {.caller = "bob", .member = Role::kCommenter, .caps = kCommenter, .showsPath = true},
+      {.caller = "bob", .member = Role::kEditor, .caps = kEditor, .showsPath = true},
+      {.caller = "alice", .caps = kOwner, .showsPath = true},
+      {.caller = "anonymous", .token = Role::kPreviewer, .caps = kPreviewer},
       {.visibility = Visibility::kSignedIn, .caller = "anonymous"},
       {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer},
       {.visibility = Visibility::kSignedIn, .caller = "bob", .member = Role::kPreviewer, .caps = kViewer,
@@ -65,16 +56,11 @@ TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndItsCapabilities) {
     EXPECT_EQ(Granted(result["data"]["capabilities"]), row.caps);
     EXPECT_EQ(result["data"]["display_path"].asString(), row.showsPath ? "/docs/plan.txt" : "");
   }
-}
 
-// The link's visibility lends nothing to a caller who names the file id.
-TEST_F(ServicesTest, PathsAnswerTheirCode) {
-  const Item item = AddItem("alice", "/docs/plan.txt", "plan");
-  AddUser("bob");
-  AddUser("carol");
+  // The link's visibility lends nothing to a caller who names the file id.
   ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", Role::kViewer), 0);
   ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, Visibility::kAnyone, Role::kEditor), 0);
-  struct Row { Json::Value path; const char* user; int code; } rows[] = {  // a null path: none given
+  struct PathRow { Json::Value path; const char* user; int code; } pathRows[] = {  // a null path: none given
       {.path = "id:" + item.file_id, .user = "alice", .code = 0},
       {.path = "id:" + item.file_id, .user = "bob", .code = 0},
       {.path = "id:" + item.file_id, .user = "carol", .code = 1002},
@@ -84,20 +70,34 @@ TEST_F(ServicesTest, PathsAnswerTheirCode) {
       {.path = 5, .user = "alice", .code = 101},
       {.path = "id:NoSuchFile1234", .user = "alice", .code = 408},
   };
-  for (const Row& row : rows) {
+  for (const PathRow& row : pathRows) {
     EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", row.path}}), row.user)), row.code)
         << ZANT::JsonToString(row.path) << " by " << row.user;
   }
 }
 
-TEST_F(ServicesTest, GrantsOnAFolderReachEverythingBelowIt) {
+TEST_F(ServicesTest, GrantsAndTheRecycleBinOnAFolderReachEverythingBelowIt) {
   const Item file = AddItem("alice", "/team/q1/report.txt", "r");
   AddUser("bob");
-  ASSERT_EQ(plyth_services::SetMemberRole(Db(), Find("alice", "/team"), "bob", Role::kCommenter), 0);
+  const Item team = Find("alice", "/team");
+  ASSERT_EQ(plyth_services::SetMemberRole(Db(), team, "bob", Role::kCommenter), 0);
   const Json::Value data = FileGet("link:" + file.permanent_link, "bob")["data"];
   EXPECT_EQ(Granted(data["capabilities"]), kCommenter);
-  EXPECT_EQ(Pick(data["shared_with"][0], {"name", "inherited"}), "{\"inherited\":true,\"name\":\"bob\"}");
-  EXPECT_EQ(data["shared_with"].size(), 1u);
+  EXPECT_EQ(ZANT::JsonToString(data["shared_with"]), R"([{"inherited":true,"name":"bob","permission_id":")" +
+                                                        team.file_id + R"(:bob","role":"commenter","type":"user"}])");
+
+  // The recycle bin too, but not a sibling sharing the folder's prefix;
+  // removed items are still answered, as removed, to a token holder.
+  const Item inside = AddItem("alice", "/old/notes/a.txt", "a");
+  const Item beside = AddItem("alice", "/older/b.txt", "b");
+  const Item folder = Find("alice", "/old");
+  const std::string token = TokenFor(Share(inside));
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, true), 0);
+  auto bit = [this](const Item& item) { return Reload(item).removed ? '1' : '0'; };
+  EXPECT_EQ((std::string{bit(folder), bit(inside), bit(beside)}), "110");
+  EXPECT_TRUE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, false), 0);
+  EXPECT_FALSE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
 }
 
 TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {
@@ -114,28 +114,10 @@ TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {
   EXPECT_EQ(Pick(data, {"path", "display_path", "parent_id", "adv_shared"}),
             "{\"adv_shared\":true,\"display_path\":\"/private/docs/plan.txt\",\"parent_id\":\"" + item.parent_id +
                 "\",\"path\":\"/private/docs/plan.txt\"}");
-  EXPECT_EQ(Pick(data["owner"], {"name", "uid"}),
-            "{\"name\":\"alice\",\"uid\":" + std::to_string(item.owner_uid) + "}");
+  EXPECT_EQ(Pick(data["owner"], {"name", "uid"}), R"({"name":"alice","uid":1026})");
   EXPECT_EQ(Pick(FileGet("link:" + Find("alice", "/private").permanent_link, "alice")["data"],
                  {"type", "content_type", "revisions"}),
             "{\"content_type\":\"\",\"revisions\":0,\"type\":\"dir\"}");
-}
-
-// Trash reaches everything below a folder, not a sibling sharing its prefix;
-// removed items are still answered, as removed, to a token holder.
-TEST_F(ServicesTest, RemovedItemsAreAnsweredAsRemoved) {
-  const Item inside = AddItem("alice", "/old/notes/a.txt", "a");
-  const Item beside = AddItem("alice", "/older/b.txt", "b");
-  const Item folder = Find("alice", "/old");
-  const std::string token = TokenFor(Share(inside));
-  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, true), 0);
-  auto bit = [this](const Item& item) { return Reload(item).removed ? '1' : '0'; };
-  EXPECT_EQ((std::string{bit(folder), bit(inside), bit(beside)}), "110");
-  const Json::Value result = FileGet("link:" + inside.permanent_link, "anonymous", token);
-  EXPECT_EQ(ErrorCode(result), 0);
-  EXPECT_TRUE(result["data"]["removed"].asBool());
-  ASSERT_EQ(plyth_services::SetRemoved(Db(), folder, false), 0);
-  EXPECT_FALSE(FileGet("link:" + inside.permanent_link, "anonymous", token)["data"]["removed"].asBool());
 }
 
 }  // namespace

@@ -4,36 +4,25 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <functional>
-
 #include "services_fixture.h"
 
 namespace services_test {
 namespace {
 
-// Runs `work` in `count` forked processes at once; the number that failed.
-int InProcesses(int count, const std::function<bool()>& work) {
-  std::vector<pid_t> workers;
-  for (int i = 0; i < count; ++i) {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(work() ? 0 : 1);
-    workers.push_back(pid);
-  }
-  int failed = 0;
-  for (pid_t pid : workers) {
-    int status = 0;
-    failed += waitpid(pid, &status, 0) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0;
-  }
-  return failed;
-}
-
 TEST_F(ServicesTest, FreshStoresAreMigratedOnceByConcurrentOpeners) {
   store_.reset();
   root_.Remove("/var/packages/BrindlexPlyth/target/var");
-  EXPECT_EQ(InProcesses(6, [] {
-              std::string error;
-              return plyth_services::Store::Open(&error) != nullptr;
-            }), 0);
+  std::vector<pid_t> openers;
+  for (int i = 0; i < 6; ++i) {
+    const pid_t pid = fork();
+    if (pid == 0) _exit(plyth_services::Store::Open(nullptr) != nullptr ? 0 : 1);
+    openers.push_back(pid);
+  }
+  for (pid_t pid : openers) {
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
   Reopen();
   plyth_services::Statement version(Db().Db(), "PRAGMA user_version"), mode(Db().Db(), "PRAGMA journal_mode");
   ASSERT_TRUE(version.Row() && mode.Row());

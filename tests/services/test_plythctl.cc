@@ -63,9 +63,9 @@ TEST_F(Plythctl, ExitPrintAndComplain) {
        .err = "an empty password; leave --password out for a link without one"},
       {.args = {"share", "make", kA, "--role", "x"}, .code = 4, .err = "not a role: x"},
       {.args = {"share", "revoke", "NoSuchLink000000"}, .code = 2, .err = "no such sharing link: NoSuchLink000000"},
-      {.args = {"share", "password", "NoSuchLink000000", "--none", "--password", "x"}, .code = 1,
+      {.args = {"share", "password", "X", "--none", "--password", "x"}, .code = 1,
        .err = "give --password or --none, not both"},
-      {.args = {"share", "password", "NoSuchLink000000"}, .in = "\r\n", .code = 4,
+      {.args = {"share", "password", "X"}, .in = "\r\n", .code = 4,
        .err = "an empty password; give --none for a link without one"},
       {.args = {"url", "/"}, .code = 4, .err = "an empty base URL"},
   };
@@ -76,20 +76,24 @@ TEST_F(Plythctl, ExitPrintAndComplain) {
     EXPECT_EQ(run.out, row.out) << what;
     EXPECT_EQ(run.err, (row.err.empty() ? "" : "plythctl: " + row.err + "\n") + (row.code == 1 ? usage : "")) << what;
   }
-}
-
-TEST_F(Plythctl, StoreThatCannotBeOpenedIsExitFive) {
   store_.reset();
   root_.Remove("/var/packages/BrindlexPlyth/target/var/plyth.db");
   root_.MakeDir("/var/packages/BrindlexPlyth/target/var/plyth.db");
-  EXPECT_EQ(Ctl({"file", "list"}).code, 5);
+  EXPECT_EQ(Ctl({"file", "list"}).code, 5) << "a store that cannot be opened";
 }
 
-// The listings show what the commands changed: access, the recycle bin, links.
-TEST_F(Plythctl, ListingsShowTheChanges) {
-  const CtlRun link = Ctl({"link", "make", kA, "--visibility", "anyone", "--role", "commenter"});
-  EXPECT_EQ(link.out, a_.permanent_link + "\n");
-  EXPECT_EQ(Ctl({"link", "make", "link:" + a_.permanent_link}).out, link.out) << "without options it only prints";
+// Adding prints what was made; the listings show what the commands changed:
+// access, the recycle bin, links.
+TEST_F(Plythctl, AddsPrintWhatTheyMadeAndListingsShowTheChanges) {
+  ASSERT_EQ(Ctl({"user", "add", "carol", "--password-stdin"}, "pass word\r\n").out, "carol\t1028\n");
+  ZANT::UserDB::User user;
+  EXPECT_EQ(ZANT::UserDB::Authenticate("carol", "pass word", &user), ZANT::UserDB::Status::kOk);
+  const CtlRun add = Ctl({"file", "add", "alice", "/new/local.txt"});
+  const Item added = Find("alice", "/new/local.txt");
+  EXPECT_EQ(add.out, added.file_id + "\t" + added.permanent_link + "\n");
+  EXPECT_EQ(Ctl({"link", "make", kA, "--visibility", "anyone", "--role", "commenter"}).out, a_.permanent_link + "\n");
+  EXPECT_EQ(Ctl({"link", "make", "link:" + a_.permanent_link}).out, a_.permanent_link + "\n")
+      << "without options it only prints";
   const std::string id = Ctl({"share", "make", "id:" + a_.file_id, "--password", "pw", "--expires", "@1800000000",
                               "--role", "previewer"}).out.substr(0, 16);
   ASSERT_EQ(Ctl({"file", "trash", kA}).code, 0);
@@ -152,22 +156,10 @@ TEST_F(Plythctl, UserRemoveEndsTheAccountsLinksSessionsAndGrants) {
   EXPECT_EQ(Ctl({"file", "add", "alice", "/docs/a.txt"}).code, 0) << "the old path is free";
 }
 
-TEST_F(Plythctl, UserWithPasswordFromInputAndFileAddPrintsItsIdentifiers) {
-  ASSERT_EQ(Ctl({"user", "add", "carol", "--password-stdin"}, "pass word\r\n").out, "carol\t1028\n");
-  ZANT::UserDB::User user;
-  EXPECT_EQ(ZANT::UserDB::Authenticate("carol", "pass word", &user), ZANT::UserDB::Status::kOk);
-  const CtlRun add = Ctl({"file", "add", "alice", "/new/local.txt"});
-  const Item item = Find("alice", "/new/local.txt");
-  EXPECT_EQ(add.out, item.file_id + "\t" + item.permanent_link + "\n");
-}
-
-TEST(LocalTime, IsLocalTimeOrEpochSeconds) {
-  setenv("TZ", "UTC", 1);
-  tzset();
+TEST_F(ServicesTest, LocalTimeIsLocalTimeOrEpochSeconds) {
   int64_t when = -1;
-  for (const char* good : {"2024-02-29 12:00:00", "@1709208000"}) {
+  for (const char* good : {"2024-02-29 12:00:00", "@1709208000"})
     EXPECT_TRUE(plyth_services::ParseLocalTime(good, &when) && when == 1709208000) << good;
-  }
   for (const char* bad : {"2023-02-29 12:00:00", "2024-01-01 24:00:00", "2024-01-01 00:00:60", "2024-01-01T00:00:00",
                           "2024-1-01 00:00:00", "2024-01-01 00:00:00 ", "@", "@12a", ""}) {
     EXPECT_FALSE(plyth_services::ParseLocalTime(bad, &when)) << bad;

@@ -149,7 +149,7 @@ TEST(TextExcerpts, AreValidUtf8WithinTheLimit) {
   for (const Row& row : rows) EXPECT_EQ(plyth_services::TextExcerpt(row.in), row.out) << row.what;
 }
 
-TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNot) {
+TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNotForItemsBelowTheSharedFolderOnly) {
   const std::string original = Picture(1200, 400, 3, ".jpg");
   const Item photo = AddItem("alice", "/Trip/photo.jpg", original);
   const Item heic = AddItem("alice", "/Trip/phone.heic", Picture(640, 480, 3, ".heic"));
@@ -164,15 +164,9 @@ TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNot) {
   const Item huge = AddItem("alice", "/Trip/huge.jpg", Picture(64, 64, 3, ".jpg"));
   SetSize(huge, int64_t{2} << 30);
   Open(folder_, Role::kPreviewer);
-  struct Row {
-    const char* what;
-    const Item* item;
-    Json::Value size;
-    Json::Value page = Json::nullValue;  // none given
-    int error = 0;
-    const char* type = "image/jpeg";  // Content-Type of a success
-    std::pair<int, int> fits = {0, 0};  // a rendition's width and height
-  } rows[] = {
+  // `page` null: none given; `type` a success's Content-Type; `fits` a rendition's width and height.
+  struct Row { const char* what; const Item* item; Json::Value size, page = Json::nullValue; int error = 0;
+               const char* type = "image/jpeg"; std::pair<int, int> fits = {0, 0}; } rows[] = {
       {.what = "image", .item = &photo, .size = 128, .fits = {128, 43}},
       {.what = "never enlarged", .item = &photo, .size = 2048, .fits = {1200, 400}},
       {.what = "heic", .item = &heic, .size = 128, .fits = {128, 96}},
@@ -193,18 +187,36 @@ TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNot) {
     EXPECT_EQ(RawError(run), row.error) << row.what;
     if (row.error != 0) continue;
     const std::string body = Body(run);
-    EXPECT_EQ(run.stdoutBytes.substr(0, run.stdoutBytes.size() - body.size()),
-              std::string("Status: 200 OK\r\nContent-Type: ") + row.type + "\r\nContent-Length: " +
-                  std::to_string(body.size()) +
-                  "\r\nCache-Control: private, max-age=3600\r\nX-Content-Type-Options: nosniff\r\n\r\n")
-        << row.what;
+    EXPECT_EQ(run.stdoutBytes, std::string("Status: 200 OK\r\nContent-Type: ") + row.type + "\r\nContent-Length: " +
+                                   std::to_string(body.size()) + "\r\nCache-Control: private, max-age=3600\r\n"
+                                   "X-Content-Type-Options: nosniff\r\n\r\n" + body) << row.what;
     EXPECT_NE(body, original) << row.what;
     if (row.item == &notes) { EXPECT_EQ(body, "day one\n"); }
     if (row.fits.first != 0) { EXPECT_EQ(ImageSize(body), row.fits) << row.what; }
   }
+
+  // Items of a shared folder are those below it, in its owner's store.
+  const Item inside = AddItem("alice", "/Trip/day/notes.txt", "inside");
+  const Item beside = AddItem("alice", "/Tripping/notes.txt", "beside");
+  const Item others = AddItem("bob", "/Trip/notes.txt", "bob's");
+  const Item binned = AddItem("alice", "/Trip/old.txt", "old");
+  ASSERT_EQ(plyth_services::SetRemoved(Db(), binned, true), 0);
+  const std::string token = TokenFor(Share(folder_, "", 0, Role::kViewer));
+  struct Reach { const char* what; std::string item; int error; } reaches[] = {
+      {.what = "below", .item = inside.file_id, .error = 0},
+      {.what = "name prefix, not below", .item = beside.file_id, .error = 408},
+      {.what = "another owner's same path", .item = others.file_id, .error = 408},
+      {.what = "in the recycle bin", .item = binned.file_id, .error = 408},
+      {.what = "unknown", .item = "AAAAAAAAAAAAAAAA", .error = 408},
+  };
+  for (const Reach& row : reaches) {
+    const plyth_test::HandlerRun run = Preview(folder_, Params({{"item", row.item}, {"sharing_token", token}}));
+    EXPECT_EQ(RawError(run), row.error) << row.what;
+    if (row.error == 0) { EXPECT_EQ(Body(run), "inside"); }
+  }
 }
 
-TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
+TEST_F(Previews, AreCachedWithinTheCapAndInfoTellsTheViewerAndThePages) {
   const Item photo = AddItem("alice", "/photo.png", Picture(600, 600, 3, ".png"));
   Open(photo, Role::kPreviewer);
   const std::string first = Body(Preview(photo, Params({{"size", 256}})));
@@ -227,9 +239,8 @@ TEST_F(Previews, AreCachedAndTheCacheKeepsItsCap) {
   for (int i = 0; i < 4; ++i) left.push_back(access(root_.Host(dir + std::to_string(i)).c_str(), F_OK) == 0);
   EXPECT_EQ(left, (std::vector<bool>{false, false, true, true}));
   EXPECT_EQ(access(root_.Host(file).c_str(), F_OK), 0);
-}
 
-TEST_F(Previews, InfoTellsTheViewerAndThePages) {
+  // What the viewer needs to know first: the kind, and a PDF's pages.
   const Item doc = AddItem("alice", "/doc.pdf", Pdf(3));
   const Item bad = AddItem("alice", "/bad.pdf", "%PDF-1.4 nothing else");
   const Item clip = AddItem("alice", "/clip.webm", "webm");
@@ -246,58 +257,29 @@ TEST_F(Previews, InfoTellsTheViewerAndThePages) {
   }
 }
 
-TEST_F(Previews, ReachOnlyWhatLiesBelowTheSharedFolder) {
-  const Item inside = AddItem("alice", "/Trip/day/notes.txt", "inside");
-  const Item beside = AddItem("alice", "/Tripping/notes.txt", "beside");
-  const Item others = AddItem("bob", "/Trip/notes.txt", "bob's");
-  const Item binned = AddItem("alice", "/Trip/old.txt", "old");
-  ASSERT_EQ(plyth_services::SetRemoved(Db(), binned, true), 0);
-  const std::string token = TokenFor(Share(folder_, "", 0, Role::kViewer));
-  struct Row { const char* what; std::string item; int error; } rows[] = {
-      {.what = "below", .item = inside.file_id, .error = 0},
-      {.what = "name prefix, not below", .item = beside.file_id, .error = 408},
-      {.what = "another owner's same path", .item = others.file_id, .error = 408},
-      {.what = "in the recycle bin", .item = binned.file_id, .error = 408},
-      {.what = "unknown", .item = "AAAAAAAAAAAAAAAA", .error = 408},
-  };
-  for (const Row& row : rows) {
-    const plyth_test::HandlerRun run = Preview(folder_, Params({{"item", row.item}, {"sharing_token", token}}));
-    EXPECT_EQ(RawError(run), row.error) << row.what;
-    if (row.error == 0) { EXPECT_EQ(Body(run), "inside"); }
-  }
-}
-
 using Listings = Previews;
 
-TEST_F(Listings, PutFoldersFirstThenNamesAndTellEachKind) {
+TEST_F(Listings, PutFoldersFirstThenNamesTellEachKindPageByTwoHundredAndGiveTheWayDown) {
   for (const char* path : {"/Trip/b.txt", "/Trip/A.jpg", "/Trip/zeta/x.txt", "/Trip/Beta/y.txt", "/Trip/clip.webm",
-                           "/Trip/a.pdf", "/Trip/Caf\xC3\xA9 & \"<x>\".txt"}) {
+                           "/Trip/a.pdf", "/Trip/Caf\xC3\xA9 & \"<x>\".txt"})
     AddItem("alice", path, "x");
-  }
+  for (int i = 1000; i <= 1200; ++i) AddItem("alice", "/Trip/in/deep/f" + std::to_string(i) + ".txt");
   ASSERT_EQ(plyth_services::SetRemoved(Db(), AddItem("alice", "/Trip/gone.txt", "x"), true), 0);
   Open(folder_, Role::kPreviewer);
   const Json::Value data = List(folder_, Json::objectValue)["data"];
   std::string names;
   for (const Json::Value& entry : data["items"]) names += entry["name"].asString() + (entry["type"] == "dir" ? "/ " : " ");
-  EXPECT_EQ(names, "Beta/ zeta/ A.jpg a.pdf b.txt Caf\xC3\xA9 & \"<x>\".txt clip.webm ");
+  EXPECT_EQ(names, "Beta/ in/ zeta/ A.jpg a.pdf b.txt Caf\xC3\xA9 & \"<x>\".txt clip.webm ");
   EXPECT_EQ(Pick(data, {"can_read", "offset", "page_size", "total"}),
-            R"({"can_read":false,"offset":0,"page_size":200,"total":7})");
-  EXPECT_EQ(Pick(data["items"][3], {"name", "type", "size", "preview"}),
+            R"({"can_read":false,"offset":0,"page_size":200,"total":8})");
+  EXPECT_EQ(Pick(data["items"][4], {"name", "type", "size", "preview"}),
             R"({"name":"a.pdf","preview":"pdf","size":1,"type":"file"})");
-  EXPECT_EQ(data["items"][6]["preview"], "none") << "a previewer gets no player";
-}
+  EXPECT_EQ(data["items"][7]["preview"], "none") << "a previewer gets no player";
 
-TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
-  for (int i = 0; i < 201; ++i) {
-    char name[32];
-    snprintf(name, sizeof(name), "/Trip/in/deep/f%03d.txt", i);
-    AddItem("alice", name, "");
-  }
-  Open(folder_, Role::kViewer);
   const Item deep = Find("alice", "/Trip/in/deep");
   struct Row { int64_t offset; size_t count; const char* first; } rows[] = {
-      {.offset = 0, .count = 200, .first = "f000.txt"},
-      {.offset = 200, .count = 1, .first = "f200.txt"},
+      {.offset = 0, .count = 200, .first = "f1000.txt"},
+      {.offset = 200, .count = 1, .first = "f1200.txt"},
       {.offset = 201, .count = 0, .first = ""},
   };
   for (const Row& row : rows) {
@@ -313,22 +295,21 @@ TEST_F(Listings, PageByTwoHundredAndGiveTheWayDown) {
   struct Refusal { const char* what; Json::Value offset; Json::Value item = Json::nullValue; int error; } refusals[] = {
       {.what = "negative offset", .offset = -1, .error = 101},
       {.what = "offset of another type", .offset = Json::arrayValue, .error = 101},
-      {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f001.txt").file_id, .error = 1005},
+      {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f1001.txt").file_id, .error = 1005},
   };
-  for (const Refusal& row : refusals) {
+  for (const Refusal& row : refusals)
     EXPECT_EQ(ErrorCode(List(folder_, Params({{"offset", row.offset}, {"item", row.item}}))), row.error) << row.what;
-  }
 }
 
 using Archives = Previews;
 
-TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
+TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8NamesAndRefuseWhatTheyCannotCarry) {
   const Item notes = AddItem("alice", "/Trip/notes.txt", std::string(5000, 'n'));
   AddItem("alice", "/Trip/Caf\xC3\xA9/menu \"1\".txt", "soup");
   const Item photo = AddItem("alice", "/Trip/pics/a.jpg", "jpeg bytes");
   AddItem("alice", "/Trip/empty", "", true);
   ASSERT_EQ(plyth_services::SetRemoved(Db(), AddItem("alice", "/Trip/gone.txt", "x"), true), 0);
-  AddItem("alice", "/Tripping/beside.txt", "no");
+  const Item beside = AddItem("alice", "/Tripping/beside.txt", "no");
   const std::string token = TokenFor(Share(folder_));
 
   const Json::Value whole = Params({{"sharing_token", token}});
@@ -338,10 +319,9 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
             "Status: 200 OK\r\nContent-Type: application/zip\r\n"
             "Content-Disposition: attachment; filename=\"Trip.zip\"; filename*=UTF-8''Trip.zip\r\n"
             "X-Content-Type-Options: nosniff\r\n\r\n");
-  const std::map<std::string, std::string> expected = {
-      {"Caf\xC3\xA9/", ""}, {"Caf\xC3\xA9/menu \"1\".txt", "soup"}, {"empty/", ""},
-      {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}};
-  EXPECT_EQ(Unzip(body), expected);
+  EXPECT_EQ(Unzip(body), (std::map<std::string, std::string>{
+                             {"Caf\xC3\xA9/", ""}, {"Caf\xC3\xA9/menu \"1\".txt", "soup"}, {"empty/", ""},
+                             {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}}));
 
   Json::Value chosen = whole;
   chosen["items"].append(notes.file_id);
@@ -350,12 +330,8 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8Names) {
   EXPECT_EQ(Unzip(Body(Raw(plyth_services::FilesArchiveFunc, "archive", folder_, chosen))),
             (std::map<std::string, std::string>{
                 {"notes.txt", std::string(5000, 'n')}, {"pics/", ""}, {"pics/a.jpg", "jpeg bytes"}}));
-}
 
-TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   const Item big = AddItem("alice", "/Trip/big.bin", "x");
-  const Item beside = AddItem("alice", "/other.txt", "x");
-  const std::string token = TokenFor(Share(folder_));
   struct Row { const char* what; Json::Value items; Role role; int error; } rows[] = {
       {.what = "empty selection", .items = Json::arrayValue, .role = Role::kViewer, .error = 101},
       {.what = "selection of another type", .items = "x", .role = Role::kViewer, .error = 101},
@@ -371,8 +347,7 @@ TEST_F(Archives, RefuseWhatTheyCannotCarry) {
   // Past either cap nothing is written: the byte cap first, then the entry
   // cap (its rows made in one statement).
   auto expectNothingWritten = [&](const char* what) {
-    const plyth_test::HandlerRun run =
-        Raw(plyth_services::FilesArchiveFunc, "archive", folder_, Params({{"sharing_token", token}}));
+    const plyth_test::HandlerRun run = Raw(plyth_services::FilesArchiveFunc, "archive", folder_, whole);
     EXPECT_EQ(RawError(run), 1061) << what;
     EXPECT_EQ(run.stdoutBytes, "") << what;
   };

@@ -19,48 +19,29 @@ class Sharing : public ServicesTest {
   Item item_;
 };
 
-// The unlock from a client address, as a browser's request through the framework.
-Json::Value AuthFrom(const std::string& link, const std::string& password, const std::string& address) {
-  ZANT::APIRequest request;
-  request.SetAPI("ZANT.BrindlexPlyth.AdvanceSharing.Public", 1, "auth");
-  request.SetParam("sharing_link", link);
-  request.SetParam("password", password);
-  request.SetServerVar("REMOTE_ADDR", address);
-  ZANT::APIResponse response;
-  ZANT::APIRunner::Dispatch(&request, &response);
-  return response.ToResult();
-}
-
 // The key an unlock makes is private; made under root ids (the landing
 // page's unlock) it belongs to the store directory's owner, the service user
 // that checks tokens later.
-TEST_F(Sharing, UnlockingSignsATokenAndWritesNothing) {
+TEST_F(Sharing, UnlockingSignsATokenWritingNothingAndTokensEndWhenWhatTheyWereSignedOverChanges) {
   const bool root = geteuid() == 0;
   if (root) { ASSERT_EQ(chown(root_.Host("/var/packages/BrindlexPlyth/target/var").c_str(), 33, 33), 0); }
   const std::string link = Share(item_, "", gNow + 7200);
   std::string error;
   sqlite3* shared = plyth_services::Store::Shared(&error)->Db();
   const int changesBefore = sqlite3_total_changes(shared);
-  const Json::Value result = Auth(link, "");
-  ASSERT_EQ(ErrorCode(result), 0);
-  EXPECT_EQ(result["data"].getMemberNames(), std::vector<std::string>{"sharing_token"});
-  const std::string token = result["data"]["sharing_token"].asString();
-  EXPECT_EQ(TokenFor(link), token) << "the same second, the same token";
-  EXPECT_EQ(Open(token), 0);
+  const Json::Value data = Auth(link, "")["data"];
+  EXPECT_EQ(data.getMemberNames(), std::vector<std::string>{"sharing_token"});
+  EXPECT_EQ(TokenFor(link), data["sharing_token"].asString()) << "the same second, the same token";
   EXPECT_EQ(sqlite3_total_changes(shared), changesBefore);
   struct stat key;
   ASSERT_EQ(stat(root_.Host(plyth_services::kTokenKeyPath).c_str(), &key), 0);
   EXPECT_EQ(key.st_mode & 07777, 0600u);
   if (root) { EXPECT_EQ(std::make_pair(key.st_uid, key.st_gid), std::make_pair(uid_t{33}, gid_t{33})); }
-}
 
-// Tokens a caller could make up, or keep past a change of the link: refused
-// even where the link would admit the caller without one.
-TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
+  // Tokens a caller could make up, or keep past a change of the link: refused
+  // even where the link would admit the caller without one.
   ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item_, Visibility::kAnyone, Role::kViewer), 0);
-  EXPECT_EQ(Open(""), 0);
-  const std::string link = Share(item_);
-  const std::string token = TokenFor(link);
+  const std::string token = data["sharing_token"].asString();
   const std::string head = token.substr(0, token.rfind('.') + 1), mac = token.substr(head.size());
   std::string flipped = mac;
   flipped[0] = flipped[0] == '0' ? '1' : '0';
@@ -75,7 +56,6 @@ TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
   EXPECT_EQ(Open(fresh), 0);
   ASSERT_EQ(plyth_services::SetSharingLinkPassword(Db(), link, ""), 0);
   EXPECT_EQ(Open(fresh), 1040) << "so does removing the password";
-  EXPECT_EQ(ErrorCode(Auth(link, "")), 0);
   EXPECT_EQ(plyth_services::SetSharingLinkPassword(Db(), "NoSuchLink000000", "x"), 1036);
 
   const std::string kept = TokenFor(link);
@@ -84,7 +64,7 @@ TEST_F(Sharing, TokensAreRefusedOnceAnythingTheyWereSignedOverChanges) {
 }
 
 // Form fields that parse as JSON reach the handler as numbers or booleans.
-TEST_F(Sharing, AuthAnswersEachPassword) {
+TEST_F(Sharing, AuthAnswersEachPasswordAndRefusesRevokedAndMissingLinks) {
   struct Row { const char* password; Json::Value given; int code; } rows[] = {  // the link's password; "" for none
       {.password = "", .given = "anything", .code = 0},
       {.password = "s3cret", .given = "S3cret", .code = 1037},
@@ -98,9 +78,6 @@ TEST_F(Sharing, AuthAnswersEachPassword) {
     EXPECT_EQ(ErrorCode(result), row.code) << row.password << " given " << ZANT::JsonToString(row.given);
     EXPECT_EQ(result["data"]["sharing_token"].isString(), row.code == 0);
   }
-}
-
-TEST_F(Sharing, UnknownRevokedAndMissingLinks) {
   const std::string link = Share(item_);
   const std::string token = TokenFor(link);
   ASSERT_EQ(plyth_services::RevokeSharingLink(Db(), link), 0);
@@ -111,8 +88,9 @@ TEST_F(Sharing, UnknownRevokedAndMissingLinks) {
 }
 
 // Expiry at second E: the link works up to E - 1; at E it has expired, which
-// is told before the password is looked at.
-TEST_F(Sharing, AtTheExpirySecondTheLinkHasExpired) {
+// is told before the password is looked at. Its tokens end then too, or at
+// their own lifetime's end, and open no other link.
+TEST_F(Sharing, LinksAndTokensEndAtTheirExpirySecondAndTokensOpenOnlyTheirLink) {
   const int64_t expiry = gNow + 100;
   const std::string link = Share(item_, "s3cret", expiry);
   struct Row { int64_t at; int noPassword, rightPassword; } rows[] = {
@@ -124,9 +102,7 @@ TEST_F(Sharing, AtTheExpirySecondTheLinkHasExpired) {
     EXPECT_EQ(ErrorCode(Auth(link, "")), row.noPassword) << row.at - expiry;
     EXPECT_EQ(ErrorCode(Auth(link, "s3cret")), row.rightPassword) << row.at - expiry;
   }
-}
 
-TEST_F(Sharing, TokensOpenOnlyTheirOwnLinkWhileTheyLast) {
   const int64_t start = gNow;
   const std::string token = TokenFor(Share(item_, "", start + 3 * plyth_services::kTokenLifetime));
   const Item other = AddItem("alice", "/docs/other.txt", "other");
@@ -155,26 +131,26 @@ TEST_F(Sharing, ThrottleAfterTheFifthWrongPasswordFromOneAddress) {
   const int64_t first = gNow;
   for (int i = 0; i < 4; ++i) {
     gNow = first + i * 10;
-    ASSERT_EQ(ErrorCode(AuthFrom(link, "wrong", kGuesser)), 1037) << "attempt " << i;
+    ASSERT_EQ(ErrorCode(Auth(link, "wrong", kGuesser)), 1037) << "attempt " << i;
   }
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 0) << "four do not throttle";
+  EXPECT_EQ(ErrorCode(Auth(link, "s3cret", kGuesser)), 0) << "four do not throttle";
   gNow = first + 40;
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "wrong", kGuesser)), 1037);
+  EXPECT_EQ(ErrorCode(Auth(link, "wrong", kGuesser)), 1037);
   gNow = first + 50;
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 1039);
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "wrong", kGuesser)), 1039) << "not looked at, not recorded";
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "", kGuesser)), 1037);
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kRecipient)), 0) << "per address";
-  EXPECT_EQ(ErrorCode(AuthFrom(other, "s3cret", kGuesser)), 0) << "per link";
+  EXPECT_EQ(ErrorCode(Auth(link, "s3cret", kGuesser)), 1039);
+  EXPECT_EQ(ErrorCode(Auth(link, "wrong", kGuesser)), 1039) << "not looked at, not recorded";
+  EXPECT_EQ(ErrorCode(Auth(link, "", kGuesser)), 1037);
+  EXPECT_EQ(ErrorCode(Auth(link, "s3cret", kRecipient)), 0) << "per address";
+  EXPECT_EQ(ErrorCode(Auth(other, "s3cret", kGuesser)), 0) << "per link";
   gNow = first + 599;
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 1039);
+  EXPECT_EQ(ErrorCode(Auth(link, "s3cret", kGuesser)), 1039);
   gNow = first + 600;
-  EXPECT_EQ(ErrorCode(AuthFrom(link, "s3cret", kGuesser)), 0);
+  EXPECT_EQ(ErrorCode(Auth(link, "s3cret", kGuesser)), 0);
 
-  for (int i = 0; i < 5; ++i) ASSERT_EQ(ErrorCode(AuthFrom(other, "wrong", kGuesser)), 1037);
-  EXPECT_EQ(ErrorCode(AuthFrom(other, "s3cret", kGuesser)), 1039);
+  for (int i = 0; i < 5; ++i) ASSERT_EQ(ErrorCode(Auth(other, "wrong", kGuesser)), 1037);
+  EXPECT_EQ(ErrorCode(Auth(other, "s3cret", kGuesser)), 1039);
   ASSERT_EQ(plyth_services::SetSharingLinkPassword(Db(), other, "n3w"), 0);
-  EXPECT_EQ(ErrorCode(AuthFrom(other, "n3w", kGuesser)), 0) << "a new password starts a new count";
+  EXPECT_EQ(ErrorCode(Auth(other, "n3w", kGuesser)), 0) << "a new password starts a new count";
 }
 
 }  // namespace
