@@ -20,7 +20,9 @@
 
 namespace {
 
-TEST(HostLog, ValuesNeverEndOrForgeALine) {
+// The line's stamp, name and "error: " are pinned by the parameter guard's and
+// the module loader's log lines.
+TEST(HostLog, ValuesNeverForgeALineAndTheFileIsGroupReadableOnly) {
   const struct Row { const char* what; std::string message; size_t room; std::string written; } rows[] = {
       {"a forged line", "id\r\n2026-01-01T00:00:00Z zant-webapi[1]: error: x", 100,
        "id\\r\\n2026-01-01T00:00:00Z zant-webapi[1]: error: x"},
@@ -30,14 +32,8 @@ TEST(HostLog, ValuesNeverEndOrForgeALine) {
       {"one byte over", "abcdefghijk", 10, "abcd [cut]"},
       {"never inside an escape", "abcd\nefghijk", 11, "abcd [cut]"},
       {"never inside a character", "abcd\xc3\xa9" "fghijk", 11, "abcd [cut]"},
-      {"a whole character kept", "abc\xc3\xa9" "fghijkl", 11, "abc\xc3\xa9 [cut]"},
-  };
+      {"a whole character kept", "abc\xc3\xa9" "fghijkl", 11, "abc\xc3\xa9 [cut]"}};
   for (const Row& row : rows) EXPECT_EQ(zant_host::HostLogText(row.message, row.room), row.written) << row.what;
-}
-
-// The line's stamp, name and "error: " are pinned by the parameter guard's and
-// the module loader's log lines.
-TEST(HostLog, FileIsGroupReadableOnlyAndLinesAreCut) {
   plyth_test::ApplianceRoot root;
   root.MakeDir("/var/log");
   const mode_t saved = umask(0);  // the mode must not depend on a lax umask
@@ -53,9 +49,7 @@ TEST(HostLog, FileIsGroupReadableOnlyAndLinesAreCut) {
 
 class SystemLogGateTest : public ::testing::Test {
  public:
-  void TearDown() override {
-    for (int fd : fds_) close(fd);
-  }
+  void TearDown() override { for (int fd : fds_) close(fd); }
 
   // A socket of `type` bound at the path, listening when a stream socket;
   // closed again when `ended`, which leaves its file behind.
@@ -83,8 +77,7 @@ TEST_F(SystemLogGateTest, WhatListensAtThePathLookedAtAgainAtMostOnceASecond) {
       {"a datagram daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM); }, true},
       {"a stream daemon", [](SystemLogGateTest* t) { t->Bind(SOCK_STREAM); }, true},
       {"the socket file of a daemon that ended", [](SystemLogGateTest* t) { t->Bind(SOCK_DGRAM, true); }, false},
-      {"a plain file", [](SystemLogGateTest* t) { fclose(fopen(t->path_.c_str(), "w")); }, false},
-  };
+      {"a plain file", [](SystemLogGateTest* t) { fclose(fopen(t->path_.c_str(), "w")); }, false}};
   for (const Row& row : rows) {
     unlink(path_.c_str());
     row.make(this);
@@ -97,8 +90,7 @@ TEST_F(SystemLogGateTest, WhatListensAtThePathLookedAtAgainAtMostOnceASecond) {
       {"daemon started, same second", 5999, true, false},
       {"a second after the last look", 6000, true, true},
       {"daemon gone, same second", 6500, false, true},
-      {"a second after the last look again", 7000, false, false},
-  };
+      {"a second after the last look again", 7000, false, false}};
   zant_host::SystemLogGate gate(path_.c_str());
   for (const Later& row : later) {
     unlink(path_.c_str());
