@@ -91,8 +91,7 @@ TEST(EntryCgi, ExactBytes) {
        .expected = "Set-Cookie: raw=1; path=/\r\nContent-Type:text/plain\r\n\r\nABC"},
       {.name = "fixture answer", .query = kDemo + "%22link:P1%22", .expected = Ok("{\"name\":\"report.kdoc\"}")},
       {.name = "fixture params differ", .query = kDemo + "link:P1&x=1", .expected = Error(119)},
-      {.name = "fixture user differs", .query = kDemo + "link:P2", .expected = Error(119)},
-  };
+      {.name = "fixture user differs", .query = kDemo + "link:P2", .expected = Error(119)}};
   for (const Row& row : rows) {
     Env env = BaseEnv(row.query);
     if (!row.body.empty()) {

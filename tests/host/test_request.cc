@@ -34,8 +34,7 @@ TEST(HostDecode, ValueFromTextIsJsonOrString) {
       {"00123", "\"00123\""}, {"1.", "\"1.\""}, {".5", "\".5\""}, {"+1", "\"+1\""}, {"[1,]", "\"[1,]\""},
       {"'a'", "\"'a'\""}, {"1 2", "\"1 2\""}, {"NaN", "\"NaN\""}, {"/*c*/1", "\"/*c*/1\""},
       {"\"a\\x\"", "\"\\\"a\\\\x\\\"\""}, {"\"tab\there\"", "\"\\\"tab\\there\\\"\""},
-      {deep300, "\"" + deep300 + "\""}, {deep200, deep200},
-  };
+      {deep300, "\"" + deep300 + "\""}, {deep200, deep200}};
   for (const TextPair& row : rows)
     EXPECT_EQ(ZANT::JsonToString(zant_host::ValueFromText(row.first)), row.second) << row.first.substr(0, 20);
 }
@@ -56,8 +55,7 @@ TEST(HostDecode, QuerySelectsTheMethodAndItsParameters) {
       {.query = "api=null&api=A", .rc = 101},
       {.query = "api=A&version=2147483648", .rc = 101},
       {.query = "api=A&version=abc", .rc = 101},
-      {.query = "api=A&method=7", .rc = 101},
-  };
+      {.query = "api=A&method=7", .rc = 101}};
   for (const Row& row : rows) {
     ZANT::APIRequest request;
     Limits limits;
@@ -84,8 +82,7 @@ TEST(HostDecode, ReadFormBody) {
       {"over the limit unsized", {}, "a=3456789", 108},
       {"length too large to read", {{"CONTENT_LENGTH", "99999999999999999999999"}}, "", 108},
       {"length with sign", {{"CONTENT_LENGTH", "-1"}}, "", 101},
-      {"input ends early", {{"CONTENT_LENGTH", "6"}}, "a=1", 101},
-  };
+      {"input ends early", {{"CONTENT_LENGTH", "6"}}, "a=1", 101}};
   Limits limits;
   limits.maxBody = 8;
   for (const Row& row : rows) {
@@ -122,14 +119,12 @@ TEST(HostLanguage, FromCodeAndAcceptHeaderParamThenSessionThenBrowserThenEnglish
   const TextPair codes[] = {
       {"EN_gb", "enu"}, {"zh-Hant-HK", "cht"}, {"zh-HK", "cht"}, {"zh-Hans-SG", "chs"}, {"zh", "chs"},
       {"pt", "ptb"},    {"pt-PT", "ptg"},      {"CHT", "cht"},   {" enu ", "enu"},      {"xx", ""},
-      {"", ""},         {"english", ""},
-  };
+      {"", ""},         {"english", ""}};
   for (const TextPair& row : codes) EXPECT_EQ(zant_host::LanguageFromCode(row.first), row.second) << row.first;
   const TextPair headers[] = {
       {"en;q=0.5, ja", "jpn"},        {"xx, fr;q=0.1", "fre"},        {"fr;q=0.8, it;q=0.8", "fre"},
       {"ko;q=0, ru;q=0.001", "rus"},  {"sv;q=2, nl", "nld"},          {"sv;q=abc, nl;q=0.3", "nld"},
-      {"es;q=1.000", "spn"},          {"ko;q=0", ""},                 {",,;;q=,", ""},
-  };
+      {"es;q=1.000", "spn"},          {"ko;q=0", ""},                 {",,;;q=,", ""}};
   for (const TextPair& row : headers)
     EXPECT_EQ(zant_host::LanguageFromAcceptHeader(row.first), row.second) << row.first;
   using zant_host::ChooseUILanguage;
@@ -159,8 +154,7 @@ TEST(ParamGuard, PatternParsesAndMatches) {
       {.name = "reversed class range", .pattern = "[z-a]{1,2}", .error = "bad class member at \"z-a]{1,2}\""},
       {.name = "no range", .pattern = "[a]", .error = kNoRange},
       {.name = "text after range", .pattern = "[a]{1,2}x", .error = kNoRange},
-      {.name = "reversed range", .pattern = "[a]{3,2}", .error = "the length range ends before it starts"},
-  };
+      {.name = "reversed range", .pattern = "[a]{3,2}", .error = "the length range ends before it starts"}};
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     zant_host::ParamPattern pattern;
@@ -238,8 +232,7 @@ TEST_F(Guarded, BuiltinRules) {
       {.name = "fraction", .query = kShard + "get&link_id=1.5", .answer = kRefused},
       {.name = "any method", .query = kShard + "init&link_id=%3C", .answer = kRefused},
       {.name = "selectors in the body", .query = "",
-       .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%20b", .answer = kRefused},
-  };
+       .body = "api=ZANT.BrindlexPlyth.Shard&version=1&method=getjs&permanent_link=a%20b", .answer = kRefused}};
   for (const Row& row : rows) EXPECT_EQ(HandleForm(row.query, row.body), row.answer) << row.name;
 }
 

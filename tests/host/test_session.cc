@@ -70,8 +70,7 @@ TEST(SignInThrottle, FiveFailuresCloseTheAccountToThatAddressForTheWindow) {
       {"bob", "203.0.113.9", kStart + 5, kAllowed},
       {"Alice", "203.0.113.9", kStart + 5, kAllowed},
       {"alice", "203.0.113.9", kStart + 599, kThrottled},  // the first failure counts up to second kStart + 599
-      {"alice", "203.0.113.9", kStart + 600, kAllowed},
-  };
+      {"alice", "203.0.113.9", kStart + 600, kAllowed}};
   for (const Row& row : rows) {
     EXPECT_EQ(throttle.Check(row.account, row.client, row.at), row.verdict)
         << row.account << " from " << row.client << " at +" << row.at - kStart;

@@ -44,8 +44,7 @@ TEST_F(KeyValue, ReadsKeyACutsToBufferAndReportsFileErrors) {
       {"text after quote, no final line end", "a=\"v\" # note", 2, "v"},
       {"unterminated quote", "a=\"abc\n", 4, "abc"},
       {"empty value", "a=\"\"\n", 1, ""},
-      {"other keys only", "ab=\"1\"\nA=\"2\"\n", 0, ""},
-  };
+      {"other keys only", "ab=\"1\"\nA=\"2\"\n", 0, ""}};
   for (const Row& row : rows) {
     root_.WriteFile(kConf, row.content);
     char buffer[64] = "";
@@ -84,8 +83,7 @@ TEST_F(RootTable, SettingReadOrDefault) {
       {kSecurityConf, nullptr, Headers, "SAMEORIGIN | " + kCSP},
       {kSecurityConf, "x_frame_options=\"DENY\"\ncontent_security_policy=\"default-src 'none'\"\n", Headers,
        "DENY | default-src 'none'"},
-      {kSecurityConf, "x_frame_options=\"\"\ncontent_security_policy=", Headers, "SAMEORIGIN | " + kCSP},
-  };
+      {kSecurityConf, "x_frame_options=\"\"\ncontent_security_policy=", Headers, "SAMEORIGIN | " + kCSP}};
   for (const Row& row : rows) {
     row.content ? root_.WriteFile(row.file, row.content) : root_.Remove(row.file);
     EXPECT_EQ(row.expected, row.read()) << row.file << " " << (row.content ? row.content : "(none)");
@@ -110,8 +108,7 @@ TEST_F(RootTable, RelayClassifies) {
       {"prefix wildcard", "10.0.0.5", "5000", "10.17.3.4", "4000", 64},
       {"prefix not matched", "10.0.0.5", "5000", "10.18.3.4", "4000", 16},
       {"malformed skipped, tabs", "10.0.0.9", "80", "1.2.3.4", "1", 32},
-      {"whole address only", "10.0.0.55", "5001", "127.0.0.1", "9", 16},
-  };
+      {"whole address only", "10.0.0.55", "5001", "127.0.0.1", "9", 16}};
   for (const Row& row : rows) {
     type = -7;
     EXPECT_EQ(0, ZANTRelayServiceGetConnectionTypeByAddr(row.serverAddr, row.serverPort, row.remoteAddr,
@@ -132,8 +129,7 @@ TEST_F(RootTable, TextsParseMalformedJsonIsRefused) {
       {"BOM, comments, blank lines, CR LF", "\xEF\xBB\xBF[s]\r\n# n\r\n\r\n; o\r\n  # k = \"x\"\r\nk = \"v\"\r\n",
        R"({"s":{"k":"v"}})"},
       {"malformed lines skipped", "k = \"v\"\n[s]\nk = v\nj = \"v\" x\nl \"v\"\nm = \"w\n[]\nn = \"1\"\n",
-       R"({"s":{}})"},
-  };
+       R"({"s":{}})"}};
   for (const Row& row : rows) {
     root_.WriteFile(std::string(kTexts) + "/strings", row.content);
     EXPECT_EQ(Parse(row.expected), ZANT::QRT::LocalizedStringParser::ParseTexts(kTexts)) << row.d;
@@ -148,8 +144,7 @@ TEST_F(RootTable, RootPlacesPath) {
       {nullptr, "/etc/zantinfo.conf", "/etc/zantinfo.conf", "/usr/zant/zantman"},
       {"/tmp/r//", "/etc/x", "/tmp/r/etc/x", "/tmp/r/usr/zant/zantman"},
       {"/", "/etc/x", "/etc/x", "/usr/zant/zantman"},
-      {"/tmp/r", "etc/x", "etc/x", "/tmp/r/usr/zant/zantman"},
-  };
+      {"/tmp/r", "etc/x", "etc/x", "/tmp/r/usr/zant/zantman"}};
   for (const Row& row : rows) {
     row.root ? setenv("ZANT_ROOT", row.root, 1) : unsetenv("ZANT_ROOT");
     EXPECT_EQ(row.expected, ZANT::RootPath(row.path)) << (row.root ? row.root : "unset");
@@ -217,8 +212,7 @@ TEST_F(LoggerTest, LevelFileDecides) {
       {"star does not lift a named component", "default_component=3\n*=7\n", kComponent, 4, false},
       {"level 0 still logs emergencies", "*=0\n", kComponent, 0, true},
       {"out of range ignored", "default_component=8\n", kComponent, 4, false},
-      {"later line replaces", "default_component=7\ndefault_component=3\n", kComponent, 7, false},
-  };
+      {"later line replaces", "default_component=7\ndefault_component=3\n", kComponent, 7, false}};
   for (const Row& row : rows) {
     // Each row's file is read anew by Initialize, a changed one and a removed one alike.
     row.levelFile != nullptr ? root_.WriteFile(kLevelFile, row.levelFile) : root_.Remove(kLevelFile);
@@ -247,8 +241,7 @@ TEST_F(LoggerTest, MessageIsOneLineAndTheFileIsCutToTheNewestHalfPastTheLimit) {
       {"cut before a whole escape", std::string(kMax - 10, 'a') + "\x01\x01\x01",
        std::string(kMax - 10, 'a') + "\\x01 [cut]\n"},
       {"cut before a whole character", std::string(kMax - 7, 'a') + "\xe2\x82\xac" + std::string(10, 'b'),
-       std::string(kMax - 7, 'a') + " [cut]\n"},
-  };
+       std::string(kMax - 7, 'a') + " [cut]\n"}};
   ASSERT_EQ(0, Logger::Initialize(0, "", "", 50, 1));
   for (const Row& row : rows) {
     root_.Remove(kLogFile);

@@ -67,8 +67,7 @@ TEST(URLParts, FromServerVariables) {
       {"bracketed IPv6 alone", {{"HTTP_HOST", "[::1]"}, {"SERVER_PORT", "5000"}}, "- [::1] 5000 -"},
       {"SERVER_NAME fallback", {{"SERVER_NAME", "be"}, {"SERVER_PORT", "8080"}}, "- be 8080 -"},
       {"bad port ignored", {{"HTTP_HOST", "nas:70000"}, {"SERVER_PORT", "x"}}, "- nas -1 -"},
-      {"query alone", {{"REQUEST_URI", "?a=1"}}, "- - -1 -"},
-  };
+      {"query alone", {{"REQUEST_URI", "?a=1"}}, "- - -1 -"}};
   for (const Row& row : rows) {
     APIRequest r;
     for (const auto& var : row.vars) r.SetServerVar(var.first, var.second);
@@ -82,8 +81,7 @@ TEST(Cookies, ParsesHeader) {
       {"blanks, trailing ;, = in value", "  a = 1 ;\tb=x=y;", {{"a", "1"}, {"b", "x=y"}}},
       {"malformed pairs skipped", "novalue; =x; bad name=1; a=", {{"a", ""}}},
       {"first of a name wins", "a=1; a=2", {{"a", "1"}}},
-      {"binary value kept, control-byte name skipped", "t=\xff\x01z\x80; \x01n=v", {{"t", "\xff\x01z\x80"}}},
-  };
+      {"binary value kept, control-byte name skipped", "t=\xff\x01z\x80; \x01n=v", {{"t", "\xff\x01z\x80"}}}};
   for (const Row& row : rows) {
     APIRequest request;
     request.SetCookieHeader(row.header);
@@ -109,8 +107,7 @@ TEST(Answer, ExactBytes) {
       {"error with Location, headers in order", [](APIResponse& r) { r.SetHeader("Location", "/x");
          r.SetHeader("Content-Type", "text/plain"); r.SetHeader("X-A", "1"); r.SetError(105); },
        "Content-Type: application/json; charset=\"UTF-8\"\r\nLocation: /x\r\nX-A: 1\r\n\r\n"
-       R"({"error":{"code":105},"success":false})"},
-  };
+       R"({"error":{"code":105},"success":false})"}};
   for (const Row& row : rows) {
     APIResponse response;
     row.fill(response);
@@ -151,8 +148,7 @@ TEST_F(Runner, AnswersAndMapsANestedRequestsUserInheritingTheLanguage) {
       {"T.Other", 1, "get", false, R"({"success":false,"error":{"code":102}})"},
       {"T.API", 2, "deny", false, R"({"success":false,"error":{"code":103}})"},
       {"T.API", 3, "nope", false, R"({"success":false,"error":{"code":104}})"},
-      {"T.API", 1, "deny", false, R"({"success":false,"error":{"code":105}})"},
-  };
+      {"T.API", 1, "deny", false, R"({"success":false,"error":{"code":105}})"}};
   for (const Row& row : rows) {
     Json::Value result;
     EXPECT_EQ(row.ran, APIRunner::Exec(result, row.api, row.version, row.method, Json::Value(), ""));
@@ -163,8 +159,7 @@ TEST_F(Runner, AnswersAndMapsANestedRequestsUserInheritingTheLanguage) {
       {"anonymous", "anonymous", -1, ZANT::kAuthNone},
       {"alice", "alice", 1026, ZANT::kAuthUser},
       {"admin", "admin", 1024, ZANT::kAuthAdmin},
-      {"ghost", "ghost", -1, ZANT::kAuthUser},
-  };
+      {"ghost", "ghost", -1, ZANT::kAuthUser}};
   APIRequest outer;
   outer.SetUILanguage("ger");
   ZANT::CurrentRequestScope scope(&outer);
@@ -187,8 +182,7 @@ TEST(Codec, Converts) {
       {ZANT::WebAPIUtil::URLEncode, "AZaz09-_.~", "AZaz09-_.~"},
       {ZANT::WebAPIUtil::URLEncode, std::string("a=1 /?&+%\"\xc3\xa9\x00\xff", 14),
        "a%3D1%20%2F%3F%26%2B%25%22%C3%A9%00%FF"},
-      {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"},
-  };
+      {Html, "<>&\"' &amp;\n", "&lt;&gt;&amp;&quot;&#39; &amp;amp;\n"}};
   for (const Row& row : rows) EXPECT_EQ(row.expected, row.fn(row.input));
 }
 
@@ -203,8 +197,7 @@ TEST_F(UserDatabase, CheckAuthorizedAnswers) {
       {"web server names enabled user", true, -1, -7, "", "alice", 31, -7},
       {"web server names disabled user", true, -1, -7, "", "bob", 31, -2},
       {"web server names unknown user", true, -1, -7, "", "ghost", 31, -2},
-      {"auth -7 without USERNAME", true, -1, -7, "", nullptr, 31, -1},
-  };
+      {"auth -7 without USERNAME", true, -1, -7, "", nullptr, 31, -1}};
   for (const Row& row : rows) {
     row.named != nullptr ? setenv("USERNAME", row.named, 1) : unsetenv("USERNAME");
     APIRequest request;
@@ -288,8 +281,7 @@ TEST_F(UserDatabase, SignInAuthenticates) {
       {"alice", "", Status::kWrongPassword},  // no password set
       {"bob", "secret", Status::kDisabled},
       {"bob", "x", Status::kWrongPassword},
-      {"mallory", "secret", Status::kNoSuchUser},
-  };
+      {"mallory", "secret", Status::kNoSuchUser}};
   for (const Row& row : rows) {
     User user;
     EXPECT_EQ(row.expected, db::Authenticate(row.name, row.password, &user)) << row.name << " " << row.password;
@@ -340,8 +332,7 @@ TEST(Template, Fills) {
       {"malformed braces kept", "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}",
        "a {{TITLE b {{ }} {{}} {{ TITLE }} f(){{b();}}"},
       {"extra braces around a placeholder", "{{{EMPTY}}}", "{}"},
-      {"dangling {{ at the end", "x{{EMPTY}}{{", "x{{"},
-  };
+      {"dangling {{ at the end", "x{{EMPTY}}{{", "x{{"}};
   for (const Row& row : rows) {
     WebUtils::Template tpl;
     tpl.SetText(row.text);

@@ -42,8 +42,7 @@ TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndPathsAnswerTheirCod
       {.visibility = Visibility::kSignedIn, .caller = "carol", .caps = kViewer},
       {.visibility = Visibility::kSignedIn, .caller = "bob", .member = Role::kPreviewer, .caps = kViewer,
        .showsPath = true},
-      {.visibility = Visibility::kAnyone, .caller = "anonymous", .caps = kViewer},
-  };
+      {.visibility = Visibility::kAnyone, .caller = "anonymous", .caps = kViewer}};
   for (const Row& row : rows) {
     ASSERT_EQ(plyth_services::SetLinkAccess(Db(), item, row.visibility, Role::kViewer), 0);
     ASSERT_EQ(plyth_services::SetMemberRole(Db(), item, "bob", row.member), 0);
@@ -68,8 +67,7 @@ TEST_F(ServicesTest, TheHighestRoleDecidesWhoGetsTheRecordAndPathsAnswerTheirCod
       {.path = "/docs/plan.txt", .user = "alice", .code = 101},
       {.path = "link:", .user = "alice", .code = 101},
       {.path = 5, .user = "alice", .code = 101},
-      {.path = "id:NoSuchFile1234", .user = "alice", .code = 408},
-  };
+      {.path = "id:NoSuchFile1234", .user = "alice", .code = 408}};
   for (const PathRow& row : pathRows) {
     EXPECT_EQ(ErrorCode(Call("ZANT.BrindlexPlyth.Files", "get", Params({{"path", row.path}}), row.user)), row.code)
         << ZANT::JsonToString(row.path) << " by " << row.user;

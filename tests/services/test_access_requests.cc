@@ -29,8 +29,7 @@ TEST_F(AccessRequests, CreateRefusesWhatCannotBecomeAMemberAndKeepsTheFirstOfRep
       {.why = "file id instead of a link", .path = "id:" + plan_.file_id, .code = 101},
       {.why = "unknown link", .path = "link:NoSuchLink0000", .code = 408},
       {.why = "message too long", .message = longMessage, .code = 101},
-      {.why = "accepted", .message = "for the review", .code = 0},
-  };
+      {.why = "accepted", .message = "for the review", .code = 0}};
   for (const Row& row : rows) {
     const std::string path = row.path.empty() ? "link:" + plan_.permanent_link : row.path;
     EXPECT_EQ(ErrorCode(RequestAccess(path, row.user, row.message)), row.code) << row.why;

@@ -33,8 +33,7 @@ TEST_F(ServicesTest, ConfigurationApisAnswerAdministratorsFromTheFile) {
        .data = R"({"services":[{"enabled":true,"id":"nxo_portal"}]})"},
       {.api = "ZANT.Core.Skyvane", .file = kRelay, .content = R"({"enabled":"yes","region":"eu"})",
        .data = R"({"domain":"","enabled":false,"region":"eu","server_alias":""})"},
-      {.api = "ZANT.Core.Skyvane", .file = kRelay, .content = "[", .data = nullptr},
-  };
+      {.api = "ZANT.Core.Skyvane", .file = kRelay, .content = "[", .data = nullptr}};
   for (const Row& row : rows) {
     root_.Remove(row.file);
     if (row.content != nullptr) root_.WriteFile(row.file, row.content);
@@ -69,8 +68,7 @@ TEST_F(ServicesTest, DesktopScripts) {
       {.lang = "ger", .uiLang = "enu", .ok = "Gut"},
       {.lang = "fre", .uiLang = "enu", .ok = "OK"},
       {.lang = nullptr, .uiLang = "ger", .ok = "Gut"},
-      {.lang = "../../etc", .uiLang = "enu", .ok = "OK"},
-  };
+      {.lang = "../../etc", .uiLang = "enu", .ok = "OK"}};
   for (const Row& row : rows) {
     EXPECT_EQ(Script(plyth_services::DesktopUIStringGetJSFunc, row.lang, row.uiLang).answer,
               std::string(kScriptHead) + "window.ZANTUIStrings={\"common\":{\"ok\":\"" + row.ok +

@@ -26,8 +26,7 @@ TEST(Ranges, AreParsedAgainstTheSize) {
       {.header = "bytes=5-4", .size = 10, .answer = RangeAnswer::kWhole},
       {.header = "bytes=0-1,3-4", .size = 10, .answer = RangeAnswer::kWhole},
       {.header = "items=0-4", .size = 10, .answer = RangeAnswer::kWhole},
-      {.header = "bytes=a-b", .size = 10, .answer = RangeAnswer::kWhole},
-  };
+      {.header = "bytes=a-b", .size = 10, .answer = RangeAnswer::kWhole}};
   for (const Row& row : rows) {
     plyth_services::ByteRange range;
     EXPECT_EQ(plyth_services::ParseRange(row.header, row.size, &range), row.answer) << row.header;
@@ -45,8 +44,7 @@ TEST(Names, GiveDispositionAndType) {
       {.name = "r\xC3\xA9sum\xC3\xA9.docx",
        .disposition = "attachment; filename=\"r__sum__.docx\"; filename*=UTF-8''r%C3%A9sum%C3%A9.docx"},
       {.name = "100%;x.", .disposition = "attachment; filename=\"100%;x.\"; filename*=UTF-8''100%25%3Bx."},
-      {.name = std::string("\0\x7f\t", 3), .disposition = "attachment; filename=\"___\"; filename*=UTF-8''%00%7F%09"},
-  };
+      {.name = std::string("\0\x7f\t", 3), .disposition = "attachment; filename=\"___\"; filename*=UTF-8''%00%7F%09"}};
   for (const Row& row : rows) EXPECT_EQ(plyth_services::ContentDisposition(row.name), row.disposition);
   EXPECT_EQ(plyth_services::ContentTypeFor("a.PDF"), "application/pdf") << "the extension in any case";
 }
@@ -84,8 +82,7 @@ TEST_F(Download, ReadersGetExactBytesEvenAcrossTheCopyBufferAndOthersNothing) {
       {.range = "bytes=2-5", .answer = Digits("206 Partial Content", "4", "Content-Range: bytes 2-5/10\r\n", "2345"),
        .token = true},
       {.range = "bytes=10-", .answer = "Status: 416 Range Not Satisfiable\r\nContent-Range: bytes */10\r\n"
-                 "Content-Length: 0\r\nAccept-Ranges: bytes\r\n\r\n"},
-  };
+                 "Content-Length: 0\r\nAccept-Ranges: bytes\r\n\r\n"}};
   for (const Row& row : rows) {
     EXPECT_EQ(Get(digits, row.token ? "anonymous" : "alice", row.range, row.token ? viewer : "").answer, row.answer)
         << row.range;
@@ -93,8 +90,7 @@ TEST_F(Download, ReadersGetExactBytesEvenAcrossTheCopyBufferAndOthersNothing) {
   struct Refusal { const char* what; plyth_test::HandlerRun run; int code; } refusals[] = {
       {.what = "previewer token", .run = Get(digits, "anonymous", "", TokenFor(Share(digits, "", 0, Role::kPreviewer))),
        .code = 1002},
-      {.what = "folder", .run = Get(Find("alice", "/docs"), "alice", ""), .code = 1004},
-  };
+      {.what = "folder", .run = Get(Find("alice", "/docs"), "alice", ""), .code = 1004}};
   for (const Refusal& row : refusals) {
     EXPECT_EQ(row.run.stdoutBytes, "") << row.what;
     EXPECT_TRUE(row.run.response.IsEnableOutput()) << row.what;
@@ -133,8 +129,7 @@ TEST_F(Download, RefusedToANavigationIsAPageWithAStatus) {
   struct Row { const char* why; std::string path; const char* status; } rows[] = {
       {.why = "no path", .path = "", .status = "400 Bad Request"},
       {.why = "unknown link", .path = "link:NoSuchLink0000", .status = "404 Not Found"},
-      {.why = "members only", .path = "link:" + plan.permanent_link, .status = "403 Forbidden"},
-  };
+      {.why = "members only", .path = "link:" + plan.permanent_link, .status = "403 Forbidden"}};
   for (const Row& row : rows) {
     const std::string answer = Navigate(row.path, "navigate").answer;
     EXPECT_EQ(answer.substr(0, answer.find("\r\n")), std::string("Status: ") + row.status) << row.why;

@@ -67,8 +67,7 @@ TEST_F(Plythctl, ExitPrintAndComplain) {
        .err = "give --password or --none, not both"},
       {.args = {"share", "password", "X"}, .in = "\r\n", .code = 4,
        .err = "an empty password; give --none for a link without one"},
-      {.args = {"url", "/"}, .code = 4, .err = "an empty base URL"},
-  };
+      {.args = {"url", "/"}, .code = 4, .err = "an empty base URL"}};
   for (const Row& row : rows) {
     const CtlRun run = Ctl(row.args, row.in);
     const std::string what = ::testing::PrintToString(row.args);

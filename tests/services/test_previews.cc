@@ -125,8 +125,7 @@ TEST(PreviewKinds, FollowTheNameAndTheRight) {
       {.name = "report.docx", .canRead = true, .kind = PreviewKind::kNone},
       {.name = "README", .canRead = true, .kind = PreviewKind::kNone},
       {.name = "two.md markdown", .canRead = true, .kind = PreviewKind::kNone},
-      {.name = "photos.jpg", .canRead = true, .kind = PreviewKind::kNone, .dir = true},
-  };
+      {.name = "photos.jpg", .canRead = true, .kind = PreviewKind::kNone, .dir = true}};
   for (const Row& row : rows) {
     Item item;
     item.name = row.name;
@@ -144,8 +143,7 @@ TEST(TextExcerpts, AreValidUtf8WithinTheLimit) {
       {.what = "surrogate", .in = "\xED\xA0\x80", .out = "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
       {.what = "cut at the file's end", .in = "x\xE2\x82", .out = "x\xEF\xBF\xBD\xEF\xBF\xBD"},
       {.what = "character across the limit", .in = limit + "\xE2\x82\xAC" + "tail", .out = limit},
-      {.what = "exactly the limit", .in = limit + "b" + "more", .out = limit + "b"},
-  };
+      {.what = "exactly the limit", .in = limit + "b" + "more", .out = limit + "b"}};
   for (const Row& row : rows) EXPECT_EQ(plyth_services::TextExcerpt(row.in), row.out) << row.what;
 }
 
@@ -179,8 +177,7 @@ TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNotForItemsBelowTheSharedFold
       {.what = "past the size cap", .item = &huge, .size = 256, .error = 1060},
       {.what = "unknown size", .item = &photo, .size = 300, .error = 101},
       {.what = "page past the end", .item = &doc, .size = 256, .page = 4, .error = 1060},
-      {.what = "page of an image", .item = &photo, .size = 256, .page = 2, .error = 101},
-  };
+      {.what = "page of an image", .item = &photo, .size = 256, .page = 2, .error = 101}};
   for (const Row& row : rows) {
     const plyth_test::HandlerRun run =
         Preview(folder_, Params({{"item", row.item->file_id}, {"size", row.size}, {"page", row.page}}));
@@ -207,8 +204,7 @@ TEST_F(Previews, AnswerEachKindWithinItsBoxOrSayWhyNotForItemsBelowTheSharedFold
       {.what = "name prefix, not below", .item = beside.file_id, .error = 408},
       {.what = "another owner's same path", .item = others.file_id, .error = 408},
       {.what = "in the recycle bin", .item = binned.file_id, .error = 408},
-      {.what = "unknown", .item = "AAAAAAAAAAAAAAAA", .error = 408},
-  };
+      {.what = "unknown", .item = "AAAAAAAAAAAAAAAA", .error = 408}};
   for (const Reach& row : reaches) {
     const plyth_test::HandlerRun run = Preview(folder_, Params({{"item", row.item}, {"sharing_token", token}}));
     EXPECT_EQ(RawError(run), row.error) << row.what;
@@ -247,8 +243,7 @@ TEST_F(Previews, AreCachedWithinTheCapAndInfoTellsTheViewerAndThePages) {
   struct Row { const Item* item; Role role; const char* answer; } rows[] = {
       {.item = &doc, .role = Role::kPreviewer, .answer = R"({"kind":"pdf","pages":3,"text_limit":65536})"},
       {.item = &bad, .role = Role::kPreviewer, .answer = R"({"kind":"none","text_limit":65536})"},
-      {.item = &clip, .role = Role::kViewer, .answer = R"({"kind":"video","text_limit":65536})"},
-  };
+      {.item = &clip, .role = Role::kViewer, .answer = R"({"kind":"video","text_limit":65536})"}};
   for (const Row& row : rows) {
     Open(*row.item, row.role);
     const Json::Value result =
@@ -280,8 +275,7 @@ TEST_F(Listings, PutFoldersFirstThenNamesTellEachKindPageByTwoHundredAndGiveTheW
   struct Row { int64_t offset; size_t count; const char* first; } rows[] = {
       {.offset = 0, .count = 200, .first = "f1000.txt"},
       {.offset = 200, .count = 1, .first = "f1200.txt"},
-      {.offset = 201, .count = 0, .first = ""},
-  };
+      {.offset = 201, .count = 0, .first = ""}};
   for (const Row& row : rows) {
     const Json::Value data = List(folder_, Params({{"item", deep.file_id}, {"offset", Json::Int64(row.offset)}}))["data"];
     EXPECT_EQ(data["items"].size(), row.count) << row.offset;
@@ -295,8 +289,7 @@ TEST_F(Listings, PutFoldersFirstThenNamesTellEachKindPageByTwoHundredAndGiveTheW
   struct Refusal { const char* what; Json::Value offset; Json::Value item = Json::nullValue; int error; } refusals[] = {
       {.what = "negative offset", .offset = -1, .error = 101},
       {.what = "offset of another type", .offset = Json::arrayValue, .error = 101},
-      {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f1001.txt").file_id, .error = 1005},
-  };
+      {.what = "a file", .offset = 0, .item = Find("alice", "/Trip/in/deep/f1001.txt").file_id, .error = 1005}};
   for (const Refusal& row : refusals)
     EXPECT_EQ(ErrorCode(List(folder_, Params({{"offset", row.offset}, {"item", row.item}}))), row.error) << row.what;
 }
@@ -336,8 +329,7 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8NamesAndRefuseWhatTheyCannot
       {.what = "empty selection", .items = Json::arrayValue, .role = Role::kViewer, .error = 101},
       {.what = "selection of another type", .items = "x", .role = Role::kViewer, .error = 101},
       {.what = "an item not below", .items = Json::arrayValue, .role = Role::kViewer, .error = 408},
-      {.what = "a previewer", .items = Json::nullValue, .role = Role::kPreviewer, .error = 1002},
-  };
+      {.what = "a previewer", .items = Json::nullValue, .role = Role::kPreviewer, .error = 1002}};
   rows[2].items.append(beside.file_id);
   for (const Row& row : rows) {
     const std::string given = row.role == Role::kViewer ? token : TokenFor(Share(folder_, "", 0, row.role));

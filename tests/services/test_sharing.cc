@@ -71,8 +71,7 @@ TEST_F(Sharing, AuthAnswersEachPasswordAndRefusesRevokedAndMissingLinks) {
       {.password = "s3cret", .given = "s3cret", .code = 0},
       {.password = "1234", .given = 1234, .code = 0},
       {.password = "true", .given = true, .code = 0},
-      {.password = "s3cret", .given = Json::arrayValue, .code = 101},
-  };
+      {.password = "s3cret", .given = Json::arrayValue, .code = 101}};
   for (const Row& row : rows) {
     const Json::Value result = Auth(Share(item_, row.password), row.given);
     EXPECT_EQ(ErrorCode(result), row.code) << row.password << " given " << ZANT::JsonToString(row.given);
@@ -95,8 +94,7 @@ TEST_F(Sharing, LinksAndTokensEndAtTheirExpirySecondAndTokensOpenOnlyTheirLink) 
   const std::string link = Share(item_, "s3cret", expiry);
   struct Row { int64_t at; int noPassword, rightPassword; } rows[] = {
       {.at = expiry - 1, .noPassword = 1037, .rightPassword = 0},
-      {.at = expiry, .noPassword = 1038, .rightPassword = 1038},
-  };
+      {.at = expiry, .noPassword = 1038, .rightPassword = 1038}};
   for (const Row& row : rows) {
     gNow = row.at;
     EXPECT_EQ(ErrorCode(Auth(link, "")), row.noPassword) << row.at - expiry;

@@ -81,8 +81,7 @@ const Row kRows[] = {
     // abort(), not a bad pointer: sanitizer builds turn SIGSEGV into an exit.
     {"crash", [](Request*, Response*) { abort(); }, Allow},
     {"two", Echo, [](Request*) { return 2; }},
-    {"nocheck", Echo, nullptr},
-};
+    {"nocheck", Echo, nullptr}};
 
 }  // namespace
 
