@@ -16,9 +16,7 @@ FUZZ_TEXT_TARGET(const std::string& text) {
   // Written out, the value is JSON text again and reads back to a value
   // that is written the same way. Checked for ASCII text only: the writer
   // replaces bytes that are not UTF-8, which may merge two members.
-  for (unsigned char c : text) {
-    if (c >= 0x80) return;
-  }
+  for (unsigned char c : text) if (c >= 0x80) return;
   Json::StreamWriterBuilder writer;
   writer["indentation"] = "";
   const std::string written = Json::writeString(writer, value);

@@ -100,6 +100,15 @@ TEST_P(Page, FillsTheTemplate) {
   EXPECT_EQ(Section(body, "STATE"), HtmlEscape(Text(Parse(row.state))));
 }
 
+// 5 (a password) never comes here; a code the dispatcher does not know still writes the page, unfilled.
+TEST_F(MobilePages, UnknownCodeWritesTheTemplateUnfilled) {
+  ZANT::APIResponse response;
+  plyth_test::StdoutCapture out;
+  WriteMobilePage(&response, Route("alice"), 6, Json::Value());
+  EXPECT_EQ(BodyOf(out.Take()), "@TITLE@@/TITLE@@FAVICON@@/FAVICON@@BODY_CLASS@@/BODY_CLASS@@CSS@@/CSS@"
+                                "@CONTENT_TITLE@@/CONTENT_TITLE@@CONTENT_DESC@@/CONTENT_DESC@@JS_TAGS@@/JS_TAGS@@STATE@@/STATE@");
+}
+
 #define LINKS R"("permanent_link":"AbC","sharing_link":"sh1","zant_token":"tk")"
 #define HOST(account) \
   R"("host_info":{"host":"nas.example.com","https":true,"account":")" account R"(","qv_id":"QV-7"})"

@@ -114,8 +114,7 @@ TEST_F(ServicesTest, RecordsShowOutsidersOnlyTheItemItself) {
                 "\",\"path\":\"/private/docs/plan.txt\"}");
   EXPECT_EQ(Pick(data["owner"], {"name", "uid"}), R"({"name":"alice","uid":1026})");
   EXPECT_EQ(Pick(FileGet("link:" + Find("alice", "/private").permanent_link, "alice")["data"],
-                 {"type", "content_type", "revisions"}),
-            "{\"content_type\":\"\",\"revisions\":0,\"type\":\"dir\"}");
+                 {"type", "content_type", "revisions"}), "{\"content_type\":\"\",\"revisions\":0,\"type\":\"dir\"}");
 }
 
 }  // namespace

@@ -40,8 +40,7 @@ TEST_F(ServicesTest, ConfigurationApisAnswerAdministratorsFromTheFile) {
     const char* method = std::string(row.api) == "ZANT.Core.DDNS.Record" ? "list" : "get";
     const Json::Value result = Call(row.api, method, Json::Value(), "admin");
     EXPECT_EQ(ErrorCode(result) != 0 ? std::to_string(ErrorCode(result)) : ZANT::JsonToString(result["data"]),
-              row.data != nullptr ? row.data : "100")
-        << row.api << " " << (row.content ? row.content : "(no file)");
+              row.data != nullptr ? row.data : "100") << row.api << " " << (row.content ? row.content : "(no file)");
   }
 }
 

@@ -25,8 +25,7 @@ class Plythctl : public ServicesTest {
 TEST_F(Plythctl, ExitPrintAndComplain) {
   // The usage text is printed from the command table; help shows it whole.
   const std::string usage = Ctl({"help"}).out;
-  EXPECT_EQ(usage.substr(0, usage.find('\n', usage.find('\n') + 1)),
-            "usage: plythctl [--root DIR] COMMAND\n  init");
+  EXPECT_EQ(usage.substr(0, usage.find('\n', usage.find('\n') + 1)), "usage: plythctl [--root DIR] COMMAND\n  init");
   struct Row { std::vector<std::string> args; std::string in = ""; int code; std::string out = "", err = ""; };
   const Row rows[] = {
       {.args = {}, .code = 1, .err = "no command"},

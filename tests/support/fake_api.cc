@@ -24,8 +24,7 @@ struct FakeAPIRegistry {
     FakeAPI& fake = *it->second;
     fake.calls_.push_back(FakeCall{request->GetParams(), request->GetLoginUserName()});
     Answer(fake.answer_ ? fake.answer_(request->GetParams(), request->GetLoginUserName())
-                        : FakeAPI::Failure(ZANT::kErrUnknown),
-           response);
+                        : FakeAPI::Failure(ZANT::kErrUnknown), response);
   }
 
   // The usual shapes go through SetSuccess/SetError like a real handler's;
@@ -37,8 +36,7 @@ struct FakeAPIRegistry {
       return response->SetSuccess(result["data"]);
     }
     if (result.isObject() && result.size() == 2 && result["success"] == Json::Value(false) &&
-        result["error"].isObject() && result["error"].size() == 1 &&
-        result["error"]["code"].isInt()) {
+        result["error"].isObject() && result["error"].size() == 1 && result["error"]["code"].isInt()) {
       return response->SetError(result["error"]["code"].asInt());
     }
     response->SetRawResult(result);

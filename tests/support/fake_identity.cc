@@ -98,11 +98,9 @@ extern "C" gid_t getegid(void) noexcept {
 }
 
 extern "C" int setresuid(uid_t r, uid_t e, uid_t s) noexcept {
-  return plyth_test::Set<uid_t>("setresuid", r, e, s, &IdentityState::euid,
-                                &IdentityState::failUid);
+  return plyth_test::Set<uid_t>("setresuid", r, e, s, &IdentityState::euid, &IdentityState::failUid);
 }
 
 extern "C" int setresgid(gid_t r, gid_t e, gid_t s) noexcept {
-  return plyth_test::Set<gid_t>("setresgid", r, e, s, &IdentityState::egid,
-                                &IdentityState::failGid);
+  return plyth_test::Set<gid_t>("setresgid", r, e, s, &IdentityState::egid, &IdentityState::failGid);
 }

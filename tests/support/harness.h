@@ -129,7 +129,6 @@ Json::Value Parse(const std::string& text);
 HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request);
 
 // Splits "A\r\nB\r\n\r\nbody" at the first blank line.
-void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines,
-                  std::string& body);
+void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines, std::string& body);
 
 }  // namespace plyth_test

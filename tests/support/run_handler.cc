@@ -54,8 +54,7 @@ HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request) {
   return run;
 }
 
-void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines,
-                  std::string& body) {
+void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines, std::string& body) {
   headerLines.clear();
   const size_t blank = answer.find("\r\n\r\n");
   body = blank == std::string::npos ? std::string() : answer.substr(blank + 4);

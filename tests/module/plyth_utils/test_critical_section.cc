@@ -18,8 +18,7 @@ const std::string kGid0 = "setresgid(-1, 0, -1)", kUid0 = "setresuid(-1, 0, -1)"
 const SyslogLine kEnterFailed = Line(35, "ERROR: ENTERCriticalSection");
 
 // Ids before, refused calls, and what entering and then leaving leave
-// behind. Leaving always restores the ids before: it only ever gets the ids
-// entering saved, and after a raise it runs as root, which is never refused.
+// behind: leaving after entering restores the ids before.
 struct Row {
   const char* description;
   uid_t uid, uidInside = 0;
@@ -62,6 +61,32 @@ TEST(CriticalSection, RaisesThenRestores) {
     EXPECT_EQ(errno, 0);
     EXPECT_EQ(log.Lines(), row.leaveLog);
     EXPECT_EQ(std::make_pair(identity.Euid(), identity.Egid()), std::make_pair(row.uid, row.gid));
+  }
+}
+
+// Leaving from ids other than those entering left: a put-back to root is
+// logged, and each refused call ends in the LEAVE line.
+TEST(CriticalSection, LeavingPutsTheSavedIdsBackOrSaysWhereItStopped) {
+  const SyslogLine kLeaveFailed = Line(35, "ERROR: LEAVECriticalSection");
+  const std::string kGid100 = "setresgid(-1, 100, -1)";
+  struct Leave { const char* description; PlythSavedIds saved; uid_t uidNow = 0; gid_t gidNow = 0;
+                 bool failUid = false, failGid = false; Lines log; int errnoAfter = 1; } rows[] = {
+      {.description = "back to root", .saved = {0, 0}, .uidNow = 1000, .gidNow = 100,
+       .log = {Raised(kUid0), Raised(kGid0), Raised(kUid0)}, .errnoAfter = 0},
+      {.description = "retaking root refused", .saved = {1000, 100}, .failUid = true, .log = {Refused(kUid0), kLeaveFailed}},
+      {.description = "gid refused", .saved = {1000, 100}, .failGid = true,
+       .log = {Raised(kUid0), Refused(kGid100), kLeaveFailed}},
+      {.description = "gid refused, same uid", .saved = {0, 100}, .failGid = true, .log = {Refused(kGid100), kLeaveFailed}}};
+  for (const Leave& row : rows) {
+    SCOPED_TRACE(row.description);
+    FakeIdentity identity(row.uidNow, row.gidNow);
+    identity.FailSetresuid(row.failUid);
+    identity.FailSetresgid(row.failGid);
+    SyslogCapture log;
+    errno = 42;
+    LEAVECriticalSection(row.saved, kSource, 64);
+    EXPECT_EQ(log.Lines(), row.log);
+    EXPECT_EQ(errno, row.errnoAfter);
   }
 }
 

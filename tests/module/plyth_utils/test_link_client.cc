@@ -39,8 +39,7 @@ TEST_P(Call, SendsAndJudgesTheResult) {
   api.AlwaysReturn(c.result);
   Json::Value file("old");
   std::string token = "old";
-  EXPECT_EQ(c.auth ? PlythSharingAuth("L1", c.input, token)
-                   : PlythFileGet("alice", "AbC", c.input, file), c.code);
+  EXPECT_EQ(c.auth ? PlythSharingAuth("L1", c.input, token) : PlythFileGet("alice", "AbC", c.input, file), c.code);
   EXPECT_EQ(c.auth ? token : Text(file), c.after);
   ASSERT_EQ(api.Calls().size(), 1u);
   EXPECT_EQ(api.Calls()[0].params, Parse(c.sent));

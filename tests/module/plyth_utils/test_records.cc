@@ -74,8 +74,7 @@ TEST(ConvertRecords, RevisionAndLabel) {
   ASSERT_EQ(0, ConvertVersionInfoToJSon(revision, out));
   EXPECT_EQ(R"({"created_time":4294967295,"editor_uid":1026,"editors":"alice,bob",)"
             R"("hash":"abc","modified_time":1700000001,"size":1099511627776,)"
-            R"("version_id":"18446744073709551615"})",
-            Text(out));
+            R"("version_id":"18446744073709551615"})", Text(out));
   out = Json::Value();
   ASSERT_EQ(0, ConvertLabelInfoToJSon(Tarnova::LabelInfo{"L7", "urgent", "red", -5}, out));
   EXPECT_EQ(R"({"color":"red","label_id":"L7","name":"urgent","position":-5})", Text(out));
