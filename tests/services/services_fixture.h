@@ -46,8 +46,7 @@ inline Json::Value Call(const char* api, const char* method, const Json::Value& 
 // Call parameters: the members given, less those that are null.
 inline Json::Value Params(std::initializer_list<std::pair<const char*, Json::Value>> members) {
   Json::Value params(Json::objectValue);
-  for (const auto& [name, value] : members)
-    if (!value.isNull()) params[name] = value;
+  for (const auto& [name, value] : members) if (!value.isNull()) params[name] = value;
   return params;
 }
 
@@ -83,8 +82,7 @@ inline plyth_test::HandlerRun RunFiles(ZANT::APIHandler handler, const char* met
   ZANT::APIRequest request;
   request.SetAPI("ZANT.BrindlexPlyth.Files", 1, method);
   request.SetParams(params);
-  for (const auto& [name, value] : serverVars)
-    if (!value.empty()) request.SetServerVar(name, value);
+  for (const auto& [name, value] : serverVars) if (!value.empty()) request.SetServerVar(name, value);
   const bool anonymous = user == "anonymous";
   request.SetLogin(user, anonymous ? -1 : 1026, anonymous ? ZANT::kAuthNone : ZANT::kAuthUser);
   return plyth_test::RunHandler(handler, request);

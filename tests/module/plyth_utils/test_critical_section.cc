@@ -42,12 +42,18 @@ const Row kRows[] = {
     {.description = "root gid, uid refused", .uid = 1000, .uidInside = 1000, .gid = 0, .failUid = true,
      .enterLog = {Refused(kUid0), kEnterFailed}, .enterErrno = 1}};
 
+// Fake ids whose set calls are refused as the row asks.
+struct RefusingIds : FakeIdentity {
+  RefusingIds(uid_t uid, gid_t gid, bool failUid, bool failGid) : FakeIdentity(uid, gid) {
+    FailSetresuid(failUid);
+    FailSetresgid(failGid);
+  }
+};
+
 TEST(CriticalSection, RaisesThenRestores) {
   for (const Row& row : kRows) {
     SCOPED_TRACE(row.description);
-    FakeIdentity identity(row.uid, row.gid);
-    identity.FailSetresuid(row.failUid);
-    identity.FailSetresgid(row.failGid);
+    const RefusingIds identity(row.uid, row.gid, row.failUid, row.failGid);
     SyslogCapture log;
     PlythSavedIds saved{};
     errno = 42;
@@ -79,9 +85,7 @@ TEST(CriticalSection, LeavingPutsTheSavedIdsBackOrSaysWhereItStopped) {
       {.description = "gid refused, same uid", .saved = {0, 100}, .failGid = true, .log = {Refused(kGid100), kLeaveFailed}}};
   for (const Leave& row : rows) {
     SCOPED_TRACE(row.description);
-    FakeIdentity identity(row.uidNow, row.gidNow);
-    identity.FailSetresuid(row.failUid);
-    identity.FailSetresgid(row.failGid);
+    const RefusingIds identity(row.uidNow, row.gidNow, row.failUid, row.failGid);
     SyslogCapture log;
     errno = 42;
     LEAVECriticalSection(row.saved, kSource, 64);
