@@ -202,12 +202,5 @@ int RevalidateSeconds() {
   return cache.revalidateSeconds;
 }
 
-void Forget(const std::string& path) {
-  Cache& cache = TheCache();
-  std::lock_guard<std::mutex> lock(cache.mutex);
-  cache.entries.erase(path);
-  cache.stamps.erase(path);
-}
-
 }  // namespace FileCache
 }  // namespace ZANT

@@ -316,15 +316,6 @@ Status RemoveUser(const std::string& name) {
   });
 }
 
-Status SetPassword(const std::string& name, const std::string& password) {
-  std::string hash;
-  if (!password.empty()) {
-    hash = HashPassword(password);
-    if (hash.empty()) return Status::kCrypto;
-  }
-  return ChangeUser(name, [&hash](User& user) { user.password = hash; });
-}
-
 Status SetFlags(const std::string& name, bool admin, bool disabled) {
   return ChangeUser(name, [=](User& user) {
     user.admin = admin;

@@ -22,6 +22,7 @@ inline void PrintTo(const SyslogLine& line, std::ostream* os) { *os << line.prio
 namespace {
 
 using plyth_test::ApplianceRoot;
+using plyth_test::BodyOf;
 using plyth_test::FakeAPI;
 using plyth_test::FakeIdentity;
 using plyth_test::HandlerRun;
@@ -74,13 +75,6 @@ inline std::string Section(const std::string& body, const std::string& key) {
   size_t start = body.find(open), end = body.find("@/" + key + "@");
   if (start == std::string::npos || end == std::string::npos) return "<missing>";
   return body.substr(start + open.size(), end - start - open.size());
-}
-
-inline std::string BodyOf(const std::string& answer) {
-  Strings headers;
-  std::string body;
-  plyth_test::SplitHeaders(answer, headers, body);
-  return body;
 }
 
 // Link-service results.

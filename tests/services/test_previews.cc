@@ -89,12 +89,7 @@ class Previews : public ServicesTest {
     params["path"] = "link:" + shared.permanent_link;
     return RunFiles(handler, method, params);
   }
-  static std::string Body(const plyth_test::HandlerRun& run) {
-    std::vector<std::string> lines;
-    std::string body;
-    plyth_test::SplitHeaders(run.stdoutBytes, lines, body);
-    return body;
-  }
+  static std::string Body(const plyth_test::HandlerRun& run) { return plyth_test::BodyOf(run.stdoutBytes); }
   // 0 when the method wrote its own answer.
   static int RawError(const plyth_test::HandlerRun& run) {
     return run.response.IsEnableOutput() ? run.response.GetErrorCode() : 0;

@@ -130,5 +130,7 @@ HandlerRun RunHandler(ZANT::APIHandler handler, ZANT::APIRequest& request);
 
 // Splits "A\r\nB\r\n\r\nbody" at the first blank line.
 void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLines, std::string& body);
+// What follows the first blank line.
+std::string BodyOf(const std::string& answer);
 
 }  // namespace plyth_test

@@ -65,4 +65,9 @@ void SplitHeaders(const std::string& answer, std::vector<std::string>& headerLin
   }
 }
 
+std::string BodyOf(const std::string& answer) {
+  const size_t blank = answer.find("\r\n\r\n");
+  return blank == std::string::npos ? std::string() : answer.substr(blank + 4);
+}
+
 }  // namespace plyth_test

@@ -59,9 +59,5 @@ std::shared_ptr<const T> Derived(const std::string& path, const char* kind,
 void SetRevalidateSeconds(int seconds);
 int RevalidateSeconds();
 
-// The next use of `path` looks at the disk again. For writers in this
-// process that cannot wait for the next change of stamps.
-void Forget(const std::string& path);
-
 }  // namespace FileCache
 }  // namespace ZANT

@@ -82,8 +82,6 @@ Status FindUser(const std::string& name, User* user);
 // directory are made when missing.
 Status AddUser(User* user, const std::string& password);
 Status RemoveUser(const std::string& name);
-// Empty `password`: the user can no longer sign in.
-Status SetPassword(const std::string& name, const std::string& password);
 Status SetFlags(const std::string& name, bool admin, bool disabled);
 
 // The sign-in check: kOk and the user when the name exists, the account is
