@@ -291,8 +291,7 @@ def main():
         "nginx with the same configuration, answering the bytes captured from our",
         f"server for that address. Each run: `wrk -t{args.threads} -c{args.connections} -d{args.duration}s --latency`",
         f"after a {args.warmup} s warm-up, the ceiling first. CPU is user + system time from `/proc`",
-        "over the measured run, divided by the requests served (a worker of ours counts",
-        "with its forwarding process). Errors are non-2xx/3xx",
+        "over the measured run, divided by the requests served. Errors are non-2xx/3xx",
         "answers plus socket errors of both runs.",
         "",
     ]

@@ -3,10 +3,10 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <signal.h>
-#include <poll.h>
+#include <stdio_ext.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/uio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <streambuf>
 #include <string>
 #include <vector>
 
@@ -142,250 +143,174 @@ void RestoreIds(const ServiceIdentity& identity) {
   }
 }
 
-bool IsRequestVariable(const std::string& name) {
-  return name == "USERNAME" || zant_host::IsServerVariable(name);
+// The name of a "NAME=value" entry of an environment; empty without a '='.
+std::string NameOf(const char* entry) {
+  const char* eq = strchr(entry, '=');
+  return eq == nullptr ? std::string() : std::string(entry, static_cast<size_t>(eq - entry));
 }
 
-// Removes every CGI variable (and "USERNAME") from the process environment.
-void ClearRequestEnvironment() {
-  std::vector<std::string> names;
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    const char* eq = strchr(*entry, '=');
-    if (eq == nullptr) continue;
-    std::string name(*entry, static_cast<size_t>(eq - *entry));
-    if (IsRequestVariable(name)) names.push_back(name);
-  }
-  for (const std::string& name : names) unsetenv(name.c_str());
-}
-
-void SetRequestEnvironment(const zant_host::CgiVars& vars) {
-  for (const auto& var : vars) setenv(var.first.c_str(), var.second.c_str(), 0);
-}
-
-// Passes what the handler writes to fd 1 (stdio, iostreams, raw writes) on
-// to the web server while the handler runs: fd 1 of a worker is, for its
-// whole life, the writing end of one pipe that a small forwarding process of
-// its own reads, wrapping what it reads in FastCGI output records on the
-// request's connection. A download or an archive goes out as it is written
-// instead of piling up in memory, and every piece sent counts as progress,
-// so that an answer that keeps flowing is not taken for a hung request.
-//
-// A process, not a thread: the modules switch their ids around their
-// link-service calls, and with a second thread in the worker the C library
-// makes every thread switch with them (a signal to the other thread and a
-// wait for its answer, ten times a landing).
-class StdoutForward {
+// The process environment (modules read `HTTP_HOST`, `USERNAME`, ... with
+// getenv): while a request is served, `environ` is an array of the worker's
+// own holding the server's variables and the request's CGI variables, whose
+// texts stay in libfcgi's copy of the parameters. setenv would keep every
+// "NAME=value" it is ever given (the C library never frees them), so that
+// the worker would grow with every distinct address, cookie and port.
+class RequestEnvironment {
  public:
-  // Forks the forwarding process; call before the modules are loaded.
-  bool Start(int listenFd, std::atomic<long long>* progress) {
-    int pipeFds[2];
-    int control[2];
-    if (pipe2(pipeFds, O_CLOEXEC) != 0) return false;
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, control) != 0) return false;
-    const pid_t worker = getpid();
-    const pid_t pid = fork();
-    if (pid < 0) return false;
-    if (pid == 0) {
-      close(pipeFds[1]);
-      close(control[0]);
-      close(listenFd);
-      RunForwarder(worker, pipeFds[0], control[1], progress);
+  // The server's variables, less any that look like a request's.
+  void Start() {
+    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+      const std::string name = NameOf(*entry);
+      if (name != "USERNAME" && !zant_host::IsServerVariable(name)) server_.push_back(*entry);
     }
-    close(pipeFds[0]);
-    close(control[1]);
-    control_ = control[0];
-    pipeWrite_ = pipeFds[1];
-    return true;
+    server_.push_back(nullptr);
+    environ = server_.data();
   }
 
+  // `envp` must outlive the request: libfcgi frees it when the request ends.
+  void Set(char** envp) {
+    request_.assign(server_.begin(), server_.end() - 1);
+    for (char** entry = envp; entry != nullptr && *entry != nullptr; ++entry) {
+      if (zant_host::IsServerVariable(NameOf(*entry))) request_.push_back(*entry);
+    }
+    request_.push_back(nullptr);
+    environ = request_.data();
+  }
+
+  // A handler's setenv moved `environ` to an array of the C library's; it is
+  // left behind too, whatever it holds.
+  void Clear() { environ = server_.data(); }
+
+ private:
+  std::vector<char*> server_;
+  std::vector<char*> request_;
+};
+
+// std::cout's way into `stdout`, as the C++ library's own synchronised buffer
+// is for the stream it was given at start-up: both streams share one buffer
+// and keep their order.
+class StdioBuf : public std::streambuf {
+ protected:
+  int_type overflow(int_type c) override {
+    if (traits_type::eq_int_type(c, traits_type::eof())) return traits_type::not_eof(c);
+    return fputc(c, stdout) == EOF ? traits_type::eof() : c;
+  }
+  std::streamsize xsputn(const char* data, std::streamsize size) override {
+    return static_cast<std::streamsize>(fwrite(data, 1, static_cast<size_t>(size), stdout));
+  }
+  int sync() override { return fflush(stdout) == 0 ? 0 : -1; }
+};
+
+// Passes what the handler writes on to the web server while the handler runs.
+// `stdout` of a worker is a stdio stream of its own whose writes become the
+// request's FastCGI output, and std::cout writes into it: a download or an
+// archive goes out as it is written instead of piling up in memory, and
+// every piece sent counts as progress, so that an answer that keeps flowing
+// is not taken for a hung request. File descriptor 1 is a file in memory;
+// what a handler writes to it directly is passed on before the next piece of
+// stdio output and at the end, in the order a real descriptor would give.
+//
+// All of it happens in the worker, not in a thread or a process beside it:
+// the modules switch their ids around their link-service calls, and with a
+// second thread the C library makes every thread follow each switch; a
+// process beside it costs a hand-over of the connection and two wake-ups a
+// request.
+class HandlerOutput {
+ public:
   // Once the modules are loaded (what they print while loading goes where it
   // always went).
-  bool TakeStdout() {
-    if (dup2(pipeWrite_, STDOUT_FILENO) < 0) return false;  // dup2 drops CLOEXEC
-    close(pipeWrite_);
-    pipeWrite_ = -1;
+  bool Install(std::atomic<long long>* progress) {
+    progress_ = progress;
+    const int raw = memfd_create("handler-output", MFD_CLOEXEC);
+    if (raw < 0) return false;
+    const bool moved = dup2(raw, STDOUT_FILENO) == STDOUT_FILENO;  // dup2 drops CLOEXEC
+    close(raw);
+    const cookie_io_functions_t functions = {nullptr, &HandlerOutput::Write, nullptr, nullptr};
+    FILE* stream = fopencookie(this, "w", functions);
+    if (!moved || stream == nullptr || setvbuf(stream, nullptr, _IOFBF, kBufferBytes) != 0) return false;
+    std::cout.flush();
+    fflush(stdout);
+    stdout = stream;  // the C library's `stdout` is an ordinary variable
+    static StdioBuf toStdout;
+    std::cout.rdbuf(&toStdout);
     return true;
   }
 
-  // Hands the request's connection to the forwarding process.
-  bool Begin(FCGX_Request* request) {
-    ControlMessage sent;
-    sent.message = {Message::kBegin, request->requestId};
-    struct cmsghdr* rights = CMSG_FIRSTHDR(&sent.header);
-    rights->cmsg_level = SOL_SOCKET;
-    rights->cmsg_type = SCM_RIGHTS;
-    rights->cmsg_len = CMSG_LEN(sizeof(int));
-    memcpy(CMSG_DATA(rights), &request->ipcFd, sizeof(int));
-    return SendAll(control_, &sent.header);
-  }
+  void Begin(FCGX_Stream* out) { out_ = out; }
 
-  // Everything the handler wrote is in the pipe once it has returned and
-  // stdio is flushed: the forwarding process empties the pipe, lets go of
-  // the connection and says so. Nothing was put on the request's output
-  // stream before, so the framework's answer follows the handler's output.
+  // Everything the handler wrote goes out before the framework's answer.
   void End() {
     std::cout.flush();
     fflush(stdout);
+    PassRaw();
+    // A failed write leaves nothing behind for the next request.
+    __fpurge(stdout);
     clearerr(stdout);
-    const Message message{Message::kEnd, 0};
-    char done;
-    if (send(control_, &message, sizeof(message), MSG_NOSIGNAL) != static_cast<ssize_t>(sizeof(message)) ||
-        RecvRetrying(control_, &done, 1) != 1) {
-      zant_host::HostLog(true, "the output of worker %d (pid %d) went with its forwarding process",
-                         gSlotIndex, static_cast<int>(getpid()));
+    std::cout.clear();
+    out_ = nullptr;
+  }
+
+ private:
+  static constexpr size_t kBufferBytes = 32 * 1024;
+
+  static ssize_t Write(void* cookie, const char* data, size_t size) {
+    auto* self = static_cast<HandlerOutput*>(cookie);
+    self->PassRaw();
+    return self->Put(data, size) ? static_cast<ssize_t>(size) : -1;
+  }
+
+  // False once the web server is gone: the handler's writes fail, as they
+  // would on a closed descriptor. Written outside a request: dropped.
+  bool Put(const char* data, size_t size) {
+    if (out_ == nullptr) return true;
+    while (size > 0) {
+      const int chunk = size > (1u << 30) ? (1 << 30) : static_cast<int>(size);
+      if (FCGX_PutStr(data, chunk, out_) != chunk) return false;
+      progress_->store(MonotonicMs());
+      data += chunk;
+      size -= static_cast<size_t>(chunk);
+    }
+    return true;
+  }
+
+  // What was written to file descriptor 1 itself since the last look.
+  void PassRaw() {
+    const off_t size = lseek(STDOUT_FILENO, 0, SEEK_CUR);
+    if (size <= 0) return;
+    static char buffer[64 * 1024];
+    for (off_t at = 0; at < size;) {
+      const ssize_t n = pread(STDOUT_FILENO, buffer, sizeof(buffer), at);
+      if (n <= 0 || !Put(buffer, static_cast<size_t>(n))) break;
+      at += n;
+    }
+    if (ftruncate(STDOUT_FILENO, 0) != 0 || lseek(STDOUT_FILENO, 0, SEEK_SET) != 0) {
+      zant_host::HostLog(true, "worker %d cannot empty its output file: %s", gSlotIndex, strerror(errno));
       _exit(1);
     }
   }
 
- private:
-  struct Message {
-    enum Kind : int { kBegin, kEnd } kind;
-    int requestId;
-  };
-
-  // A message of the control socket with room for one descriptor; refers to
-  // itself, so it stays where it was made.
-  struct ControlMessage {
-    Message message{};
-    char space[CMSG_SPACE(sizeof(int))] = {};
-    struct iovec part = {&message, sizeof(message)};
-    struct msghdr header = {nullptr, 0, &part, 1, space, sizeof(space), 0};
-    ControlMessage() = default;
-    ControlMessage(const ControlMessage&) = delete;
-    ControlMessage& operator=(const ControlMessage&) = delete;
-  };
-
-  static bool SendAll(int fd, struct msghdr* header) {
-    for (;;) {
-      if (sendmsg(fd, header, MSG_NOSIGNAL) >= 0) return true;
-      if (errno != EINTR) return false;
-    }
-  }
-
-  static ssize_t RecvRetrying(int fd, void* buffer, size_t size) {
-    for (;;) {
-      const ssize_t n = recv(fd, buffer, size, 0);
-      if (n >= 0 || errno != EINTR) return n;
-    }
-  }
-
-  // FastCGI output records of one request, written whole; false once the
-  // web server is gone.
-  static bool PutRecords(int connection, int requestId, const char* data, size_t size) {
-    while (size > 0) {
-      const size_t chunk = size > 65535 ? 65535 : size;
-      const unsigned char head[8] = {1, 6 /* stdout */, static_cast<unsigned char>(requestId >> 8),
-                                     static_cast<unsigned char>(requestId & 0xff),
-                                     static_cast<unsigned char>(chunk >> 8),
-                                     static_cast<unsigned char>(chunk & 0xff), 0, 0};
-      struct iovec parts[2] = {{const_cast<unsigned char*>(head), sizeof(head)},
-                               {const_cast<char*>(data), chunk}};
-      size_t left = sizeof(head) + chunk;
-      int first = 0;
-      while (left > 0) {
-        const ssize_t n = writev(connection, parts + first, 2 - first);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        left -= static_cast<size_t>(n);
-        size_t moved = static_cast<size_t>(n);
-        while (first < 2 && moved >= parts[first].iov_len) moved -= parts[first++].iov_len;
-        if (first < 2) {
-          parts[first].iov_base = static_cast<char*>(parts[first].iov_base) + moved;
-          parts[first].iov_len -= moved;
-        }
-      }
-      data += chunk;
-      size -= chunk;
-    }
-    return true;
-  }
-
-  // The forwarding process: lives as long as its worker, runs no module code.
-  [[noreturn]] static void RunForwarder(pid_t worker, int pipeRead, int control,
-                                        std::atomic<long long>* progress) {
-    // It keeps no way back to the ids the worker may raise (changing ids
-    // clears the parent-death signal: asked for after).
-    const gid_t gid = getegid();
-    const uid_t uid = geteuid();
-    if (setresgid(gid, gid, gid) != 0 || setresuid(uid, uid, uid) != 0) _exit(1);
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != worker) _exit(0);
-    // Stops and deadlines are the worker's: this process ends with it.
-    for (int number : {SIGTERM, SIGINT, SIGHUP, SIGUSR1, SIGALRM, SIGPIPE}) signal(number, SIG_IGN);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
-    fcntl(pipeRead, F_SETFL, O_NONBLOCK);
-    int connection = -1;
-    int requestId = 0;
-    bool flowing = false;  // the web server still takes the output
-    static char buffer[65535];
-    // Passes on what the pipe holds; a visitor who left makes the writes
-    // fail, and the pipe is still emptied, so that the handler never blocks
-    // on it.
-    auto drain = [&] {
-      for (;;) {
-        const ssize_t n = read(pipeRead, buffer, sizeof(buffer));
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return;
-        if (connection < 0 || !flowing) continue;  // written outside a request: dropped
-        flowing = PutRecords(connection, requestId, buffer, static_cast<size_t>(n));
-        progress->store(MonotonicMs());
-      }
-    };
-    struct pollfd fds[2] = {{control, POLLIN, 0}, {pipeRead, POLLIN, 0}};
-    for (;;) {
-      if (poll(fds, 2, -1) < 0) continue;
-      if (fds[0].revents != 0) {
-        ControlMessage received;
-        const Message& message = received.message;
-        const ssize_t n = recvmsg(control, &received.header, MSG_CMSG_CLOEXEC);
-        if (n < 0 && errno == EINTR) continue;
-        if (n != static_cast<ssize_t>(sizeof(message))) _exit(0);  // the worker is gone
-        struct cmsghdr* rights = CMSG_FIRSTHDR(&received.header);
-        if (message.kind == Message::kBegin && rights != nullptr && rights->cmsg_type == SCM_RIGHTS) {
-          memcpy(&connection, CMSG_DATA(rights), sizeof(int));
-          requestId = message.requestId;
-          flowing = true;
-        } else if (message.kind == Message::kEnd) {
-          drain();
-          if (connection >= 0) close(connection);
-          connection = -1;
-          const char done = 1;
-          if (send(control, &done, 1, MSG_NOSIGNAL) != 1) _exit(0);
-          // What the pipe holds from here on is the next request's, which
-          // may come before its connection does: look again.
-          continue;
-        }
-      }
-      if (fds[1].revents != 0) drain();
-    }
-  }
-
-  int control_ = -1;
-  int pipeWrite_ = -1;
+  FCGX_Stream* out_ = nullptr;
+  std::atomic<long long>* progress_ = nullptr;
 };
 
-void Serve(FCGX_Request* request, StdoutForward* forward, const zant_host::Limits& limits) {
+void Serve(FCGX_Request* request, RequestEnvironment* environment, HandlerOutput* output,
+           const zant_host::Limits& limits) {
   const zant_host::CgiVars vars = zant_host::ServerVarsFromEnviron(request->envp);
-  SetRequestEnvironment(vars);
+  environment->Set(request->envp);
   FCGX_Stream* in = request->in;
   zant_host::BodyReader reader = [in](char* buffer, size_t size) -> long {
     int chunk = size > (1u << 20) ? (1 << 20) : static_cast<int>(size);
     return FCGX_GetStr(buffer, chunk, in);
   };
-  if (!forward->Begin(request)) {
-    zant_host::HostLog(true, "cannot pass output on: %s", strerror(errno));
-    FCGX_PutS("Status: 500 Internal Server Error\r\n\r\n", request->out);
-    return;
-  }
+  output->Begin(request->out);
   const std::string answer = zant_host::HandleRequest(vars, reader, limits);
-  forward->End();
+  output->End();
   FCGX_PutStr(answer.data(), static_cast<int>(answer.size()), request->out);
   // Whatever of the body was not read: the web server is still sending it.
   char sink[8192];
   while (FCGX_GetStr(sink, sizeof(sink), in) > 0) {
   }
+  environment->Clear();
 }
 
 void NoteRequest(Slot* slot, FCGX_Request* request) {
@@ -433,15 +358,21 @@ ReadResult ReadRequest(FCGX_Request* request, int fd, int seconds) {
 }
 
 // A client that asked to keep its connection gets it closed all the same:
-// each connection carries one request, under one read deadline. libfcgi's
-// close waits for the client to stop sending; one that never stops is cut
-// off at the same deadline.
+// each connection carries one request, under one read deadline. A request
+// read to its end leaves nothing to wait for, and the connection is closed at
+// once. After an error libfcgi closes it, waiting for the client to stop
+// sending; one that never stops is cut off at the same deadline.
 void EndConnection(FCGX_Request* request, int seconds) {
-  gConnectionFd = request->ipcFd;
-  ArmTimer(gReadTimer, seconds);
-  FCGX_Finish_r(request);
-  ArmTimer(gReadTimer, 0);
-  gConnectionFd = -1;
+  if (FCGX_GetError(request->in) == 0 && FCGX_GetError(request->out) == 0) {
+    request->keepConnection = 1;
+    FCGX_Finish_r(request);
+  } else {
+    gConnectionFd = request->ipcFd;
+    ArmTimer(gReadTimer, seconds);
+    FCGX_Finish_r(request);
+    ArmTimer(gReadTimer, 0);
+    gConnectionFd = -1;
+  }
   if (request->ipcFd >= 0) close(request->ipcFd);
   request->ipcFd = -1;
 }
@@ -472,16 +403,11 @@ void RunWorker(const WorkerSetup& setup) {
     _exit(1);
   }
   if (!WatchMaster(setup.master)) _exit(0);
-  ClearRequestEnvironment();
+  RequestEnvironment environment;
+  environment.Start();
   const mode_t startUmask = umask(022);
   umask(startUmask);
   int cwd = open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-
-  StdoutForward forward;
-  if (!forward.Start(gListenFd, &slot->busySince)) {
-    zant_host::HostLog(true, "worker %d cannot start its output forwarding: %s", setup.slot, strerror(errno));
-    _exit(1);
-  }
 
   // A worker answers request after request: the files every request reads are
   // looked at on disk at most once a second (a change is seen within that).
@@ -490,7 +416,8 @@ void RunWorker(const WorkerSetup& setup) {
   zant_host::HostLog(false, "worker %d ready: %d modules, %d methods, %d failed", setup.slot,
                      report.modules, report.methods, report.failures);
 
-  if (!forward.TakeStdout() || FCGX_Init() != 0) {
+  HandlerOutput output;
+  if (!output.Install(&slot->busySince) || FCGX_Init() != 0) {
     zant_host::HostLog(true, "worker %d cannot set up its output", setup.slot);
     _exit(1);
   }
@@ -510,7 +437,7 @@ void RunWorker(const WorkerSetup& setup) {
     const ReadResult read = ReadRequest(&request, fd, setup.readTimeoutSeconds);
     if (read == ReadResult::kRequest) {
       NoteRequest(slot, &request);
-      Serve(&request, &forward, limits);
+      Serve(&request, &environment, &output, limits);
       EndConnection(&request, setup.readTimeoutSeconds);
       slot->served.fetch_add(1);
     } else if (read == ReadResult::kLate) {
@@ -519,7 +446,6 @@ void RunWorker(const WorkerSetup& setup) {
     }
     slot->busySince.store(0);
 
-    ClearRequestEnvironment();
     if (cwd >= 0 && fchdir(cwd) != 0) _exit(1);
     umask(startUmask);
     RestoreIds(identity);

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """zant-webapid behind nginx on a free loopback port, driven with curl and raw
 requests: what only the running processes and nginx show."""
-import json, os, pwd, re, shutil, signal, socket, subprocess, sys, time
+import json, os, pwd, re, shutil, signal, socket, struct, subprocess, sys, time
 from concurrent.futures import ThreadPoolExecutor
 
 import stack as base
@@ -292,25 +292,35 @@ def test_sigterm_finishes_requests_in_hand(stack):
     expect_eq(stack.curl(ECHO + "echo").status, 502, "after the stop")
 
 
-def test_forwarders_end_with_their_workers(stack):
-    """Each worker passes its handler's output on through one process of its
-    own, which keeps no way back to root and dies with its worker."""
-    worker = children(stack.daemon.pid)[0]
-    forwarders = children(worker)
-    expect_eq(len(forwarders), 1, "forwarding processes of a worker")
-    status = base.read("/proc/%d/status" % forwarders[0])
-    uids = next(line for line in status.splitlines() if line.startswith("Uid:")).split()[1:]
-    expect_eq(len(set(uids)), 1, "real, effective, saved and file uid of the forwarding process alike")
-    os.kill(worker, signal.SIGKILL)
-    wait_for(lambda: not alive(forwarders), "forwarding process gone", seconds=2)
-    wait_for(lambda: len(children(stack.daemon.pid)) == 2, "worker replaced")
-    expect_eq(stack.curl(ECHO + "echo&n=3").text, ok('{"n":3}'), "answers after the replacement")
+def fastcgi_request(query):
+    """The records of one FastCGI GET of entry.cgi with `query`, as nginx sends them."""
+    pair = lambda name, value: bytes([len(name), len(value)]) + name + value
+    params = b"".join(pair(n, v) for n, v in [(b"REQUEST_METHOD", b"GET"), (b"QUERY_STRING", query),
+                                              (b"SCRIPT_NAME", b"/webapi/entry.cgi"),
+                                              (b"REQUEST_URI", b"/webapi/entry.cgi?" + query)])
+    record = lambda kind, content: bytes([1, kind, 0, 1, len(content) >> 8, len(content) & 0xFF, 0, 0]) + content
+    return FCGI_BEGIN_REQUEST + record(4, params) + record(4, b"") + record(5, b"")
+
+
+def test_visitor_who_leaves_mid_answer(stack):
+    """The handler's writes fail once the web server has gone; nothing of that
+    answer reaches the next request, and the worker stays."""
+    workers = sorted(children(stack.daemon.pid))
+    query = ECHO.split("?", 1)[1].encode() + b"stream&chunks=256&size=65536"
+    with socket.socket(socket.AF_UNIX) as client:
+        client.connect(stack.socket)
+        client.sendall(fastcgi_request(query))
+        expect_eq(len(client.recv(4096)) > 0, True, "the answer began")
+        client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+    answers = [stack.curl(ECHO + "echo&n=%d" % n).text for n in range(4)]
+    expect_eq(answers, [ok('{"n":%d}' % n) for n in range(4)], "the next answers, exactly")
+    expect_eq(sorted(children(stack.daemon.pid)), workers, "the same workers")
 
 
 if __name__ == "__main__":
     sys.exit(base.main(Stack, ("--test-module",), [
         test_answers, test_front_door, test_security_headers, test_crashed_worker_is_replaced,
-        test_hung_worker_is_killed, test_long_answers_flow_through, test_forwarders_end_with_their_workers,
+        test_hung_worker_is_killed, test_long_answers_flow_through, test_visitor_who_leaves_mid_answer,
         test_stalled_clients_are_dropped,
         test_killed_master_leaves_no_worker, test_one_master_per_socket,
         test_options, test_sigterm_finishes_requests_in_hand]))
