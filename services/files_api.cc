@@ -169,6 +169,7 @@ void RefuseDownload(ZANT::APIRequest* request, ZANT::APIResponse* response, int 
 void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   Store* store = OpenStoreOrLog();
   if (!store) return response->SetError(kErrStore);
+  ReadSnapshot snapshot(*store);
   Access access;
   int rc = ResolveAccess(*store, *request, &access);
   if (rc != kOk) return response->SetError(rc);

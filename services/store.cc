@@ -206,6 +206,14 @@ class SharedConnection {
 
 }  // namespace
 
+ReadSnapshot::ReadSnapshot(Store& store) : db_(store.Db()) {
+  began_ = sqlite3_get_autocommit(db_) != 0 && Statement(db_, "BEGIN").Run();
+}
+
+ReadSnapshot::~ReadSnapshot() {
+  if (began_ && !Statement(db_, "COMMIT").Run()) Statement(db_, "ROLLBACK").Run();
+}
+
 bool MakeDirs(const std::string& path) {
   std::string partial;
   size_t pos = 0;

@@ -91,6 +91,21 @@ class Store {
   sqlite3* db_;
 };
 
+// Several reads seen from one snapshot of the store, under one read lock
+// instead of one per statement. Does nothing inside a transaction already
+// open. Make it before the statements it covers, so that it ends after them.
+class ReadSnapshot {
+ public:
+  explicit ReadSnapshot(Store& store);
+  ~ReadSnapshot();
+  ReadSnapshot(const ReadSnapshot&) = delete;
+  ReadSnapshot& operator=(const ReadSnapshot&) = delete;
+
+ private:
+  sqlite3* db_;
+  bool began_ = false;
+};
+
 // Makes `path` and every directory above it (mode 0755); false when one
 // cannot be made.
 bool MakeDirs(const std::string& path);
