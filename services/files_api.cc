@@ -176,7 +176,7 @@ void FilesGetFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {
   Json::Value record;
   rc = BuildFileRecord(*store, access.item, access.role, access.insider, &record);
   if (rc != kOk) return response->SetError(rc);
-  response->SetSuccess(record);
+  response->SetSuccess(std::move(record));
 }
 
 void FilesDownloadFunc(ZANT::APIRequest* request, ZANT::APIResponse* response) {

@@ -1,5 +1,6 @@
 #include "store.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <time.h>
@@ -152,6 +153,16 @@ void DropStatementCache(sqlite3* db) {
   caches.erase(cache);
 }
 
+// The process's id without a system call each time (the C library asks the
+// kernel on every getpid); only a fork changes it, in the child.
+pid_t ProcessId() {
+  static pid_t pid = [] {
+    pthread_atfork(nullptr, nullptr, [] { pid = getpid(); });
+    return getpid();
+  }();
+  return pid;
+}
+
 // Opening costs far more than a request's own queries (reading the schema,
 // setting up the WAL index, checkpointing on close), so a process keeps one
 // connection for all its requests.
@@ -160,20 +171,20 @@ class SharedConnection {
   ~SharedConnection() {
     // A fork's copy of the connection belongs to the parent; closing it
     // here would checkpoint and drop locks under the parent's feet.
-    if (pid_ != getpid()) static_cast<void>(store_.release());
+    if (pid_ != ProcessId()) static_cast<void>(store_.release());
   }
 
   Store* Get(std::string* error) {
     const std::string file = Store::DatabaseFile();
-    if (store_ && pid_ == getpid() && file_ == file && Usable(store_.get())) return store_.get();
-    if (store_ && pid_ != getpid()) static_cast<void>(store_.release());
+    if (store_ && pid_ == ProcessId() && file_ == file && Usable(store_.get())) return store_.get();
+    if (store_ && pid_ != ProcessId()) static_cast<void>(store_.release());
     store_.reset();
     checkedAt_ = -1;
     store_ = Store::Open(error);
     if (!store_) return nullptr;
     StatementCaches()[store_->Db()];
     file_ = file;
-    pid_ = getpid();
+    pid_ = ProcessId();
     return store_.get();
   }
 

@@ -241,8 +241,10 @@ class HandlerOutput {
   // Everything the handler wrote goes out before the framework's answer.
   void End() {
     std::cout.flush();
+    const unsigned long writes = writes_;
     fflush(stdout);
-    PassRaw();
+    // A write of the flush looked for direct output already.
+    if (writes_ == writes) PassRaw();
     // A failed write leaves nothing behind for the next request.
     __fpurge(stdout);
     clearerr(stdout);
@@ -255,6 +257,7 @@ class HandlerOutput {
 
   static ssize_t Write(void* cookie, const char* data, size_t size) {
     auto* self = static_cast<HandlerOutput*>(cookie);
+    ++self->writes_;
     self->PassRaw();
     return self->Put(data, size) ? static_cast<ssize_t>(size) : -1;
   }
@@ -291,6 +294,7 @@ class HandlerOutput {
 
   FCGX_Stream* out_ = nullptr;
   std::atomic<long long>* progress_ = nullptr;
+  unsigned long writes_ = 0;  // calls of Write
 };
 
 void Serve(FCGX_Request* request, RequestEnvironment* environment, HandlerOutput* output,

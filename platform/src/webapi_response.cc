@@ -20,6 +20,11 @@ void APIResponse::SetSuccess(const Json::Value& data) {
   hasRaw_ = false;
 }
 
+void APIResponse::SetSuccess(Json::Value&& data) {
+  SetSuccess();
+  data_ = std::move(data);
+}
+
 void APIResponse::SetError(int code, const Json::Value& data) {
   answered_ = true;
   success_ = false;

@@ -143,6 +143,7 @@ class APIResponse {
   APIResponse() = default;
 
   void SetSuccess(const Json::Value& data = Json::Value());
+  void SetSuccess(Json::Value&& data);
   void SetError(int code, const Json::Value& data = Json::Value());
   void SetHeader(const std::string& name, const std::string& value);
   void SetEnableOutput(bool enable) { enableOutput_ = enable; }
