@@ -1,6 +1,7 @@
 #include "api_support.h"
 #include "services_api.h"
 
+#include <dlfcn.h>
 #include <syslog.h>
 
 #include <cctype>
@@ -58,6 +59,23 @@ Store* OpenStoreOrLog() {
   Store* store = Store::Shared(&error);
   if (!store) syslog(LOG_ERR, "plyth-services: cannot open the link store: %s", error.c_str());
   return store;
+}
+
+void* LibraryAccessor(const char* relative, const char* name, const char* what) {
+  Dl_info self;
+  void* accessor = nullptr;
+  if (dladdr(reinterpret_cast<void*>(&LibraryAccessor), &self) != 0 && self.dli_fname != nullptr) {
+    std::string path = self.dli_fname;
+    path = path.substr(0, path.rfind('/') + 1) + relative;
+    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library != nullptr) accessor = dlsym(library, name);
+  }
+  if (accessor == nullptr) {
+    // What needs the library then fails until the program restarts: say why, once.
+    const char* why = dlerror();
+    syslog(LOG_ERR, "plyth-services: no %s: %s", what, why != nullptr ? why : relative);
+  }
+  return accessor;
 }
 
 void WriteScript(const std::string& body) {

@@ -1,5 +1,6 @@
-// Small pieces the handlers share: reading text parameters and opening the
-// store with a logged failure.
+// Small pieces the handlers share: reading text parameters, opening the
+// store with a logged failure and loading the libraries kept beside the
+// link service's own.
 #pragma once
 
 #include <cstdint>
@@ -25,6 +26,18 @@ bool IntParam(const ZANT::APIRequest& request, const char* name, int64_t fallbac
 // The process's shared store (see Store::Shared), or null after logging why
 // it could not be opened. Valid until the end of the request.
 Store* OpenStoreOrLog();
+
+// The accessor `name` of the library at `relative` to the directory of the
+// library this code is in, or null after one syslog line
+// "plyth-services: no <what>: <reason>". The library stays loaded.
+void* LibraryAccessor(const char* relative, const char* name, const char* what);
+
+// The function table that accessor returns, or null.
+template <typename Table>
+const Table* LoadedTable(const char* relative, const char* name, const char* what) {
+  void* accessor = LibraryAccessor(relative, name, what);
+  return accessor == nullptr ? nullptr : reinterpret_cast<const Table* (*)()>(accessor)();
+}
 
 // The desktop UI texts directory (a language directory below it).
 constexpr char kUITexts[] = "/usr/zant/zantman/texts/";

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -29,9 +28,5 @@ struct ArchiveEntry {
 // kErrArchiveTooLarge past the caps.
 int ArchiveEntries(Store& store, const Item& folder, const std::vector<Item>& chosen,
                    std::vector<ArchiveEntry>* entries);
-
-// Writes the ZIP of `entries` to `out`. False when writing or reading
-// failed part-way (the visitor gets a cut archive, which unzip tools reject).
-bool WriteZip(FILE* out, const std::vector<ArchiveEntry>& entries);
 
 }  // namespace plyth_services

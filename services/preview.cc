@@ -1,10 +1,8 @@
 #include "preview.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +12,7 @@
 #include <memory>
 #include <vector>
 
+#include "api_support.h"
 #include "download.h"
 #include "preview_render.h"
 #include "service_errors.h"
@@ -56,23 +55,10 @@ std::string Extension(const std::string& name) {
 // The rendering library: linked into the program, or loaded from beside
 // the library this code is in, once.
 const RenderFunctions* Renderer() {
-  static const RenderFunctions* functions = []() -> const RenderFunctions* {
-    if (PlythRenderFunctions != nullptr) return PlythRenderFunctions();
-    Dl_info self;
-    if (dladdr(reinterpret_cast<void*>(&Renderer), &self) == 0 || self.dli_fname == nullptr) return nullptr;
-    std::string path = self.dli_fname;
-    path = path.substr(0, path.rfind('/') + 1) + kRenderLibrary;
-    void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-    auto get = library == nullptr ? nullptr
-                                  : reinterpret_cast<const RenderFunctions* (*)()>(dlsym(library, "PlythRenderFunctions"));
-    if (get == nullptr) {
-      // Renditions then answer 1050 until the program restarts: say why, once.
-      const char* why = dlerror();
-      syslog(LOG_ERR, "plyth-services: no renditions: %s", why != nullptr ? why : path.c_str());
-      return nullptr;
-    }
-    return get();
-  }();
+  static const RenderFunctions* const functions =
+      PlythRenderFunctions != nullptr
+          ? PlythRenderFunctions()
+          : LoadedTable<RenderFunctions>(kRenderLibrary, "PlythRenderFunctions", "renditions");
   return functions;
 }
 

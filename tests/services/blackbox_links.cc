@@ -2,6 +2,7 @@
 // with its plythctl as an operator runs it, and the real entry.cgi answering
 // them with the shard module and the link service loaded side by side. What
 // each answer says is pinned in-process; here only the wiring is.
+#include <cstdio>
 #include <fstream>
 #include <regex>
 #include <vector>
@@ -12,7 +13,7 @@
 
 namespace {
 
-std::string gRoot, gPermanent, gOpenLink;
+std::string gRoot, gPermanent, gOpenLink, gFolder;
 
 // plythctl's exit code; `out` its first line.
 int Ctl(const std::string& args, std::string* out, std::string* err = nullptr) {
@@ -32,7 +33,8 @@ class Environment : public ::testing::Environment {
     std::ofstream(gRoot + "/report.txt") << "0123456789";
     for (const auto& [args, result] : std::vector<std::pair<std::string, std::string*>>{
              {"user add alice", &out}, {"file add alice /docs/report.txt --from " + gRoot + "/report.txt", &out},
-             {"link make alice:/docs/report.txt", &gPermanent}, {"share make alice:/docs/report.txt", &gOpenLink}}) {
+             {"link make alice:/docs/report.txt", &gPermanent}, {"share make alice:/docs/report.txt", &gOpenLink},
+             {"link make alice:/docs --visibility anyone", &gFolder}}) {
       if (Ctl(args, result) != 0) throw std::runtime_error("plythctl " + args);
     }
   }
@@ -70,6 +72,25 @@ TEST(Links, SharingLinkSetsTheTokenCookieAndAnswersTheDesktopPage) {
             "Content-Range: bytes 2-5/10\r\nAccept-Ranges: bytes\r\n"
             "Content-Disposition: attachment; filename=\"report.txt\"; filename*=UTF-8''report.txt\r\n"
             "X-Content-Type-Options: nosniff\r\n\r\n2345");
+}
+
+// The ZIP writer is a library of its own, loaded by the process that
+// writes the archive; without it the archive is refused as a store failure.
+TEST(Links, FolderLinkAnswersItsZipOrAStoreErrorWithoutTheZipLibrary) {
+  const std::string query = "api=ZANT.BrindlexPlyth.Files&version=1&method=archive&path=link:" + gFolder;
+  const std::string head = "Status: 200 OK\r\nContent-Type: application/zip\r\n"
+                           "Content-Disposition: attachment; filename=\"docs.zip\"; filename*=UTF-8''docs.zip\r\n"
+                           "X-Content-Type-Options: nosniff\r\n\r\n";
+  const std::string zip = Cgi(query);
+  EXPECT_EQ(zip.substr(0, head.size() + 4), head + "PK\x03\x04");
+  EXPECT_NE(zip.find("report.txt"), std::string::npos);
+  EXPECT_EQ(zip.substr(zip.size() - 22, 4), "PK\x05\x06");
+
+  const std::string library = gRoot + "/usr/zant/lib/plyth/zip.so";
+  ASSERT_EQ(rename(library.c_str(), (library + ".away").c_str()), 0);
+  EXPECT_EQ(Cgi(query), "Content-Type: application/json; charset=\"UTF-8\"\r\n\r\n"
+                        "{\"error\":{\"code\":1050},\"success\":false}");
+  rename((library + ".away").c_str(), library.c_str());
 }
 
 TEST(Plythctl, ErrorsGoToStandardErrorWithTheirExitCode) {

@@ -5,12 +5,15 @@
 #include <archive_entry.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <syslog.h>
 #include <vips/vips.h>
 
 #include <clocale>
 #include <map>
+#include <regex>
 
-#include "folder_archive.h"
+#include "api_support.h"
+#include "folder_zip.h"
 #include "preview.h"
 #include "services_api.h"
 #include "services_fixture.h"
@@ -350,6 +353,21 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8NamesAndRefuseWhatTheyCannot
        " printf('/Trip/many/%05d', i), printf('%05d', i), 0, 0, 0, 0, 0, printf('L%015d', i) FROM n")
           .c_str()));
   expectNothingWritten("entries");
+}
+
+// The link service loads the ZIP writer (and the rendering library) from
+// beside its own library; here that is beside the test program, where none is.
+TEST(LibraryBeside, AMissingOneIsNullAndLoggedWithTheLoadersReason) {
+  plyth_test::SyslogCapture syslog;
+  EXPECT_EQ(plyth_services::LoadedTable<plyth_services::ZipFunctions>("../plyth/zip.so", "PlythZipFunctions",
+                                                                      "archives"),
+            nullptr);
+  const std::vector<plyth_test::SyslogLine> lines = syslog.Lines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].priority, LOG_ERR);
+  EXPECT_TRUE(std::regex_match(lines[0].text, std::regex("plyth-services: no archives: (.*/)?\\.\\./plyth/zip\\.so: "
+                                                          "cannot open shared object file: No such file or directory")))
+      << lines[0].text;
 }
 
 }  // namespace
