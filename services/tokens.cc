@@ -8,10 +8,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
-
 #include "sharing.h"
 #include "zant/appliance.h"
 #include "zant/crypto.h"
@@ -71,13 +67,7 @@ bool MakeKey(const std::string& path) {
 std::string Mac(const std::string& key, const SharingLink& link, int64_t expires) {
   const std::string message = "plyth-sharing-token\n" + link.id + "\n" + std::to_string(link.created) + "\n" +
                               std::to_string(link.credential_generation) + "\n" + std::to_string(expires);
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int size = 0;
-  if (HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
-           reinterpret_cast<const unsigned char*>(message.data()), message.size(), digest, &size) == nullptr) {
-    return std::string();
-  }
-  return ZANT::HexEncode(digest, size);
+  return ZANT::HmacSha256Hex(key, message);
 }
 
 bool AllDigits(const std::string& text) {
@@ -141,7 +131,7 @@ bool TokenMatches(const std::string& key, const SharingLink& link, const std::st
   if (!ParseToken(token, &linkId, &expires) || linkId != link.id) return false;
   const std::string expected = SignToken(key, link, expires);
   return !expected.empty() && expected.size() == token.size() &&
-         CRYPTO_memcmp(expected.data(), token.data(), token.size()) == 0;
+         ZANT::SameBytes(expected.data(), token.data(), token.size());
 }
 
 }  // namespace plyth_services

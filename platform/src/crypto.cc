@@ -1,26 +1,14 @@
 #include "zant/crypto.h"
 
+#include <nettle/hmac.h>
+#include <nettle/memops.h>
+#include <nettle/pbkdf2.h>
+#include <nettle/sha2.h>
 #include <sys/random.h>
 
 #include <cerrno>
 
-#include <openssl/evp.h>
-
 namespace ZANT {
-
-namespace {
-
-// Fetched once: with EVP_sha256() every digest looks the algorithm up among
-// the providers again, which shows on the request path (token checks).
-const EVP_MD* Sha256Algorithm() {
-  static const EVP_MD* algorithm = [] {
-    const EVP_MD* fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
-    return fetched != nullptr ? fetched : EVP_sha256();
-  }();
-  return algorithm;
-}
-
-}  // namespace
 
 bool FillRandom(unsigned char* bytes, size_t count) {
   size_t got = 0;
@@ -45,29 +33,42 @@ std::string HexEncode(const unsigned char* bytes, size_t count) {
 }
 
 std::string Sha256Hex(const std::string& data) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int length = 0;
-  if (EVP_Digest(data.data(), data.size(), digest, &length, Sha256Algorithm(), nullptr) != 1) {
-    return std::string();
-  }
-  return HexEncode(digest, length);
+  Sha256 digest;
+  digest.Update(data.data(), data.size());
+  return digest.FinishHex();
 }
 
-Sha256::Sha256() : ctx_(EVP_MD_CTX_new()) {
-  EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(ctx_), Sha256Algorithm(), nullptr);
+std::string HmacSha256Hex(const std::string& key, const std::string& message) {
+  struct hmac_sha256_ctx context;
+  hmac_sha256_set_key(&context, key.size(), reinterpret_cast<const uint8_t*>(key.data()));
+  hmac_sha256_update(&context, message.size(), reinterpret_cast<const uint8_t*>(message.data()));
+  unsigned char digest[SHA256_DIGEST_SIZE];
+  hmac_sha256_digest(&context, sizeof(digest), digest);
+  return HexEncode(digest, sizeof(digest));
 }
 
-Sha256::~Sha256() { EVP_MD_CTX_free(static_cast<EVP_MD_CTX*>(ctx_)); }
+std::vector<unsigned char> Pbkdf2Sha256(const std::string& password, const std::vector<unsigned char>& salt,
+                                        unsigned iterations, size_t size) {
+  std::vector<unsigned char> derived(size);
+  pbkdf2_hmac_sha256(password.size(), reinterpret_cast<const uint8_t*>(password.data()), iterations, salt.size(),
+                     salt.data(), size, derived.data());
+  return derived;
+}
+
+bool SameBytes(const void* a, const void* b, size_t size) { return memeql_sec(a, b, size) != 0; }
+
+Sha256::Sha256() : ctx_(new sha256_ctx) { sha256_init(static_cast<sha256_ctx*>(ctx_)); }
+
+Sha256::~Sha256() { delete static_cast<sha256_ctx*>(ctx_); }
 
 void Sha256::Update(const void* data, size_t size) {
-  EVP_DigestUpdate(static_cast<EVP_MD_CTX*>(ctx_), data, size);
+  sha256_update(static_cast<sha256_ctx*>(ctx_), size, static_cast<const uint8_t*>(data));
 }
 
 std::string Sha256::FinishHex() {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int size = 0;
-  EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(ctx_), digest, &size);
-  return HexEncode(digest, size);
+  unsigned char digest[SHA256_DIGEST_SIZE];
+  sha256_digest(static_cast<sha256_ctx*>(ctx_), sizeof(digest), digest);
+  return HexEncode(digest, sizeof(digest));
 }
 
 }  // namespace ZANT

@@ -6,10 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-#include <openssl/rand.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -80,14 +76,6 @@ bool FromHex(const std::string& hex, std::vector<unsigned char>* bytes) {
     bytes->push_back(static_cast<unsigned char>(high * 16 + low));
   }
   return true;
-}
-
-bool Derive(const std::string& password, const std::vector<unsigned char>& salt, int iterations,
-            size_t size, std::vector<unsigned char>* hash) {
-  hash->assign(size, 0);
-  return PKCS5_PBKDF2_HMAC(password.data(), static_cast<int>(password.size()), salt.data(),
-                           static_cast<int>(salt.size()), iterations, EVP_sha256(),
-                           static_cast<int>(size), hash->data()) == 1;
 }
 
 // A field that would break the line format.
@@ -201,9 +189,9 @@ const char* StatusText(Status status) {
 std::string HashPassword(const std::string& password, int iterations) {
   if (iterations < kHashIterations) iterations = kHashIterations;
   std::vector<unsigned char> salt(kSaltBytes);
-  if (RAND_bytes(salt.data(), kSaltBytes) != 1) return std::string();
-  std::vector<unsigned char> hash;
-  if (!Derive(password, salt, iterations, kHashBytes, &hash)) return std::string();
+  if (!ZANT::FillRandom(salt.data(), kSaltBytes)) return std::string();
+  const std::vector<unsigned char> hash =
+      ZANT::Pbkdf2Sha256(password, salt, static_cast<unsigned>(iterations), kHashBytes);
   return std::string(kHashScheme) + "$" + std::to_string(iterations) + "$" +
          ZANT::HexEncode(salt.data(), salt.size()) + "$" + ZANT::HexEncode(hash.data(), hash.size());
 }
@@ -217,15 +205,14 @@ bool CheckPassword(const std::string& password, const std::string& stored) {
     return false;
   }
   long iterations = std::strtol(count.c_str(), nullptr, 10);
-  std::vector<unsigned char> salt, expected, actual;
+  std::vector<unsigned char> salt, expected;
   if (iterations < 1 || iterations > kMaxIterations || !FromHex(parts[2], &salt) ||
-      !FromHex(parts[3], &expected) || expected.size() > 64) {
+      !FromHex(parts[3], &expected) || expected.empty() || expected.size() > 64) {
     return false;
   }
-  if (!Derive(password, salt, static_cast<int>(iterations), expected.size(), &actual)) {
-    return false;
-  }
-  return CRYPTO_memcmp(actual.data(), expected.data(), expected.size()) == 0;
+  const std::vector<unsigned char> actual =
+      ZANT::Pbkdf2Sha256(password, salt, static_cast<unsigned>(iterations), expected.size());
+  return ZANT::SameBytes(actual.data(), expected.data(), expected.size());
 }
 
 bool ParseLine(const std::string& line, User* user) {

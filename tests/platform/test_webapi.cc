@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "harness.h"
+#include "zant/crypto.h"
 #include "zant/userdb.h"
 #include "zant/vlibc.h"
 #include "zant/webapi.h"
@@ -272,6 +273,18 @@ TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
                           "pbkdf2-sha256$1$7361zc74" + h, "pbkdf2-sha256$1$73616c7" + h,
                           std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"})
     EXPECT_FALSE(db::CheckPassword("passwd", bad)) << bad;
+}
+
+// Known answers: FIPS 180-2 "abc", and HMAC case 2 of RFC 4231.
+TEST(Digests, KnownAnswers) {
+  const std::string abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
+  EXPECT_EQ(ZANT::Sha256Hex("abc"), abc);
+  ZANT::Sha256 pieces;
+  pieces.Update("a", 1);
+  pieces.Update("bc", 2);
+  EXPECT_EQ(pieces.FinishHex(), abc);
+  EXPECT_EQ(ZANT::HmacSha256Hex("Jefe", "what do ya want for nothing?"),
+            "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
 }
 
 TEST_F(UserDatabase, SignInAuthenticates) {

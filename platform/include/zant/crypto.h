@@ -1,9 +1,10 @@
-// Random bytes, hex text and SHA-256 digests, shared by the platform, the
-// framework and the services.
+// Random bytes, hex text, SHA-256 digests, HMAC and PBKDF2 over SHA-256,
+// shared by the platform, the framework and the services.
 #pragma once
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace ZANT {
 
@@ -13,6 +14,15 @@ bool FillRandom(unsigned char* bytes, size_t count);
 std::string HexEncode(const unsigned char* bytes, size_t count);
 // Lower-case hex SHA-256 of `data`; empty if the digest cannot be computed.
 std::string Sha256Hex(const std::string& data);
+
+// Lower-case hex HMAC-SHA256 of `message` under `key`.
+std::string HmacSha256Hex(const std::string& key, const std::string& message);
+// PBKDF2 with HMAC-SHA256: `size` bytes derived from `password` and `salt`.
+std::vector<unsigned char> Pbkdf2Sha256(const std::string& password, const std::vector<unsigned char>& salt,
+                                        unsigned iterations, size_t size);
+// Whether `size` bytes at `a` and `b` are equal, in a time that does not
+// depend on where they differ (for secrets).
+bool SameBytes(const void* a, const void* b, size_t size);
 
 // Incremental SHA-256, for contents read in pieces.
 class Sha256 {
