@@ -217,8 +217,6 @@ TEST_F(Guarded, BuiltinRules) {
   const struct Row { const char* name; std::string query, body = "", answer; } rows[] = {
       {.name = "well-formed ids", .query = kShard + "get&sharing_link=%22aB-_9%22&link_id=P1",
        .answer = Echoed("{\"link_id\":\"P1\",\"sharing_link\":\"aB-_9\"}")},
-      {.name = "empty and absent", .query = kShard + "getjs&permanent_link=",
-       .answer = Echoed("{\"permanent_link\":\"\"}")},
       {.name = "id of 128", .query = kShard + "get&link_id=" + k128,
        .answer = Echoed("{\"link_id\":\"" + k128 + "\"}")},
       {.name = "number by its text", .query = kShard + "get&link_id=123", .answer = Echoed("{\"link_id\":123}")},

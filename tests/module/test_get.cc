@@ -119,8 +119,6 @@ SharingRow Named(const char* description, const char* name, const char* page, bo
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingRow>{
-    {.description = "no cookie, unlocked", .cookies = kNew},
-    {.description = "valid cookie", .cookie = "OLD", .fetch = kRead, .unlocks = 0},
     {.description = "stale cookie, unlocked", .cookie = "OLD", .cookies = kNew, .logger = kStale},
     {.description = "stale cookie, 1037", .cookie = "OLD", .unlock = Failed(1037), .cookies = kGone, .logger = kStale},
     {.description = "1037 on a phone: desktop page", .phone = true, .unlock = Failed(1037)},
@@ -128,8 +126,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, Sharing, ::testing::ValuesIn(std::vector<SharingR
     {.description = "other failure on a phone", .phone = true, .unlock = Failed(1001), .page = "invalid"},
     {.description = "empty cookie that fetches", .phone = true, .cookie = "", .fetch = kRead, .unlock = Failed(1001),
      .cookies = kGone, .page = "info+download"},
-    {.description = "removed, unlock fails", .phone = true, .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
-     .cookies = kGone, .page = "invalid"},
     {.description = "removed, at debug level", .cookie = "OLD", .fetch = kRemoved, .unlock = Failed(1001),
      .cookies = kGone,
      .logger = {LoggerLine(568, "DEBUG", "advance sharing file is removed : link: L1, sharing_token: OLD.")},
@@ -199,7 +195,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, Permanent, ::testing::ValuesIn(std::vector<Perman
     {.description = "disabled user: no fetch", .phone = true, .visitor = kCarol, .page = "invalid", .fetchUser = ""},
     {.description = "web server auth without USERNAME", .phone = true, .visitor = {SignIn::kWebServer},
      .fetch = kNotRead, .page = "anonymous", .fetchUser = "anonymous"},
-    {.description = "USERNAME without web server auth", .visitor = {SignIn::kNone, "bob"}, .fetchUser = "anonymous"},
-    {.description = "signed in ignores USERNAME", .visitor = {SignIn::kAlice, "bob"}}}));
+    {.description = "USERNAME without web server auth", .visitor = {SignIn::kNone, "bob"}, .fetchUser = "anonymous"}}));
 
 }  // namespace

@@ -75,7 +75,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, Script, ::testing::ValuesIn(std::vector<Row>{
     {.description = "1002", .fetch = Failed(1002), .errCode = "1002", .hasFile = false},
     {.description = "removed: no link", .fetch = Found({.removed = true}), .link = "", .hasFile = false},
     {.description = "not previewable", .fetch = Found({.canPreview = false}), .hasFile = false},
-    {.description = "unlocked", .sharingLink = "S1", .unlock = Unlocked(), .cookieLine = "NEW", .fetchToken = "NEW"},
     {.description = "cookie", .sharingLink = "S1", .cookie = "OLD", .visitor = {SignIn::kAlice}, .unlock = Failed(1037),
      .fetchToken = "OLD"},
     {.description = "empty cookie", .sharingLink = "S1", .cookie = "", .unlock = Unlocked(), .cookieLine = "NEW",

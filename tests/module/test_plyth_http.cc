@@ -81,7 +81,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, ExternalOrigin, ::testing::Values(
     O{"external host", "https", kExtHost, true, kRecords, kPortal, 0, "https://ext.example:8443", "external", "000"},
     O{"http: the desktop's port", "http", kHttp, false, 0, 0, 0, "http://h:80", "external", "000"},
     O{"first named record", "https", kPorts, true, kRecords, kPortal, 0, "https://b.example:5101", "ddns", "100"},
-    O{"supportddns absent: no query", "https", kPorts, false, kRecords, 0, 0, 0, "", "010"},
     O{"record list failed", "https", kPorts, true, kFail, kPortal, 0, kRelayOrigin, "skyvane", "111", 84, kFail},
     O{"permission failed", "https", "", false, 0, kFail, 0, 0, "", "010", 31, kFail},
     O{"portal disabled", "https", "", false, 0, kPortalOff, 0, 0, "", "010"},
@@ -119,7 +118,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, RelayRequest, ::testing::Values(
     RelayRow{"bare suffix", ".quickrelay.test", "", "* * * * 16", false, true},
     RelayRow{"connection type 32", "nas.local", "", "* * * * 32", true, true},
     RelayRow{"connection type 64", "nas.local", "", "* * * * 64", true, true},
-    RelayRow{"connection type 16", "nas.local", "", "* * * * 16", false, true},
     RelayRow{"failed query", "nas.local", "", "DIR", false, true},
     RelayRow{"REMOTE_PORT missing", "nas.local", "REMOTE_PORT", "* * * * 32", false, false}));
 
