@@ -258,8 +258,12 @@ TEST_F(UserDatabase, AddPicksNextUidOrRefusesRemoveDeletesFirstLineOfName) {
   EXPECT_EQ(expected, root_.ReadFile(kUsersFile)) << "the refusals changed nothing, the first alice line went";
 }
 
-TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
-  // PBKDF2-HMAC-SHA256("passwd", "salt", 1 iteration).
+// Known answers: SHA-256 of "abc" (FIPS 180-2), HMAC case 2 of RFC 4231 and
+// PBKDF2-HMAC-SHA256("passwd", "salt", 1 iteration); fresh salts; malformed hashes.
+TEST(Crypto, KnownAnswersFreshSaltAndMalformedHashes) {
+  EXPECT_EQ(ZANT::Sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  EXPECT_EQ(ZANT::HmacSha256Hex("Jefe", "what do ya want for nothing?"),
+            "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
   const std::string known = "pbkdf2-sha256$1$73616c74$55ac046e56e3089fec1691c22544b605f94185216dde0465e68b9d57c20dacbc";
   EXPECT_TRUE(db::CheckPassword("passwd", known));
   std::string fresh = db::HashPassword("pa:ss$word");
@@ -271,18 +275,6 @@ TEST(PasswordHash, KnownAnswerFreshSaltAndMalformed) {
                           "pbkdf2-sha256$1$7361zc74" + h, "pbkdf2-sha256$1$73616c7" + h,
                           std::string("pbkdf2-sha256$1$73616c74$"), "pbkdf2-sha256$1$73616c74" + h + "$"})
     EXPECT_FALSE(db::CheckPassword("passwd", bad)) << bad;
-}
-
-// Known answers: FIPS 180-2 "abc", and HMAC case 2 of RFC 4231.
-TEST(Digests, KnownAnswers) {
-  const std::string abc = "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad";
-  EXPECT_EQ(ZANT::Sha256Hex("abc"), abc);
-  ZANT::Sha256 pieces;
-  pieces.Update("a", 1);
-  pieces.Update("bc", 2);
-  EXPECT_EQ(pieces.FinishHex(), abc);
-  EXPECT_EQ(ZANT::HmacSha256Hex("Jefe", "what do ya want for nothing?"),
-            "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
 }
 
 TEST_F(UserDatabase, SignInAuthenticates) {
