@@ -224,7 +224,7 @@ class HandlerOutput {
     const int raw = memfd_create("handler-output", MFD_CLOEXEC);
     if (raw < 0) return false;
     const bool moved = dup2(raw, STDOUT_FILENO) == STDOUT_FILENO;  // dup2 drops CLOEXEC
-    close(raw);
+    if (raw != STDOUT_FILENO) close(raw);
     const cookie_io_functions_t functions = {nullptr, &HandlerOutput::Write, nullptr, nullptr};
     FILE* stream = fopencookie(this, "w", functions);
     if (!moved || stream == nullptr || setvbuf(stream, nullptr, _IOFBF, kBufferBytes) != 0) return false;
