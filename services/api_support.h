@@ -32,9 +32,13 @@ Store* OpenStoreOrLog();
 // "plyth-services: no <what>: <reason>". The library stays loaded.
 void* LibraryAccessor(const char* relative, const char* name, const char* what);
 
-// The function table that accessor returns, or null.
+// The function table of a part kept in a library of its own: from `linked`
+// when the program links that part (the tests, the benchmarks; a weak
+// symbol, null in the link service's library), else from the accessor
+// `name` of the library at `relative`, or null.
 template <typename Table>
-const Table* LoadedTable(const char* relative, const char* name, const char* what) {
+const Table* LoadedTable(const Table* (*linked)(), const char* relative, const char* name, const char* what) {
+  if (linked != nullptr) return linked();
   void* accessor = LibraryAccessor(relative, name, what);
   return accessor == nullptr ? nullptr : reinterpret_cast<const Table* (*)()>(accessor)();
 }

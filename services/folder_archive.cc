@@ -21,8 +21,7 @@ const char kZipLibrary[] = "../plyth/zip.so";
 // library this code is in, once.
 const ZipFunctions* Zipper() {
   static const ZipFunctions* const functions =
-      PlythZipFunctions != nullptr ? PlythZipFunctions()
-                                   : LoadedTable<ZipFunctions>(kZipLibrary, "PlythZipFunctions", "archives");
+      LoadedTable(PlythZipFunctions, kZipLibrary, "PlythZipFunctions", "archives");
   return functions;
 }
 

@@ -56,9 +56,7 @@ std::string Extension(const std::string& name) {
 // the library this code is in, once.
 const RenderFunctions* Renderer() {
   static const RenderFunctions* const functions =
-      PlythRenderFunctions != nullptr
-          ? PlythRenderFunctions()
-          : LoadedTable<RenderFunctions>(kRenderLibrary, "PlythRenderFunctions", "renditions");
+      LoadedTable(PlythRenderFunctions, kRenderLibrary, "PlythRenderFunctions", "renditions");
   return functions;
 }
 

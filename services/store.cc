@@ -3,7 +3,6 @@
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -194,16 +193,14 @@ class SharedConnection {
   bool Usable(Store* store) {
     // The check costs three stat calls; a server that looks at its files at
     // most once a second (FileCache) looks at its store as often.
-    const int interval = ZANT::FileCache::RevalidateSeconds();
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    if (interval == 0 || now.tv_sec - checkedAt_ >= interval) {
+    const long long now = ZANT::FileCache::MonotonicSecond();
+    if (!ZANT::FileCache::LookStands(checkedAt_, now)) {
       int moved = 1;
       if (sqlite3_file_control(store->Db(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK ||
           moved != 0) {
         return false;
       }
-      checkedAt_ = now.tv_sec;
+      checkedAt_ = now;
     }
     if (sqlite3_get_autocommit(store->Db()) == 0) store->Exec("ROLLBACK");
     return true;

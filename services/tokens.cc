@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -81,17 +80,15 @@ bool LoadTokenKey(std::string* key, std::string* error) {
   const std::string path = ZANT::RootPath(kTokenKeyPath);
   // A server that looks at its files at most once a second (FileCache)
   // looks at the key as often: a replaced key is seen within that.
-  const int interval = ZANT::FileCache::RevalidateSeconds();
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  if (cache.path == path && interval > 0 && now.tv_sec - cache.checkedAt < interval) {
+  const long long now = ZANT::FileCache::MonotonicSecond();
+  if (cache.path == path && ZANT::FileCache::LookStands(cache.checkedAt, now)) {
     *key = cache.key;
     return true;
   }
   struct stat info;
   if (cache.path == path && stat(path.c_str(), &info) == 0 && info.st_dev == cache.dev &&
       info.st_ino == cache.ino) {
-    cache.checkedAt = now.tv_sec;
+    cache.checkedAt = now;
     *key = cache.key;
     return true;
   }
@@ -101,7 +98,7 @@ bool LoadTokenKey(std::string* key, std::string* error) {
     return false;
   }
   cache.path = path;
-  cache.checkedAt = now.tv_sec;
+  cache.checkedAt = now;
   cache.dev = info.st_dev;
   cache.ino = info.st_ino;
   cache.key = fresh;
@@ -110,8 +107,7 @@ bool LoadTokenKey(std::string* key, std::string* error) {
 }
 
 std::string SignToken(const std::string& key, const SharingLink& link, int64_t expires) {
-  const std::string mac = Mac(key, link, expires);
-  return mac.empty() ? std::string() : link.id + "." + std::to_string(expires) + "." + mac;
+  return link.id + "." + std::to_string(expires) + "." + Mac(key, link, expires);
 }
 
 bool ParseToken(const std::string& token, std::string* linkId, int64_t* expires) {
@@ -130,7 +126,7 @@ bool TokenMatches(const std::string& key, const SharingLink& link, const std::st
   int64_t expires = 0;
   if (!ParseToken(token, &linkId, &expires) || linkId != link.id) return false;
   const std::string expected = SignToken(key, link, expires);
-  return !expected.empty() && expected.size() == token.size() &&
+  return expected.size() == token.size() &&
          ZANT::SameBytes(expected.data(), token.data(), token.size());
 }
 

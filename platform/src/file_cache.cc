@@ -40,12 +40,6 @@ Cache& TheCache() {
   return *cache;
 }
 
-long long MonotonicSecond() {
-  struct timespec now;
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return static_cast<long long>(now.tv_sec);
-}
-
 bool SameTime(const struct timespec& a, const struct timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
@@ -200,6 +194,16 @@ int RevalidateSeconds() {
   Cache& cache = TheCache();
   std::lock_guard<std::mutex> lock(cache.mutex);
   return cache.revalidateSeconds;
+}
+
+long long MonotonicSecond() {
+  struct timespec now;
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return static_cast<long long>(now.tv_sec);
+}
+
+bool LookStands(long long lookedAt, long long now) {
+  return lookedAt >= 0 && now - lookedAt < RevalidateSeconds();
 }
 
 }  // namespace FileCache

@@ -356,8 +356,8 @@ TEST_F(Archives, HoldTheFolderOrTheSelectionWithUtf8NamesAndRefuseWhatTheyCannot
 // beside its own library; here that is beside the test program, where none is.
 TEST(LibraryBeside, AMissingOneIsNullAndLoggedWithTheLoadersReason) {
   plyth_test::SyslogCapture syslog;
-  EXPECT_EQ(plyth_services::LoadedTable<plyth_services::ZipFunctions>("../plyth/zip.so", "PlythZipFunctions",
-                                                                      "archives"),
+  EXPECT_EQ(plyth_services::LoadedTable<plyth_services::ZipFunctions>(nullptr, "../plyth/zip.so",
+                                                                      "PlythZipFunctions", "archives"),
             nullptr);
   const std::string dir = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
   EXPECT_EQ(syslog.Lines(), (std::vector<plyth_test::SyslogLine>{

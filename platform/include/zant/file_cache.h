@@ -59,5 +59,11 @@ std::shared_ptr<const T> Derived(const std::string& path, const char* kind,
 void SetRevalidateSeconds(int seconds);
 int RevalidateSeconds();
 
+// For a caller that keeps its own look at a file (an open database, a key):
+// the monotonic second now, and whether a look made at `lookedAt` (-1:
+// never) still stands under the interval above (never while it is 0).
+long long MonotonicSecond();
+bool LookStands(long long lookedAt, long long now);
+
 }  // namespace FileCache
 }  // namespace ZANT
